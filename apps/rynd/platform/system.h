@@ -1,0 +1,31 @@
+// The host's services that the daemon itself needs: system log, thread names, event stamps, root folder.
+// Declarations only; a platform library provides them. Every operation may be called from any thread.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+
+/// One parameter of a structured-data element; a list ends with an empty pair.
+struct HykSyslogParam {
+  const char *name;
+  const char *value;
+};
+
+/// Emit one RFC 5424 record. Empty `hostName`, `appName` and `messageId` mean the platform's defaults; `sdId` (null for
+/// no structured data) names the element that holds `params`. Blocks for at most 100 ms.
+[[gnu::format(printf, 8, 0)]] void Hyk_SyslogExtended(int facility, int severity, const char *hostName,
+                                                      const char *appName, const char *messageId, const char *sdId,
+                                                      const HykSyslogParam *params, const char *format,
+                                                      va_list arguments);
+
+/// Name the calling thread; the whole name appears in log records. 0 or an errno value.
+int Hyk_SetThreadName(const char *name);
+/// The calling thread's name, or the platform's default ("rynd"); valid until the thread names itself again.
+const char *Hyk_GetThreadName();
+
+constexpr size_t kHykEventHeaderSize = 16;
+/// Stamp an event record's header: bytes 0 to 7 are the time in microseconds since the epoch.
+void Hyk_StampEvent(std::byte header[kHykEventHeaderSize]);
+
+/// What stands in front of every absolute path, "" by default; the same text for the whole run.
+const char *Hyk_Root();

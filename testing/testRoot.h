@@ -1,0 +1,32 @@
+// A private root folder for a test, removed when it goes.
+#pragma once
+
+#include <string>
+
+namespace testing_support {
+
+/// Makes an empty folder with a short path in /tmp.
+class TestRoot {
+ public:
+  TestRoot();
+  ~TestRoot();
+  TestRoot(const TestRoot &) = delete;
+  TestRoot &operator=(const TestRoot &) = delete;
+
+  const std::string &Path() const { return path_; }
+  /// `path` (absolute) below the root.
+  std::string operator/(const std::string &path) const { return path_ + path; }
+
+ private:
+  std::string path_;
+};
+
+/// The root that this test process runs under: CORVANE_ROOT names it before any test starts.
+const TestRoot &ProcessRoot();
+
+/// Write `text` to `path`, making its folders.
+void WriteFile(const std::string &path, const std::string &text);
+/// The content of `path`; "" when it can't be read.
+std::string ReadFile(const std::string &path);
+
+}  // namespace testing_support
