@@ -61,5 +61,15 @@ int Ryn_GetIntArg(const Observation *observation, uint32_t index, int32_t *value
 /// that its length modifier says. Outputs are written up to the first failure.
 int Ryn_GetArgs(const Observation *observation, const char *format, ...);
 int Ryn_GetArgsVA(const Observation *observation, const char *format, va_list outputs);
+/// What an argument is and holds, for diagnostics. `bits` is an integer extended to 64 bits by its kind; `text` a
+/// string owned by the Observation.
+struct RynArg {
+  enum class Kind : uint8_t { kSigned = 1, kUnsigned = 2, kString = 3, kNullString = 4 };
+  Kind kind;
+  uint64_t bits;
+  const char *text;
+};
+/// Argument `index` (from 0), of whatever kind.
+int Ryn_GetArg(const Observation *observation, uint32_t index, RynArg *argument);
 /// True when `id` is `exactId` or "ryn." followed by it; false when either is null.
 bool Ryn_IsID(const char *id, const char *exactId);

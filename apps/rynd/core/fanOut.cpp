@@ -1,0 +1,129 @@
+#include "core/fanOut.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "core/rawRecord.h"
+#include "core/signals.h"
+#include "core/traceLines.h"
+
+namespace rynd {
+namespace {
+
+constexpr size_t kFirstBufferSize = 8192;
+constexpr size_t kLastBufferSize = 131072;
+
+struct ReadBuffer {
+  std::unique_ptr<std::byte[]> bytes;
+  size_t size = 0;
+};
+ReadBuffer readBuffer;
+
+/// Replace the read buffer by an empty one of `size` bytes. False without memory; the old one is kept then.
+bool ResizeReadBuffer(size_t size) {
+  std::unique_ptr<std::byte[]> bytes(new (std::nothrow) std::byte[size]);
+  if (bytes == nullptr) return false;
+  readBuffer.bytes = std::move(bytes);
+  readBuffer.size = size;
+  return true;
+}
+
+/// Read one record, growing the buffer as long as it is too small. 0 and its length, 27, or the library's status.
+int ReadRecord(int fd, size_t *length) {
+  for (;;) {
+    const int status = RynLib_ReadFromFd(fd, readBuffer.bytes.get(), readBuffer.size, length);
+    if (status != kRynLibTooSmall) return status;
+    if (readBuffer.size == kLastBufferSize) return kRynLibTooSmall;
+    const size_t tripled = readBuffer.size * 3;
+    if (!ResizeReadBuffer(tripled < 2 * kLastBufferSize ? tripled / 2 : kLastBufferSize)) return kRynLibTooSmall;
+  }
+}
+
+/// The length of the record at `bytes`, or 0 when it does not lie within `room` bytes.
+size_t SoundLength(const std::byte *bytes, size_t room) {
+  if (room < kRecordHeaderSize) return 0;
+  const size_t total = RecordField(bytes, kRecordTotalLengthOffset);
+  return total >= kRecordHeaderSize && total <= kMaxRecordSize && total <= room ? total : 0;
+}
+
+/// True when the id and the message of a record of `total` bytes lie inside of it and the id ends in its NUL.
+bool HasSoundTexts(const std::byte *record, size_t total) {
+  const size_t room = total - kRecordHeaderSize;
+  const size_t idLength = RecordField(record, kRecordIdLengthOffset);
+  if (idLength == 0 || idLength > room || record[kRecordHeaderSize + idLength - 1] != std::byte{0}) return false;
+  return RecordField(record, kRecordMessageLengthOffset) <= room - idLength;
+}
+
+/// Write a whole record to a stream, waiting for room while its agent lags. 0, or the errno value of a failed write.
+/// A stop ends the wait: the stream's reader is cancelled next and never sees what is missing.
+int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
+  size_t written = 0;
+  while (written < length) {
+    const ssize_t count = write(stream->writeEnd, record + written, length - written);
+    if (count >= 0) {
+      written += static_cast<size_t>(count);
+      continue;
+    }
+    if (errno == EPIPE && stream->closing) return 0;  // its agent is on its way out and waits for our lock
+    if (errno != EAGAIN) return errno;
+    pollfd room{stream->writeEnd, POLLOUT, 0};
+    PollWithSignals(&room, 1);
+    if (StopRequested()) return 0;
+  }
+  return 0;
+}
+
+/// Write one sound record to every stream that wants it. 0 or the errno value of a failed write.
+int FanOutRecord(const std::byte *record, size_t length) REQUIRES(streamLock) {
+  const char *id = RecordId(record);
+  for (ListLinks *links = StreamList()->next; links != StreamList(); links = links->next) {
+    Stream *stream = reinterpret_cast<Stream *>(links);
+    if (stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
+    const int status = WriteRecord(stream, record, length);
+    if (status != 0 || StopRequested()) return status;
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool AllocateReadBuffer() {
+  return ResizeReadBuffer(kFirstBufferSize);
+}
+
+int ReadAndDispatch(int fd, RynLibHandle handle) {
+  char name[kRynLibNameSize] = "";
+  RynLib_HandleToName(handle, name);  // for whoever looks at this frame in a core file
+  size_t length = 0;
+  const int status = ReadRecord(fd, &length);
+  if (status != 0) return status;
+  if (length == 0 || length > kMaxRecordSize) return -1;
+  streamLock.Acquire();
+  const int result = FanOut(readBuffer.bytes.get(), length);
+  streamLock.Release();
+  return result;
+}
+
+int FanOut(const std::byte *bytes, size_t length) {
+  int result = 0;
+  while (length > 0) {
+    const size_t total = SoundLength(bytes, length);
+    if (total == 0) return -1;
+    if (HasSoundTexts(bytes, total)) {
+      TraceObservation(bytes, total);
+      const int status = FanOutRecord(bytes, total);
+      if (status != 0) return status;
+    } else {
+      result = -1;
+    }
+    bytes += total;
+    length -= total;
+  }
+  return result;
+}
+
+}  // namespace rynd

@@ -1,0 +1,14 @@
+#include "core/handlerTable.h"
+
+#include <algorithm>
+
+namespace rynd {
+
+Handler &HandlerTable::operator[](std::string_view id) {
+  const auto place = std::lower_bound(rows_.begin(), rows_.end(), id,
+                                      [](const Row &row, std::string_view wanted) { return row.id < wanted; });
+  if (place != rows_.end() && place->id == id) return place->handler;
+  return rows_.insert(place, Row{id, nullptr})->handler;
+}
+
+}  // namespace rynd

@@ -1,0 +1,112 @@
+#include "core/startup.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "core/contexts.h"
+#include "core/fanOut.h"
+#include "core/log.h"
+#include "core/options.h"
+#include "core/pollLoop.h"
+#include "core/signals.h"
+#include "core/stream.h"
+#include "core/timerThread.h"
+#include "core/traceSocket.h"
+#include "platform/hsi.h"
+#include "post/ryndKprobQueue.h"
+
+namespace rynd {
+namespace {
+
+constexpr int kOutOfMemory = 12;
+
+struct FreeList {
+  void operator()(HSI_ParamList *list) const { HSI_ParamListDestroy(list); }
+};
+using ParamList = std::unique_ptr<HSI_ParamList, FreeList>;
+
+/// Everything that the shutdown path releases.
+struct Daemon {
+  ContextTable contexts = MakeContextTable();
+  std::unique_ptr<pollfd[]> fixedSet;
+  std::unique_ptr<pollfd[]> loopSet;
+};
+
+/// The daemon must have been built for the running kernel.
+void CheckSignature() {
+  char kernelDate[kHsiBuildDateSize] = "";
+  const char *ownDate = "";
+  if (HSI_CheckSig(kernelDate, sizeof kernelDate, &ownDate) != 0) {
+    Panic("md5 signature mismatch with running hykernel built on %s (my build date: %s)\n", kernelDate, ownDate);
+  }
+}
+
+/// Switch the kernel to asynchronous observations. 0 or an errno value.
+int EnableRyns() {
+  const ParamList option(HSI_ParamListCreate());
+  const ParamList value(HSI_ParamListCreate());
+  HYK_ReturnStatus status = option == nullptr || value == nullptr ? kHykNoMemory : kHykOk;
+  if (status == kHykOk) status = HSI_ParamListAddString(option.get(), "Misc");
+  if (status == kHykOk) status = HSI_ParamListAddString(option.get(), "RynAsyncEnable");
+  if (status == kHykOk) status = HSI_ParamListAddInt(value.get(), 1);
+  if (status == kHykOk) status = HSI_Set("config/intOpts", option.get(), value.get());
+  return HYK_ReturnStatusToErrno(status);
+}
+
+/// Everything from the signal handlers to the read buffer, in order. 0, or the return code to end with.
+int SetUp(const Options &options, std::span<const AgentFunction> table, Daemon *daemon) {
+  if (const int status = InstallSignalHandlers(); status != 0) return status;
+  StartTimerThread();
+  CheckSignature();
+  EventPostInit();
+  if (options.enableRyns) {
+    if (const int status = EnableRyns(); status != 0) return status;
+  }
+  daemon->fixedSet.reset(new (std::nothrow) pollfd[kFixedSlots]);
+  if (daemon->fixedSet == nullptr) return 1;
+  if (const int status = OpenContexts(&daemon->contexts, daemon->fixedSet.get()); status != 0) {
+    daemon->fixedSet.reset();
+    return status;
+  }
+  daemon->fixedSet[kTraceSlot] = {OpenTraceSocket(), POLLIN, 0};
+  if (const int status = StreamListInit(); status != 0) return status;
+  StartAgents(table);
+  if (!AllocateReadBuffer()) {
+    Log("Error allocating space for ryn buffer. Out of memory\n");
+    return kOutOfMemory;
+  }
+  return 0;
+}
+
+/// Run the poll loop on the large set, or on the fixed one, which has no room for connections, without memory.
+int Poll(Daemon *daemon) {
+  daemon->loopSet.reset(new (std::nothrow) pollfd[kAllSlots]);
+  if (daemon->loopSet == nullptr) return PollLoop(daemon->fixedSet.get(), kFixedSlots, daemon->contexts).Run();
+  std::fill_n(daemon->loopSet.get(), kAllSlots, pollfd{-1, POLLIN, 0});
+  std::copy_n(daemon->fixedSet.get(), kFixedSlots, daemon->loopSet.get());
+  return PollLoop(daemon->loopSet.get(), kAllSlots, daemon->contexts).Run();
+}
+
+}  // namespace
+
+int Run(int argc, char **argv, std::span<const AgentFunction> table) {
+  Daemon daemon;
+  const Options options = ParseOptions(argc, argv);
+  if (options.usageShown) return 0;
+  BlockSignals();
+  int rc = SetUp(options, table, &daemon);
+  // Kept: also said when the set-up failed; what follows says how it ended.
+  Log("rynd setup completed. Start polling loop.\n");
+  if (rc == 0) rc = Poll(&daemon);
+  StopAgents();
+  daemon.loopSet.reset();
+  daemon.fixedSet.reset();
+  CloseContexts(daemon.contexts);
+  Log("Exiting. rc:%d\n", rc);
+  return rc;
+}
+
+}  // namespace rynd

@@ -1,0 +1,183 @@
+#include "core/stream.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "core/rawRecord.h"
+#include "platform/ryn.h"
+
+namespace rynd {
+namespace {
+
+constexpr int kIncomplete = EAGAIN;
+// Room for the longest record beside another one, so that a waiting agent rarely makes the poll loop wait.
+constexpr int kPipeBytes = 256 * 1024;
+
+/// Both ends of a new pipe: the read end blocking, the write end not. 0 or an errno value.
+int MakePipe(int *readEnd, int *writeEnd) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return errno;
+  // Kept: 0x800 is no descriptor flag. It leaves the read end blocking, as its reader expects, and clears
+  // close-on-exec.
+  if (fcntl(ends[0], F_SETFD, 0x800) != 0 || fcntl(ends[1], F_SETFL, O_NONBLOCK) != 0) {
+    const int error = errno;
+    close(ends[0]);
+    close(ends[1]);
+    return error;
+  }
+  fcntl(ends[1], F_SETPIPE_SZ, kPipeBytes);  // a smaller pipe works too, only with more waiting
+  *readEnd = ends[0];
+  *writeEnd = ends[1];
+  return 0;
+}
+
+/// Read at most the wanted bytes once. 0 when none are wanted any more, kIncomplete, or an errno value.
+int ReadWanted(Stream *stream) {
+  const ssize_t count = read(stream->readEnd, stream->buffer.get() + stream->held, stream->wanted);
+  if (count == 0) {
+    Panic("EOF trying to read %d bytes from stream %p\n", static_cast<int>(stream->wanted),
+          static_cast<void *>(stream));
+  }
+  if (count < 0) return errno;
+  stream->held += static_cast<size_t>(count);
+  stream->wanted -= static_cast<size_t>(count);
+  return stream->wanted == 0 ? 0 : kIncomplete;
+}
+
+/// Both phases of reassembly. 0 when the whole record is held, kIncomplete, or an errno value.
+int Reassemble(Stream *stream) {
+  if (stream->buffer == nullptr) {
+    stream->buffer.reset(new (std::nothrow) std::byte[kRecordHeaderSize]);
+    if (stream->buffer == nullptr) return ENOMEM;
+    stream->held = 0;
+    stream->wanted = kRecordHeaderSize;
+  }
+  if (stream->held < kRecordHeaderSize) {
+    const int status = ReadWanted(stream);
+    if (status != 0) return status;
+  }
+  const size_t total = RecordField(stream->buffer.get(), kRecordTotalLengthOffset);
+  if (stream->held == kRecordHeaderSize) {
+    std::unique_ptr<std::byte[]> whole(new (std::nothrow) std::byte[total]);
+    if (whole == nullptr) return ENOMEM;
+    std::memcpy(whole.get(), stream->buffer.get(), kRecordHeaderSize);
+    stream->buffer = std::move(whole);
+    stream->wanted = total - kRecordHeaderSize;
+    if (stream->wanted == 0) return 0;
+  }
+  return ReadWanted(stream);
+}
+
+/// Close `*fd` once. 0 or an errno value.
+int CloseEnd(int *fd) {
+  if (*fd < 0) return 0;
+  const int status = close(*fd) == 0 ? 0 : errno;
+  *fd = -1;
+  return status;
+}
+
+ListLinks streamList;
+
+}  // namespace
+
+StreamLock streamLock;
+
+int StreamLock::Init() {
+  pthread_mutexattr_t attributes;
+  int status = pthread_mutexattr_init(&attributes);
+  if (status != 0) return status;
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+  status = pthread_mutex_init(&mutex_, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+  return status;
+}
+
+void StreamLock::Acquire() NO_THREAD_SAFETY_ANALYSIS {
+  const int status = pthread_mutex_lock(&mutex_);
+  if (status != 0) Panic("Failed to acquire stream lock: %s\n", strerror(status));
+}
+
+bool StreamLock::TryAcquire() NO_THREAD_SAFETY_ANALYSIS {
+  return pthread_mutex_trylock(&mutex_) == 0;
+}
+
+void StreamLock::Release() NO_THREAD_SAFETY_ANALYSIS {
+  const int status = pthread_mutex_unlock(&mutex_);
+  if (status != 0) Panic("Failed to release stream lock: %s\n", strerror(status));
+}
+
+ListLinks *StreamList() {
+  return &streamList;
+}
+
+int StreamListInit() {
+  const int status = streamLock.Init();
+  streamList.previous = &streamList;
+  streamList.next = &streamList;
+  return status;
+}
+
+int StreamOpen(const char *name, const Subscription &subscription, Stream **stream) {
+  std::unique_ptr<Stream> opened(new (std::nothrow) Stream);
+  if (opened == nullptr) return 1;
+  if (MakePipe(&opened->readEnd, &opened->writeEnd) != 0) return 2;
+  try {
+    opened->name = name;
+    opened->subscription = new Subscription(subscription);
+  } catch (const std::bad_alloc &) {
+    CloseEnd(&opened->readEnd);
+    CloseEnd(&opened->writeEnd);
+    return 1;
+  }
+  *stream = opened.release();
+  streamLock.Acquire();
+  ListAppend(&streamList, &(*stream)->links);
+  streamLock.Release();
+  return 0;
+}
+
+int StreamGetFd(const Stream &stream, int *fd, size_t *count) {
+  if (*count < 1) return 1;
+  *fd = stream.readEnd;
+  *count = 1;
+  return 0;
+}
+
+int StreamRead(Stream *stream, Observation **observation, bool *complete) {
+  *complete = false;
+  const int status = Reassemble(stream);
+  if (status == kIncomplete) return 0;
+  if (status != 0) return 2;
+  *observation = nullptr;
+  Ryn_MakeRyn(stream->buffer.get(), stream->held, observation);
+  if (*observation == nullptr) return 2;
+  stream->buffer.release();
+  stream->held = 0;
+  *complete = true;
+  return 0;
+}
+
+int StreamClose(Stream *stream) {
+  // A fan-out may hold the lock and wait for room in this very pipe: closing the read end ends that wait.
+  stream->closing = true;
+  int readStatus = 0;
+  if (!streamLock.TryAcquire()) {
+    readStatus = CloseEnd(&stream->readEnd);
+    streamLock.Acquire();
+  }
+  if (stream->readEnd >= 0) readStatus = CloseEnd(&stream->readEnd);
+  const int status = readStatus != 0 ? readStatus : CloseEnd(&stream->writeEnd);
+  SubscriptionDestroy(stream->subscription);
+  ListRemove(&stream->links);
+  streamLock.Release();
+  delete stream;
+  return status == 0 ? 0 : 2;
+}
+
+}  // namespace rynd

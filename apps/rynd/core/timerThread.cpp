@@ -1,0 +1,70 @@
+#include "core/timerThread.h"
+
+#include <pthread.h>
+
+#include <ctime>
+
+#include "core/conditionVariable.h"
+#include "platform/system.h"
+
+namespace rynd {
+namespace {
+
+struct Timers {
+  Mutex mutex;  ///< never held around a callback, nor inside of another lock
+  ConditionVariable changed;
+  TimerRegistry registry GUARDED_BY(mutex);
+};
+
+Timers &AllTimers() {
+  static Timers *const timers = new Timers;
+  return *timers;
+}
+
+/// Wait for the next timer that is due and take it.
+TimerCallback WaitForDue() {
+  Timers &timers = AllTimers();
+  MutexLock lock(timers.mutex);
+  for (;;) {
+    if (const TimerCallback callback = timers.registry.TakeDue(time(nullptr)); callback != nullptr) return callback;
+    const int64_t earliest = timers.registry.EarliestDue();
+    if (earliest == 0) {
+      timers.changed.Wait(timers.mutex);
+    } else {
+      timers.changed.WaitUntil(timers.mutex, earliest);
+    }
+  }
+}
+
+void *RunTimers(void *) {
+  Hyk_SetThreadName("TimerThread");
+  for (;;) WaitForDue()();
+}
+
+}  // namespace
+
+int StartTimerThread() {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  const int status = pthread_create(&thread, &attributes, RunTimers, nullptr);
+  pthread_attr_destroy(&attributes);
+  return status;
+}
+
+int RegisterTimer(TimerCallback callback) {
+  Timers &timers = AllTimers();
+  MutexLock lock(timers.mutex);
+  return timers.registry.Register(callback);
+}
+
+int ArmTimer(int id, uint32_t periodic, int64_t intervalS, int64_t *dueS) {
+  Timers &timers = AllTimers();
+  MutexLock lock(timers.mutex);
+  const int status = timers.registry.Arm(id, periodic, intervalS, time(nullptr), dueS);
+  if (status == 0) timers.changed.NotifyOne();
+  return status;
+}
+
+}  // namespace rynd

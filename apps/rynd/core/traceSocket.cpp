@@ -1,0 +1,57 @@
+#include "core/traceSocket.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "base/acceptor.h"
+#include "base/unixAddress.h"
+#include "core/log.h"
+#include "core/traceFeed.h"
+#include "platform/system.h"
+
+namespace rynd {
+namespace {
+
+constexpr char kTraceSocketPath[] = "/var/run/corvane/rynd-trace.sock";
+constexpr int kBacklog = 4096;
+
+/// 0 or an errno value.
+int Listen(const std::string &path, base::UniqueFd *fd) {
+  base::UnixAddress address;
+  if (const int status = base::MakeUnixAddress(path, &address); status != 0) return status;
+  unlink(path.c_str());
+  fd->Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!*fd || bind(fd->Get(), address.Get(), base::UnixAddress::kLength) != 0 || listen(fd->Get(), kBacklog) != 0) {
+    return errno;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int OpenTraceSocket() {
+  const std::string path = std::string(Hyk_Root()) + kTraceSocketPath;
+  base::UniqueFd fd;
+  if (const int status = Listen(path, &fd); status != 0) {
+    Log("Cannot open the trace socket %s: %s\n", path.c_str(), strerror(status));
+    return -1;
+  }
+  return fd.Release();
+}
+
+void AcceptTraceClient(int listenFd) {
+  static base::Acceptor acceptor;
+  base::UniqueFd client(acceptor.Accept(listenFd));
+  if (!client) {
+    Log("Trace accept() failed: %s", strerror(errno));
+    return;
+  }
+  const int status = Feed().AddClient(std::move(client));
+  if (status != 0) Log("pthread_create failed: %s", strerror(status));
+}
+
+}  // namespace rynd

@@ -1,0 +1,15 @@
+#include <array>
+
+#include "correlators/correlators.h"
+
+namespace rynd {
+
+std::span<const AgentFunction> AgentTable() {
+  static constexpr auto kAgents = std::to_array<AgentFunction>({
+      RyndApdCorrelator,
+      RyndFabraCorrelator,
+  });
+  return kAgents;
+}
+
+}  // namespace rynd

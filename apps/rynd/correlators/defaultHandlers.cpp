@@ -1,0 +1,18 @@
+#include "correlators/defaultHandlers.h"
+
+#include "core/log.h"
+#include "platform/ryn.h"
+
+namespace rynd {
+
+void LogNoCorrelator(Observation *observation) {
+  const char *id = nullptr;
+  Ryn_GetID(observation, &id);
+  if (id == nullptr) {
+    Log("FAIL: Received NULL rynID\n");
+  } else {
+    Log("No correlator for %s \n", id);
+  }
+}
+
+}  // namespace rynd

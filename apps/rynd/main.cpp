@@ -1,0 +1,7 @@
+// rynd: turns kernel observations into management events.
+#include "core/startup.h"
+#include "correlators/correlators.h"
+
+int main(int argc, char **argv) {
+  return rynd::Run(argc, argv, rynd::AgentTable());
+}

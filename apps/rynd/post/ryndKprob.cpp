@@ -1,0 +1,157 @@
+#include "post/ryndKprob.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+
+#include "core/log.h"
+#include "core/traceLines.h"
+#include "platform/messageFormat.h"
+#include "platform/system.h"
+#include "post/eventRecord.h"
+#include "post/ryndKprobQueue.h"
+
+namespace rynd {
+namespace {
+
+constexpr char kSource[] = "apps/rynd/ryndKprob";
+constexpr size_t kFirstBufferSize = 1171;
+constexpr int kMaxAttempts = 5;
+
+struct FreeText {
+  void operator()(char *text) const { free(text); }
+};
+using MessageText = std::unique_ptr<char, FreeText>;
+
+/// Characters in front of the short id, by category.
+size_t SkipCount(uint32_t category) {
+  switch (category) {
+    case kProblem:
+      return 20;
+    case kAudit:
+    case kClear:
+      return 18;
+    default:
+      Panic("NOT_REACHED %s:%d \n", kSource, 656);
+  }
+}
+
+void PutField(std::byte *record, size_t offset, size_t value) {
+  const auto field = static_cast<uint32_t>(value);
+  std::memcpy(record + offset, &field, sizeof field);
+}
+
+/// A record while it is built: `size` bytes that the record may use, with as many zeroed ones behind them, since a send
+/// that goes on after a partial one may reach beyond the record.
+struct RecordBuffer {
+  std::unique_ptr<std::byte[]> bytes;
+  size_t size = 0;
+};
+
+/// Grow `buffer` to `size`, keeping its first `kept` bytes. False without memory.
+bool Grow(RecordBuffer *buffer, size_t size, size_t kept) {
+  std::unique_ptr<std::byte[]> bytes(new (std::nothrow) std::byte[2 * size]());
+  if (bytes == nullptr) return false;
+  if (kept > 0) std::memcpy(bytes.get(), buffer->bytes.get(), kept);
+  buffer->bytes = std::move(bytes);
+  buffer->size = size;
+  return true;
+}
+
+/// Everything in front of the arguments.
+void FillFixedPart(std::byte *record, const char *eventNamespace, const char *shortId, size_t nameLength) {
+  snprintf(reinterpret_cast<char *>(record + kEventNameOffset), nameLength, "%s%s", eventNamespace, shortId);
+  std::memcpy(record + kEventUuidOffset, SystemUuidText(), kEventUuidSize);
+  PutField(record, kEventTotalLengthOffset, nameLength + kEventFixedLength);
+  PutField(record, kEventArgumentCountOffset, 0);
+  PutField(record, kEventNameLengthOffset, nameLength);
+  Hyk_StampEvent(record);
+}
+
+/// Serialise the arguments behind the name, growing the buffer as needed. False, with what has to be said logged, when
+/// the event is to be dropped.
+[[gnu::format(printf, 3, 0)]] bool SerializeArguments(RecordBuffer *buffer, size_t areaOffset, const char *format,
+                                                      va_list arguments, size_t *used, uint32_t *count) {
+  for (int attempt = 1;; ++attempt) {
+    va_list again;
+    va_copy(again, arguments);
+    const size_t room = buffer->size - areaOffset - (kEventFixedLength - kEventNameOffset);
+    const int status = MsgFmt_Serialize(buffer->bytes.get() + areaOffset, room, format, again, used, count);
+    va_end(again);
+    if (status == 0) return true;
+    if (status != ENOSPC || attempt == kMaxAttempts) return false;
+    const size_t doubled = buffer->size * 2;
+    if (!Grow(buffer, doubled, areaOffset)) {
+      Log("Failed to allocate %zu bytes for prob buffer.", doubled);
+      return false;
+    }
+  }
+}
+
+/// The part of a post format from `offset` on.
+[[gnu::format_arg(1)]] const char *MessagePart(const char *format, size_t offset) {
+  return format + offset;
+}
+
+uint64_t RecordTime(const std::byte *record) {
+  uint64_t timeUs = 0;
+  std::memcpy(&timeUs, record, sizeof timeUs);
+  return timeUs;
+}
+
+}  // namespace
+
+void EventPost(uint32_t category, const char *format, ...) {
+  const size_t idStart = strnlen(format, SkipCount(category));
+  const size_t length = strcspn(format + idStart, ")");
+  const size_t messageStart = idStart + length + (format[idStart + length] == ')' ? 1 : 0);
+  const std::unique_ptr<char[]> shortId(new (std::nothrow) char[length + 1]());
+  if (shortId == nullptr) Panic("MEM_ALLOC %s:%d \n", kSource, 667);
+  std::memcpy(shortId.get(), format + idStart, length);
+  va_list arguments;
+  va_start(arguments, format);
+  EventPostCore(EventNamespace(category).data(), shortId.get(), MessagePart(format, messageStart), arguments);
+  va_end(arguments);
+}
+
+void Rynd_PostProblem(const char *shortId, const char *format, ...) {
+  Log("Using discouraged \"Rynd_PostProblem\" interface for kprob: %s", shortId);
+  va_list arguments;
+  va_start(arguments, format);
+  EventPostCore(EventNamespace(kProblem).data(), shortId, format, arguments);
+  va_end(arguments);
+}
+
+void EventPostCore(const char *eventNamespace, const char *shortId, const char *messageFormat, va_list arguments) {
+  RecordBuffer buffer;
+  if (!Grow(&buffer, kFirstBufferSize, 0)) {
+    Log("Failed to allocate %zu bytes for prob buffer.\n", kFirstBufferSize);
+    return;
+  }
+  if (!PassesRateLimit(time(nullptr), eventNamespace, shortId)) return;
+  const size_t nameLength = strlen(eventNamespace) + strlen(shortId) + 1;
+  if (nameLength > kMaxEventNameLength) return;
+  FillFixedPart(buffer.bytes.get(), eventNamespace, shortId, nameLength);
+
+  const size_t areaOffset = kEventNameOffset + nameLength;
+  size_t used = 0;
+  uint32_t count = 0;
+  if (!SerializeArguments(&buffer, areaOffset, messageFormat, arguments, &used, &count)) return;
+  std::byte *const record = buffer.bytes.get();
+  std::byte *const area = record + areaOffset;
+  const char *name = reinterpret_cast<const char *>(record + kEventNameOffset);
+  const MessageText message(MsgFmt_Format(messageFormat, area, count));
+  if (message == nullptr) return;
+  LogObservationText(name, message.get(), RecordTime(record));
+  MsgFmt_PointersToOffsets(area, count);
+  const size_t length = nameLength + kEventFixedLength + used;
+  PutField(record, kEventTotalLengthOffset, length);
+  PutField(record, kEventArgumentCountOffset, count);
+  TraceEvent(RecordTime(record), name, message.get(), area, count);
+  Deliver(record, length, name, message.get());
+}
+
+}  // namespace rynd

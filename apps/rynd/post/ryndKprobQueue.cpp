@@ -1,0 +1,154 @@
+#include "post/ryndKprobQueue.h"
+
+#include <pthread.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "core/cancel.h"
+#include "core/list.h"
+#include "core/log.h"
+#include "core/threadAnnotations.h"
+#include "core/timerThread.h"
+#include "platform/hsi.h"
+#include "post/eventRecord.h"
+#include "post/mgmtdSocket.h"
+#include "post/rateLimit.h"
+
+namespace rynd {
+namespace {
+
+constexpr int64_t kRetryS = 60;
+
+/// The queue lock: held across sends, so whoever waits for it may be cancelled.
+class CAPABILITY("mutex") QueueMutex {
+ public:
+  void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS { CancellableLock(&mutex_); }
+  void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_unlock(&mutex_); }
+
+ private:
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+class SCOPED_CAPABILITY QueueLock {
+ public:
+  explicit QueueLock(QueueMutex &mutex) ACQUIRE(mutex) : mutex_(mutex) { mutex_.Lock(); }
+  ~QueueLock() RELEASE() { mutex_.Unlock(); }
+  QueueLock(const QueueLock &) = delete;
+  QueueLock &operator=(const QueueLock &) = delete;
+
+ private:
+  QueueMutex &mutex_;
+};
+
+/// One event that waits; `record` has as many zeroed bytes behind it as it is long.
+struct QueueEntry {
+  ListLinks links;  ///< first, so that a link is its entry
+  size_t length = 0;
+  std::unique_ptr<std::byte[]> record;
+  std::unique_ptr<char[]> message;
+  const char *Name() const { return reinterpret_cast<const char *>(record.get() + kEventNameOffset); }
+};
+
+QueueMutex queueMutex;  // guards the two below and every send; never taken inside of another lock
+ListLinks queue GUARDED_BY(queueMutex);
+bool retryPending GUARDED_BY(queueMutex) = false;
+
+RateLimit rateLimit;
+int retryTimer = -1;                       // set once, before any agent starts
+std::byte systemUuid[kHsiSystemUuidSize];  // likewise
+
+void ArmRetry() REQUIRES(queueMutex) {
+  ArmTimer(retryTimer, 0, kRetryS);
+  retryPending = true;
+}
+
+/// A copy of `length` bytes at the front of `size` zeroed ones, or null without memory.
+template <typename Byte>
+std::unique_ptr<Byte[]> Copy(const Byte *bytes, size_t length, size_t size) {
+  std::unique_ptr<Byte[]> copy(new (std::nothrow) Byte[size]());
+  if (copy != nullptr) std::memcpy(copy.get(), bytes, length);
+  return copy;
+}
+
+/// Append copies of the record and its message to the queue; without memory the event is dropped.
+void AppendEntry(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
+  std::unique_ptr<QueueEntry> entry(new (std::nothrow) QueueEntry);
+  if (entry == nullptr) {
+    Log("Could not allocate memory for data of kprob ([%s] %s) to schedule for later. Will have to drop this kprob.",
+        name, message);
+    return;
+  }
+  entry->length = length;
+  entry->record = Copy(record, length, 2 * length);
+  if (entry->record == nullptr) {
+    Log("Could not allocate memory for buf of kprob ([%s] %s) to schedule for later. Will have to drop this kprob.",
+        name, message);
+    return;
+  }
+  const size_t messageSize = strlen(message) + 1;
+  entry->message = Copy(message, messageSize, messageSize);
+  if (entry->message == nullptr) {
+    Log("Could not allocate memory for kprobMsg of kprob ([%s] %s) to schedule for later. Will have to drop this "
+        "kprob.",
+        name, message);
+    return;
+  }
+  ListAppend(&queue, &entry.release()->links);
+}
+
+void Enqueue(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
+  AppendEntry(record, length, name, message);
+  if (!retryPending) ArmRetry();
+}
+
+}  // namespace
+
+void EventPostInit() {
+  retryTimer = RegisterTimer(QueueFlush);
+  const HYK_ReturnStatus status = HSI_Get("system/systemUuid", nullptr, systemUuid, sizeof systemUuid);
+  if (status != kHykOk) Log("Cannot read system/systemUuid: %s\n", strerror(HYK_ReturnStatusToErrno(status)));
+}
+
+const std::byte *SystemUuidText() {
+  return systemUuid + kEventUuidOffset;
+}
+
+bool PassesRateLimit(int64_t now, const char *eventNamespace, const char *shortId) {
+  if (rateLimit.Pass(now)) return true;
+  Log("Event rate limit reached. Dropping kprob: %s%s\n", eventNamespace, shortId);
+  return false;
+}
+
+void Deliver(const std::byte *record, size_t length, const char *name, const char *message) {
+  const QueueLock lock(queueMutex);
+  if (retryPending) {
+    Log("Some events in queue, adding event ([%s] %s) to it", name, message);
+  } else if (SendToMgmtd(record, length) == 0) {
+    Log("The event ([%s] %s) was sent immediately to mgmtd;", name, message);
+    return;
+  } else {
+    Log("The event ([%s] %s) could not be sent immediately to mgmtd; queueing for retry.", name, message);
+  }
+  Enqueue(record, length, name, message);
+}
+
+void QueueFlush() {
+  const QueueLock lock(queueMutex);
+  while (!ListIsEmpty(queue)) {
+    auto *entry = reinterpret_cast<QueueEntry *>(queue.next);
+    if (SendToMgmtd(entry->record.get(), entry->length) != 0) {
+      Log("Failed to send event ([%s] %s). Stopping send of events until next retry.", entry->Name(),
+          entry->message.get());
+      ArmRetry();
+      return;
+    }
+    Log("Successfully sent event ([%s] %s).\n", entry->Name(), entry->message.get());
+    ListRemove(&entry->links);
+    delete entry;
+  }
+  retryPending = false;
+}
+
+}  // namespace rynd
