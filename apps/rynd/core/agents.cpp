@@ -3,23 +3,28 @@
 #include <cxxabi.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <exception>
 
+#include "core/cancel.h"
 #include "core/conditionVariable.h"
 #include "core/log.h"
 
 namespace rynd {
 namespace {
 
-// How long all joins together may wait, and how long each may after that: a thread that has been cancelled while it
-// waits ends within microseconds.
-constexpr int64_t kJoinNs = 1'000'000'000;
-constexpr int64_t kLateJoinNs = 15'000'000;
+using Clock = std::chrono::steady_clock;
+
+// How long all joins together may wait, and how long each may after that: an agent that is cancelled while it waits
+// ends within microseconds.
+constexpr std::chrono::milliseconds kJoinTime{1000};
+constexpr std::chrono::milliseconds kLateJoinTime{15};
 
 struct AgentSlot {
   AgentFunction function = nullptr;
@@ -28,21 +33,32 @@ struct AgentSlot {
 std::array<AgentSlot, kMaxAgents> agents;
 uint32_t agentCount = 0;
 
-/// The agents that have yet to register their stream or to end.
-struct Readiness {
-  Mutex mutex;  ///< never held around anything but these counts
+/// What the initial thread waits for.
+struct Progress {
+  Mutex mutex;  ///< never held around anything but these
   ConditionVariable changed;
-  uint32_t pending GUARDED_BY(mutex) = 0;
+  uint32_t starting GUARDED_BY(mutex) = 0;  ///< agents that have yet to register their stream or to end
+  /// By slot. Atomic since an agent that is being cancelled sets it, in whatever state that finds it.
+  std::array<std::atomic<bool>, kMaxAgents> ended{};
 };
-Readiness &StartingAgents() {
-  static Readiness *const readiness = new Readiness;  // never destroyed: agents may outlive main()
-  return *readiness;
+Progress &AgentProgress() {
+  static Progress *const progress = new Progress;  // never destroyed: agents may outlive main()
+  return *progress;
 }
 thread_local bool isReady = false;
 
 /// The identity of an agent in log lines.
 unsigned AgentIdentity(AgentFunction function) {
   return static_cast<unsigned>(reinterpret_cast<uintptr_t>(function));
+}
+
+/// Tell StopAgents that the agent of `slot` has nothing left to do.
+void AgentEnded(const AgentSlot *slot) {
+  AgentReady();
+  Progress &progress = AgentProgress();
+  MutexLock lock(progress.mutex);
+  progress.ended[static_cast<size_t>(slot - agents.data())] = true;
+  progress.changed.NotifyAll();
 }
 
 /// The body of every agent thread.
@@ -57,26 +73,29 @@ void *AgentGuard(void *argument) {
   try {
     function();
   } catch (const abi::__forced_unwind &) {
+    AgentEnded(slot);
     throw;
   } catch (const std::exception &exception) {
     Log("Exception (%s) in agent function(%#x).\n", exception.what(), AgentIdentity(function));
   } catch (...) {
     Log("Unknown exception in agent function(%#x).\n", AgentIdentity(function));
   }
-  AgentReady();
+  AgentEnded(slot);
   return nullptr;
 }
 
-int64_t MonotonicNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * int64_t{1'000'000'000} + now.tv_nsec;
-}
-
-/// Join `thread` by `deadlineNs` of the monotonic clock. 0 or an errno value (ETIMEDOUT).
-int JoinBy(pthread_t thread, int64_t deadlineNs) {
-  const timespec deadline{deadlineNs / 1'000'000'000, deadlineNs % 1'000'000'000};
-  return pthread_clockjoin_np(thread, nullptr, CLOCK_MONOTONIC, &deadline);
+/// Join the agent of `slot` when it ends by `deadline`. 0 or an errno value (ETIMEDOUT).
+int JoinBy(size_t slot, Clock::time_point deadline) {
+  Progress &progress = AgentProgress();
+  {
+    MutexLock lock(progress.mutex);
+    while (!progress.ended[slot] && Clock::now() < deadline) progress.changed.WaitUntil(progress.mutex, deadline);
+    if (!progress.ended[slot]) {
+      pthread_detach(agents[slot].thread);
+      return ETIMEDOUT;
+    }
+  }
+  return pthread_join(agents[slot].thread, nullptr);
 }
 
 }  // namespace
@@ -89,48 +108,49 @@ void StartAgent(AgentFunction agentFunction) {
   AgentSlot &slot = agents[agentCount];
   slot.function = agentFunction;
   {
-    MutexLock lock(StartingAgents().mutex);
-    ++StartingAgents().pending;
+    MutexLock lock(AgentProgress().mutex);
+    ++AgentProgress().starting;
+    AgentProgress().ended[agentCount] = false;
   }
   const int status = pthread_create(&slot.thread, nullptr, AgentGuard, &slot);
   if (status != 0) {
     Log("Failed to create thread %p (id:%d err:%d %s)\n", reinterpret_cast<void *>(agentFunction),
         static_cast<int>(agentCount), status, strerror(status));
-    MutexLock lock(StartingAgents().mutex);
-    --StartingAgents().pending;
+    MutexLock lock(AgentProgress().mutex);
+    --AgentProgress().starting;
     return;
   }
   ++agentCount;
 }
 
 int StartAgents(std::span<const AgentFunction> table) {
+  EndCancelling();
   for (const AgentFunction agentFunction : table) StartAgent(agentFunction);
-  Readiness &starting = StartingAgents();
-  MutexLock lock(starting.mutex);
-  while (starting.pending > 0) starting.changed.Wait(starting.mutex);
+  Progress &progress = AgentProgress();
+  MutexLock lock(progress.mutex);
+  while (progress.starting > 0) progress.changed.Wait(progress.mutex);
   return 0;
 }
 
 void AgentReady() {
   if (isReady) return;
   isReady = true;
-  Readiness &starting = StartingAgents();
-  MutexLock lock(starting.mutex);
-  if (starting.pending > 0 && --starting.pending == 0) starting.changed.NotifyAll();
+  Progress &progress = AgentProgress();
+  MutexLock lock(progress.mutex);
+  if (--progress.starting == 0) progress.changed.NotifyAll();
 }
 
 void StopAgents() {
-  const int64_t deadlineNs = MonotonicNs() + kJoinNs;
+  const Clock::time_point deadline = Clock::now() + kJoinTime;
+  BeginCancelling();
   while (agentCount > 0) {
     --agentCount;
-    const pthread_t thread = agents[agentCount].thread;
-    int status = pthread_cancel(thread);
+    int status = pthread_cancel(agents[agentCount].thread);
     if (status != 0) {
       Log("Failed to cancel thread id:%d, err:%d %s\n", static_cast<int>(agentCount), status, strerror(status));
       continue;
     }
-    const int64_t lateNs = MonotonicNs() + kLateJoinNs;
-    status = JoinBy(thread, lateNs > deadlineNs ? lateNs : deadlineNs);
+    status = JoinBy(agentCount, std::max(deadline, Clock::now() + kLateJoinTime));
     if (status != 0) {
       Log("Failed to join thread id:%d, err:%d %s\n", static_cast<int>(agentCount), status, strerror(status));
     }

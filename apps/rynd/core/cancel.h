@@ -1,6 +1,10 @@
 // The calls in which an agent may be cancelled, and no others. An agent's cancel type is asynchronous and its cancel
 // state disabled; each call here enables it for its own duration. None of them may have anything to destroy: a thread
 // that is cancelled at an instruction outside of the exception tables would end the process.
+//
+// A cancellation is a signal, and one that is sent during such a call may arrive just behind it, where the library no
+// longer looks at the state. So whoever cancels says so first, with BeginCancelling(), and an agent that comes out of
+// a call after that does not go on: it waits, still inside of the call, to be cancelled.
 #pragma once
 
 #include <poll.h>
@@ -8,6 +12,11 @@
 #include <sys/socket.h>
 
 namespace rynd {
+
+/// From now on no agent comes out of the calls below any more. Before the first pthread_cancel().
+void BeginCancelling();
+/// Agents come out of the calls below again. Before agents are started.
+void EndCancelling();
 
 /// poll() without a timeout. -1 with errno, or the number of ready descriptors.
 int CancellablePoll(pollfd *set, nfds_t count);

@@ -25,6 +25,12 @@ class ConditionVariable {
     condition_.wait_until(lock, std::chrono::system_clock::time_point(std::chrono::seconds(second)));
     lock.release();
   }
+  /// Wait until the monotonic clock shows `deadline`.
+  void WaitUntil(Mutex &mutex, std::chrono::steady_clock::time_point deadline) REQUIRES(mutex) {
+    std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+    condition_.wait_until(lock, deadline);
+    lock.release();
+  }
 
  private:
   std::condition_variable condition_;

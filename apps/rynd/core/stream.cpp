@@ -1,7 +1,6 @@
 #include "core/stream.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -86,32 +85,6 @@ ListLinks streamList;
 
 }  // namespace
 
-StreamLock streamLock;
-
-int StreamLock::Init() {
-  pthread_mutexattr_t attributes;
-  int status = pthread_mutexattr_init(&attributes);
-  if (status != 0) return status;
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
-  status = pthread_mutex_init(&mutex_, &attributes);
-  pthread_mutexattr_destroy(&attributes);
-  return status;
-}
-
-void StreamLock::Acquire() NO_THREAD_SAFETY_ANALYSIS {
-  const int status = pthread_mutex_lock(&mutex_);
-  if (status != 0) Panic("Failed to acquire stream lock: %s\n", strerror(status));
-}
-
-bool StreamLock::TryAcquire() NO_THREAD_SAFETY_ANALYSIS {
-  return pthread_mutex_trylock(&mutex_) == 0;
-}
-
-void StreamLock::Release() NO_THREAD_SAFETY_ANALYSIS {
-  const int status = pthread_mutex_unlock(&mutex_);
-  if (status != 0) Panic("Failed to release stream lock: %s\n", strerror(status));
-}
-
 ListLinks *StreamList() {
   return &streamList;
 }
@@ -155,10 +128,10 @@ int StreamRead(Stream *stream, Observation **observation, bool *complete) {
   if (status == kIncomplete) return 0;
   if (status != 0) return 2;
   *observation = nullptr;
-  Ryn_MakeRyn(stream->buffer.get(), stream->held, observation);
-  if (*observation == nullptr) return 2;
-  stream->buffer.release();
-  stream->held = 0;
+  const bool made = Ryn_MakeRyn(stream->buffer.get(), stream->held, observation) == 0;
+  if (made) stream->buffer.release();
+  stream->buffer.reset();
+  if (!made) return 2;
   *complete = true;
   return 0;
 }

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "core/list.h"
+#include "core/streamLock.h"
 #include "core/subscription.h"
-#include "core/threadAnnotations.h"
 
 struct Observation;
 
@@ -30,22 +30,6 @@ struct Stream {
   size_t wanted = 0;
 };
 
-/// The lock that guards the stream list and every fan-out. Taking or releasing it can only fail fatally.
-class CAPABILITY("mutex") StreamLock {
- public:
-  /// Initialise the lock. 0 or an errno value.
-  int Init();
-  void Acquire() ACQUIRE();
-  /// True when it was free and is now held.
-  bool TryAcquire() TRY_ACQUIRE(true);
-  void Release() RELEASE();
-
- private:
-  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
-};
-
-/// Guards StreamList(); the trace feed's lock is taken inside of it, never the other way.
-extern StreamLock streamLock;
 /// The head of the list of all streams.
 ListLinks *StreamList() REQUIRES(streamLock);
 

@@ -1,0 +1,41 @@
+// How every command reads its command line, so that help, usage errors and exit statuses are the same everywhere.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "console.h"
+
+namespace CLI {
+class App;
+}
+
+namespace rynctl {
+
+/// The words behind the command's name.
+using Words = std::vector<std::string>;
+
+/// Parse `words` with `app`. Nothing when the command shall go on, or the exit status: kDone after --help or
+/// --version, which it prints, kUsage after a mistake, which it reports.
+std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &console);
+
+/// Report a mistake on the command line of `app`. Returns kUsage.
+int UsageError(const CLI::App &app, const std::string &text, Console &console);
+
+/// The operands that `app` declared no name for, in order. An unknown option among them, unless it stands behind "--",
+/// gives nothing and is left in `unknown`. Words such as "-5" are operands.
+std::optional<Words> Operands(const CLI::App &app, std::string *unknown);
+
+/// What the commands that print a stream of lines have in common.
+struct PrintOptions {
+  bool json = false;
+  std::string color = "auto";
+  uint64_t count = 0;  ///< lines until the end; 0: no end
+};
+
+/// Declare --json, --color and --count.
+void AddPrintOptions(CLI::App &app, PrintOptions *options);
+
+}  // namespace rynctl

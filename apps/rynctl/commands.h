@@ -1,0 +1,18 @@
+// The commands of rynctl. Each parses the words behind its name, runs, and returns its exit status.
+#pragma once
+
+#include "commandLine.h"
+#include "console.h"
+
+namespace rynctl {
+
+/// Send observations to the daemon.
+int SubmitCommand(const Words &words, Console &console);
+/// Be the management agent: receive events and print them, until a signal.
+int ListenCommand(const Words &words, Console &console);
+/// Follow what goes into the daemon and comes out of it, until a signal or the daemon's end.
+int TraceCommand(const Words &words, Console &console);
+/// Print every event that the daemon can post.
+int CatalogCommand(const Words &words, Console &console);
+
+}  // namespace rynctl

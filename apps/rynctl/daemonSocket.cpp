@@ -1,0 +1,110 @@
+// Connects and sends without ever blocking in the kernel, so that every wait can be told and bounded.
+#include "daemonSocket.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "base/unixAddress.h"
+
+namespace rynctl {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// One wait: notes its start and speaks up when it gets long.
+class Wait {
+ public:
+  Wait(const std::string &path, Patience *patience) : path_(path), patience_(patience) {}
+
+  /// How long to sleep until the next look, at most 100 ms; 0 when patience has ended.
+  milliseconds Next() {
+    const auto waited = std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
+    if (patience_->limit && waited >= *patience_->limit) return milliseconds(0);
+    if (!patience_->noticed && waited >= patience_->noticeAfter) {
+      patience_->noticed = true;
+      patience_->err << "rynctl: waiting: the daemon takes nothing from " << path_
+                     << " (is rynd stopped? --timeout bounds the wait)" << std::endl;
+    }
+    const milliseconds left = patience_->limit ? *patience_->limit - waited : milliseconds(100);
+    return std::clamp(left, milliseconds(1), milliseconds(100));
+  }
+
+  std::string TimedOut() const {
+    return "timed out: the daemon takes nothing from " + path_ + " (see whether rynd is stopped or overloaded)";
+  }
+
+ private:
+  const std::string &path_;
+  Patience *patience_;
+  Clock::time_point start_ = Clock::now();
+};
+
+std::string ConnectError(const std::string &path, int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ECONNREFUSED:
+      return "no daemon serves " + path + " (start rynd, or set CORVANE_ROOT to its root)";
+    case EACCES:
+    case EPERM:
+      return "no permission for " + path + " (run as root, or as the user that rynd runs as)";
+    case ENAMETOOLONG:
+      return "socket path is too long: " + path + " (set CORVANE_ROOT to a shorter one)";
+    case EPROTOTYPE:
+      return path + " is another program's socket (set CORVANE_ROOT to rynd's root)";
+    default:
+      return "cannot connect to " + path + ": " + std::strerror(error);
+  }
+}
+
+}  // namespace
+
+std::string ConnectToDaemon(const std::string &path, int type, Patience *patience, base::UniqueFd *fd) {
+  base::UnixAddress address;
+  if (const int error = base::MakeUnixAddress(path, &address)) return ConnectError(path, error);
+  base::UniqueFd socketFd(socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!socketFd) return ConnectError(path, errno);
+  Wait wait(path, patience);
+  // A full backlog gives EAGAIN, and nothing to poll for.
+  while (connect(socketFd.Get(), address.Get(), base::UnixAddress::kLength) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN) return ConnectError(path, errno);
+    const milliseconds pause = wait.Next();
+    if (pause.count() == 0) return wait.TimedOut();
+    std::this_thread::sleep_for(std::min(pause, milliseconds(20)));
+  }
+  *fd = std::move(socketFd);
+  return "";
+}
+
+std::string SendToDaemon(int fd, const std::string &path, std::span<const std::byte> record, Patience *patience,
+                         bool *lost) {
+  if (lost != nullptr) *lost = false;
+  Wait wait(path, patience);
+  while (send(fd, record.data(), record.size(), MSG_NOSIGNAL) < 0) {
+    const int error = errno;
+    if (error == EINTR) continue;
+    if (error == EAGAIN || error == ENOBUFS) {
+      const milliseconds pause = wait.Next();
+      if (pause.count() == 0) return wait.TimedOut();
+      if (error == ENOBUFS) std::this_thread::sleep_for(milliseconds(10));  // nothing to poll for
+      pollfd writable{fd, POLLOUT, 0};
+      poll(&writable, 1, static_cast<int>(pause.count()));
+      continue;
+    }
+    const bool gone = error == ECONNREFUSED || error == ECONNRESET || error == EPIPE || error == ENOTCONN;
+    if (lost != nullptr) *lost = gone;
+    if (error == EMSGSIZE) return "the record is too large for a socket of this host (see sysctl net.core.wmem_max)";
+    if (gone) return "the daemon went away from " + path + " (see its log; start it again)";
+    return "cannot send to " + path + ": " + std::strerror(error);
+  }
+  return "";
+}
+
+}  // namespace rynctl

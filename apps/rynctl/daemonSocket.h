@@ -1,0 +1,32 @@
+// Reaching the daemon's sockets from outside: connecting and sending, both bounded, with errors for people.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <ostream>
+#include <span>
+#include <string>
+
+#include "base/uniqueFd.h"
+
+namespace rynctl {
+
+/// How long to wait for a daemon that takes nothing, and whom to tell. One line is written to `err` after
+/// `noticeAfter` of waiting, once in a run; `limit` (none: for ever) ends one wait.
+struct Patience {
+  std::ostream &err;
+  std::optional<std::chrono::milliseconds> limit;
+  std::chrono::milliseconds noticeAfter{5000};
+  bool noticed = false;
+};
+
+/// Connect a new socket of `type` (SOCK_DGRAM and so on) to the daemon's socket at `path`; waits while its backlog is
+/// full. "" and the socket (non-blocking, close-on-exec), or what went wrong and what to do.
+std::string ConnectToDaemon(const std::string &path, int type, Patience *patience, base::UniqueFd *fd);
+
+/// Send one record on a socket that ConnectToDaemon made; waits while the daemon's queue is full. "", or what went
+/// wrong. `lost`, when it is given, says that the daemon behind the socket is gone, so that a new connection may help.
+std::string SendToDaemon(int fd, const std::string &path, std::span<const std::byte> record, Patience *patience,
+                         bool *lost);
+
+}  // namespace rynctl

@@ -1,0 +1,59 @@
+// A hostile sender must not reach the terminal.
+#include "escape.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "eventPrinter.h"
+
+namespace rynctl {
+namespace {
+
+TEST(Escape, WritesOutWhatSteersATerminal) {
+  const struct {
+    std::string text;
+    const char *escaped;
+  } cases[] = {
+      {"plain \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "plain \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
+      {"a\nb\tc\rd", "a\\nb\\tc\\rd"},
+      {"\x1b]0;title\x07\x7f", "\\x1b]0;title\\x07\\x7f"},
+      {std::string("a\0b", 3), "a\\x00b"},
+      {"\xc2\x9b\x33\x31m", "\\u009b31m"},    // a C1 control sequence introducer in UTF-8
+      {"\x9b\x33\x31m", "\\x9b31m"},          // and as a bare byte
+      {"\xe2\x80\xae evil", "\\u202e evil"},  // turns the writing direction
+      {"\xe2\x80\xa8\xe2\x81\xa9", "\\u2028\\u2069"},
+      {"\xc0\x9b\xe0\x80\x9b", "\\xc0\\x9b\\xe0\\x80\\x9b"},  // overlong
+      {"\xed\xa0\x80\xf4\x90\x80\x80", "\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},
+      {"cut \xe2\x82", "cut \\xe2\\x82"},
+  };
+  for (const auto &one : cases) EXPECT_EQ(EscapeForTerminal(one.text), one.escaped);
+}
+
+TEST(Escape, LeavesNothingButTextOfAnyBytes) {
+  std::mt19937 random(2);
+  for (int round = 0; round < 2000; ++round) {
+    std::string text;
+    for (int i = 0; i < 40; ++i) text += static_cast<char>(random());
+    const std::string escaped = EscapeForTerminal(text);
+    EXPECT_EQ(EscapeForTerminal(escaped), escaped);
+    for (const char c : escaped) EXPECT_TRUE(static_cast<unsigned char>(c) >= 0x20 && c != 0x7f);
+  }
+}
+
+TEST(EventLine, ColorsTheCategoryAndNothingOfTheSender) {
+  DecodedEvent event;
+  event.category = rynd::kClear;
+  event.name = "amb.clear.\x1b[31m";
+  event.text = "\x1b[2J";
+  event.hostUuid = "\xff";
+  const std::string line = EventLine(event, true);
+  EXPECT_NE(line.find("  \x1b[32mCLEAR\x1b[0m  "), std::string::npos) << line;
+  EXPECT_NE(line.find("amb.clear.\\x1b[31m  \\x1b[2J"), std::string::npos) << line;
+  EXPECT_NE(EventJson(event).find("\xef\xbf\xbd"), std::string::npos);  // what is no UTF-8 is replaced
+  event.problems = {"one", "two\n"};
+  EXPECT_NE(EventLine(event, false).find("  [one; two\\n]"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace rynctl

@@ -1,0 +1,63 @@
+// The management agent's end of the event socket: many connections, each carrying one record up to its end.
+#pragma once
+
+#include <poll.h>
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <list>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/uniqueFd.h"
+
+namespace rynctl {
+
+/// Accepts connections and hands out each one's record when it ends. No connection waits for another: one that goes
+/// silent or sends too much is cut off, and what it sent is handed out. One thread.
+class EventReceiver {
+ public:
+  static constexpr size_t kMaxRecord = 1024 * 1024;  ///< bytes of one connection that are kept
+  /// Above this many connections the next ones wait in the listening socket's backlog, where none is lost.
+  static constexpr size_t kMaxConnections = 256;
+
+  /// Receives one record; `cut` is "" or why it was cut off before its end. False ends the receiving.
+  using OnRecord = std::function<bool(std::span<const std::byte> record, const std::string &cut)>;
+
+  /// `listenFd` is borrowed. A connection is cut off after `silence` without a byte.
+  EventReceiver(int listenFd, std::chrono::milliseconds silence, OnRecord onRecord)
+      : listenFd_(listenFd), silence_(silence), onRecord_(std::move(onRecord)) {}
+
+  /// Wait once, with `mask` as the signal mask while waiting, and serve what is ready. Records whose connections end in
+  /// one round are handed out in the order of acceptance. 0; EINTR after a signal; ECANCELED when OnRecord wants no
+  /// more; or another errno value when waiting fails.
+  int Serve(const sigset_t *mask);
+
+  /// Take in and hand out what the connections have sent by now, before the end. False when OnRecord wants no more.
+  bool Drain();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Connection {
+    base::UniqueFd fd;
+    Clock::time_point heard;
+    std::vector<std::byte> bytes{};
+    bool ended = false;
+    std::string cut{};
+  };
+
+  void Accept();
+  void Receive(Connection *connection) const;
+  bool HandOutEnded();
+  timespec Timeout() const;
+
+  const int listenFd_;
+  const std::chrono::milliseconds silence_;
+  const OnRecord onRecord_;
+  size_t maxConnections_ = kMaxConnections;  ///< less where the process has not so many descriptors
+  std::list<Connection> connections_;        ///< in the order of acceptance
+};
+
+}  // namespace rynctl

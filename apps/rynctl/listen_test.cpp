@@ -1,0 +1,194 @@
+// The senders are the tests' own, over real sockets.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+
+#include "eventReceiver.h"
+#include "hosted/paths.h"
+#include "hosted/unixSocket.h"
+#include "testEvent.h"
+#include "testing/testRoot.h"
+#include "toolRun.h"
+
+namespace rynctl {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+using Strings = std::vector<std::string>;
+
+/// A connection that has sent `bytes`.
+base::UniqueFd Connect(const std::string &path, const Bytes &bytes) {
+  base::UniqueFd fd;
+  EXPECT_EQ(hosted::ConnectUnixSocket(path, SOCK_STREAM, &fd), 0);
+  EXPECT_EQ(send(fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+  return fd;
+}
+
+Bytes Cut(Bytes bytes, size_t length) {
+  bytes.resize(length);
+  return bytes;
+}
+
+Strings Lines(const std::string &text) {
+  Strings lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+class Listen : public testing::Test {
+ protected:
+  void SetUp() override { CleanRoot(); }
+
+  /// Wait until the tool in the background accepts.
+  void AwaitSocket() const {
+    base::UniqueFd probe;
+    ASSERT_TRUE(Eventually([&] { return hosted::ConnectUnixSocket(path_, SOCK_STREAM, &probe) == 0; }));
+  }
+
+  const std::string path_ = hosted::RootPath(hosted::kEventSocket);
+};
+
+TEST_F(Listen, PrintsEventsForPeopleUntilASignal) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    BackgroundTool tool({"listen"});
+    AwaitSocket();
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0660U);
+    Connect(path_, EventBytes(kApdStart, {"naa.\x1b[2J"}));
+    Connect(path_, Cut(EventBytes(kApdStart, {"naa.6001"}), 100));
+    Connect(path_, {});  // a look whether somebody serves the socket is no event
+    tool.Signal(signal);
+    const ToolResult &result = tool.Result();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "rynctl: listening on " + path_ + "\n");
+    const Strings lines = Lines(result.out);
+    ASSERT_EQ(lines.size(), 3U) << result.out;
+    EXPECT_EQ(lines[0].substr(0, 8), "2023-11-");
+    EXPECT_NE(lines[1].find(".123  PROBLEM  amb.problem.storage.apd.start  Device or filesystem with identifier "
+                            "[naa.\\x1b[2J] has"),
+              std::string::npos)
+        << lines[1];
+    EXPECT_NE(lines[2].find("truncated: 100 of "), std::string::npos) << lines[2];
+    EXPECT_NE(access(path_.c_str(), F_OK), 0);
+  }
+}
+
+TEST_F(Listen, PrintsHundredConnectionsInTheirOrderAsJson) {
+  BackgroundTool tool({"listen", "--json", "--count", "100"});
+  AwaitSocket();
+  const base::UniqueFd hanging = Connect(path_, Cut(EventBytes(kApdStart, {"never"}), 20));
+  for (int i = 0; i < 100; ++i) Connect(path_, EventBytes(kApdStart, {std::to_string(i)}));
+  const ToolResult &result = tool.Result();
+  EXPECT_EQ(result.status, 0);
+  const Strings lines = Lines(result.out);
+  ASSERT_EQ(lines.size(), 100U);
+  for (size_t i = 0; i < 100; ++i) EXPECT_EQ(nlohmann::json::parse(lines[i])["args"][0], std::to_string(i));
+}
+
+TEST_F(Listen, LeavesALiveAgentItsSocketAndReplacesAStaleOne) {
+  ASSERT_EQ(hosted::MakeFolders(testing_support::ProcessRoot() / "/var/run/corvane", 0755), 0);
+  base::UniqueFd live;
+  ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0660, &live), 0);
+  const ToolResult refused = RunTool({"listen", "--count", "1"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.err,
+            "rynctl: a live management agent serves " + path_ + " (stop it first, or give another --socket)\n");
+  base::UniqueFd probe;
+  EXPECT_EQ(hosted::ConnectUnixSocket(path_, SOCK_STREAM, &probe), 0);
+  live.Reset();
+
+  BackgroundTool tool({"listen", "--count", "1"});
+  AwaitSocket();
+  // Another agent takes the path over: its file must stay.
+  unlink(path_.c_str());
+  const base::UniqueFd sender = [&] {
+    base::UniqueFd other;
+    EXPECT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0660, &live), 0);
+    return other;
+  }();
+  tool.Signal(SIGTERM);
+  EXPECT_EQ(tool.Result().status, 0);
+  EXPECT_EQ(access(path_.c_str(), F_OK), 0);
+}
+
+TEST_F(Listen, SaysWhyItCannotServe) {
+  testing_support::WriteFile(path_, "no socket");
+  EXPECT_NE(RunTool({"listen"}).err.find(path_ + " is no socket"), std::string::npos);
+  const std::string deep = testing_support::ProcessRoot() / ("/var/" + std::string(110, 'x'));
+  EXPECT_NE(RunTool({"listen", "--socket", deep}).err.find("too long"), std::string::npos);
+  EXPECT_EQ(RunTool({"listen", "--color", "mauve"}).status, 2);
+  EXPECT_EQ(RunTool({"listen", "--count", "-1"}).status, 2);
+}
+
+/// One line a record: its length and why it was cut off.
+class Receiver : public Listen {
+ protected:
+  void SetUp() override {
+    Listen::SetUp();
+    ASSERT_EQ(hosted::MakeFolders(testing_support::ProcessRoot() / "/var/run/corvane", 0755), 0);
+    ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM | SOCK_NONBLOCK, 0660, &listen_), 0);
+  }
+
+  EventReceiver Make(std::chrono::milliseconds silence, size_t wanted) {
+    return {listen_.Get(), silence, [this, wanted](std::span<const std::byte> record, const std::string &cut) {
+              records_.push_back(std::to_string(record.size()) + " " + cut);
+              return records_.size() < wanted;
+            }};
+  }
+
+  base::UniqueFd listen_;
+  Strings records_;
+};
+
+TEST_F(Receiver, LetsNoConnectionWaitForAnother) {
+  EventReceiver receiver = Make(std::chrono::hours(1), 3);
+  const base::UniqueFd silent = Connect(path_, Bytes(10));
+  base::UniqueFd slow = Connect(path_, Bytes(20));
+  Connect(path_, Bytes(30));
+  Connect(path_, Bytes(40));
+  EXPECT_EQ(receiver.Serve(nullptr), 0);
+  EXPECT_EQ(records_, (Strings{"30 ", "40 "}));
+  EXPECT_EQ(send(slow.Get(), "more", 4, MSG_NOSIGNAL), 4);
+  slow.Reset();
+  EXPECT_EQ(receiver.Serve(nullptr), ECANCELED);
+  EXPECT_EQ(records_.back(), "24 ");
+}
+
+TEST_F(Receiver, CutsOffTheSilentAndTheEndless) {
+  EventReceiver receiver = Make(std::chrono::milliseconds(50), 2);
+  const base::UniqueFd silent = Connect(path_, Bytes(10));
+  std::thread endless([this] {
+    base::UniqueFd fd = Connect(path_, Bytes(10));
+    const Bytes chunk(64 * 1024);
+    while (send(fd.Get(), chunk.data(), chunk.size(), MSG_NOSIGNAL) > 0) continue;  // until it is cut off
+  });
+  int status = 0;
+  while (status == 0) status = receiver.Serve(nullptr);
+  endless.join();
+  EXPECT_EQ(status, ECANCELED);
+  std::sort(records_.begin(), records_.end());
+  EXPECT_EQ(records_, (Strings{"10 connection hangs", "1048576 longer than 1 MiB"}));
+}
+
+TEST_F(Receiver, LosesNobodyAboveItsLimit) {
+  constexpr size_t kSenders = EventReceiver::kMaxConnections + 20;
+  EventReceiver receiver = Make(std::chrono::milliseconds(50), kSenders);
+  std::vector<base::UniqueFd> hanging;
+  int status = 0;
+  for (size_t i = 0; i < kSenders && status == 0; ++i) {
+    hanging.push_back(Connect(path_, Bytes(10)));
+    status = receiver.Serve(nullptr);
+  }
+  while (status == 0) status = receiver.Serve(nullptr);
+  EXPECT_EQ(status, ECANCELED);
+  EXPECT_EQ(records_.size(), kSenders);
+}
+
+}  // namespace
+}  // namespace rynctl

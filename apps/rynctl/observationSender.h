@@ -1,0 +1,47 @@
+// Sends observations to the daemon's contexts, one connection for each context, kept for the run.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "base/uniqueFd.h"
+#include "daemonSocket.h"
+#include "hosted/rawRecord.h"
+
+namespace rynctl {
+
+/// Which of the daemon's contexts an observation goes to.
+struct Target {
+  bool user = false;     ///< the user context
+  unsigned context = 0;  ///< else the kernel context, 0 to 28
+};
+
+/// One observation and where it goes; its sequence number and time are given when it is sent.
+struct Submission {
+  Target target;
+  hosted::RawRecord record;
+};
+
+/// "" when the daemon can take `submission`, or why not: an empty id, an id that its context does not carry, a NUL
+/// inside a text, a record that is too large.
+std::string CheckSubmission(const Submission &submission);
+
+/// One thread at a time.
+class ObservationSender {
+ public:
+  /// `patience` is borrowed for the sender's life.
+  explicit ObservationSender(Patience *patience) : patience_(patience) {}
+
+  /// Send one observation, numbered from 1 and stamped with the time of day. When the daemon was started anew since the
+  /// last one, connects again. "" or an error.
+  std::string Send(Submission submission);
+
+ private:
+  std::string SendBytes(const std::string &path, bool user, const std::vector<std::byte> &bytes);
+
+  Patience *patience_;
+  uint64_t sequence_ = 0;
+  std::map<std::string, base::UniqueFd> connections_;  ///< by socket path
+};
+
+}  // namespace rynctl

@@ -1,0 +1,68 @@
+// The table of commands and what they have in common.
+#include "rynctl.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
+
+#include "commands.h"
+
+namespace rynctl {
+namespace {
+
+struct Command {
+  const char *name;
+  const char *summary;
+  int (*run)(const Words &words, Console &console);
+};
+
+constexpr Command kCommands[] = {
+    {"submit", "Send observations to the daemon", SubmitCommand},
+    {"listen", "Be the management agent: receive events and print them", ListenCommand},
+    {"trace", "Follow what goes into the daemon and comes out", TraceCommand},
+    {"catalog", "Print every event that the daemon can post", CatalogCommand},
+};
+
+std::string CommandList() {
+  std::string list = "Commands:\n";
+  for (const Command &command : kCommands) {
+    const std::string name(command.name);
+    list += "  " + name + std::string(10 - name.size(), ' ') + command.summary + "\n";
+  }
+  return list + "\n'rynctl COMMAND --help' tells more. Example:\n  rynctl submit ryn.storage.apd.start naa.6001";
+}
+
+int Dispatch(const Words &words, Console &console) {
+  CLI::App app("Operator's tool of rynd: send observations, receive events, follow both.", "rynctl");
+  app.prefix_command();  // what stands behind the command's name is the command's own
+  app.add_option("COMMAND")->expected(0, -1)->description("One of those below, and its words");  // for the help text
+  app.set_version_flag("--version", "rynctl " RYND_VERSION);
+  app.footer(CommandList());
+  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+
+  const Words rest = app.remaining();
+  if (rest.empty()) {
+    console.err << app.help() << std::flush;
+    return kUsage;
+  }
+  for (const Command &command : kCommands) {
+    if (rest[0] == command.name) return command.run(Words(rest.begin() + 1, rest.end()), console);
+  }
+  return UsageError(app, (rest[0].starts_with("-") ? "unknown option " : "unknown command ") + rest[0], console);
+}
+
+}  // namespace
+
+int Main(int argc, char **argv, std::ostream &out, std::ostream &err) {
+  std::signal(SIGPIPE, SIG_IGN);
+  Console console{out, err, &out == &std::cout && isatty(STDOUT_FILENO) == 1};
+  try {
+    return Dispatch(Words(argv + (argc > 0 ? 1 : 0), argv + argc), console);
+  } catch (const std::exception &error) {
+    return console.Fail(error.what());
+  }
+}
+
+}  // namespace rynctl

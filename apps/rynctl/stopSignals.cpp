@@ -1,0 +1,47 @@
+// The handler only notes the signal; the wait that it interrupts looks at the note.
+#include "stopSignals.h"
+
+#include <pthread.h>
+
+#include <atomic>
+
+namespace rynctl {
+namespace {
+
+std::atomic<bool> stopWanted{false};
+static_assert(std::atomic<bool>::is_always_lock_free);  // or a signal handler may not touch it
+
+void OnStopSignal(int) {
+  stopWanted = true;
+}
+
+}  // namespace
+
+StopSignals::StopSignals() {
+  stopWanted = false;
+  sigset_t both;
+  sigemptyset(&both);
+  sigaddset(&both, SIGINT);
+  sigaddset(&both, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &both, &formerMask_);
+  pollMask_ = formerMask_;
+  sigdelset(&pollMask_, SIGINT);
+  sigdelset(&pollMask_, SIGTERM);
+
+  struct sigaction action {};
+  action.sa_handler = OnStopSignal;
+  sigaction(SIGINT, &action, &formerInterrupt_);
+  sigaction(SIGTERM, &action, &formerTerminate_);
+}
+
+StopSignals::~StopSignals() {
+  sigaction(SIGINT, &formerInterrupt_, nullptr);
+  sigaction(SIGTERM, &formerTerminate_, nullptr);
+  pthread_sigmask(SIG_SETMASK, &formerMask_, nullptr);
+}
+
+bool StopSignals::Wanted() const {
+  return stopWanted;
+}
+
+}  // namespace rynctl

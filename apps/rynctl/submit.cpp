@@ -1,0 +1,115 @@
+// The command "submit".
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "argument.h"
+#include "commands.h"
+#include "observationSender.h"
+#include "submitFile.h"
+
+namespace rynctl {
+namespace {
+
+constexpr char kExamples[] =
+    "An ARG is text, or typed as i32:5, u64:0x10, u8:7, s:text or null (types i8 to i64, u8 to u64);\n"
+    "a bare number is the first of i32, i64 and u64 that it fits. Behind -- nothing is an option.\n"
+    "A line of a file: {\"id\":\"ryn.a.b\",\"args\":[\"text\",5,null,{\"u64\":16}],\"offset\":0.5,\"context\":3}\n"
+    "(all but id may be missing; offset counts seconds from the start; \"user\" and \"message\" are known too).\n"
+    "Examples:\n"
+    "  rynctl submit ryn.storage.apd.start naa.6001\n"
+    "  rynctl submit --user ryn.user.backup.done s:nightly i32:0\n"
+    "  rynctl submit --file storm.jsonl --speed 10";
+
+struct SubmitOptions {
+  std::string id;
+  Target target;
+  std::string message;
+  std::string file;
+  std::string speed = "1";
+  double timeout = 0;
+};
+
+std::string CheckSeconds(const std::string &text) {
+  double seconds = 0;
+  if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 1e6) return "";
+  return "must be 0.001 to 1000000 seconds";
+}
+
+void Declare(CLI::App &app, SubmitOptions *options) {
+  app.allow_extras();  // the ARGs: taken as they stand, brackets and dashes included
+  app.footer(kExamples);
+  CLI::Option *id = app.add_option("ID", options->id, "Observation id, such as ryn.storage.apd.start");
+  app.add_option("ARG")->expected(0, -1)->description("Arguments");  // for the help text alone
+  CLI::Option *context = app.add_option("--context", options->target.context, "Kernel context (default 0)");
+  context->check(CLI::Range(0, 28))->option_text("N");
+  app.add_flag("--user", options->target.user, "User context; ids must begin with ryn.user.")->excludes(context);
+  CLI::Option *message =
+      app.add_option("--message", options->message, "The observation's message")->option_text("TEXT");
+  CLI::Option *file = app.add_option("--file", options->file, "Send the JSON lines of PATH (- is standard input)");
+  file->option_text("PATH")->excludes(message)->excludes(id);
+  app.add_option("--speed", options->speed, "Divide the waits of --file by X; 0 or max: no waiting")
+      ->option_text("X")
+      ->needs(file);
+  app.add_option("--timeout", options->timeout, "Fail when the daemon takes nothing for so long (default: wait)")
+      ->check(CheckSeconds)
+      ->option_text("SECONDS");
+}
+
+/// The number that --speed says, 0 for "max". Negative when it is none.
+double SpeedOf(const std::string &text) {
+  if (text == "max") return 0;
+  char *end = nullptr;
+  const double speed = std::strtod(text.c_str(), &end);
+  return end != text.c_str() && *end == '\0' && std::isfinite(speed) ? speed : -1;
+}
+
+int SubmitFile(const SubmitOptions &options, double speed, ObservationSender *sender, Console &console) {
+  if (options.file == "-") {
+    return SubmitLines(std::cin, {"standard input", options.target, speed}, sender, console);
+  }
+  errno = 0;
+  std::ifstream file(options.file, std::ios::binary);
+  if (!file) return console.Fail("cannot open " + options.file + ": " + std::strerror(errno));
+  return SubmitLines(file, {options.file, options.target, speed}, sender, console);
+}
+
+}  // namespace
+
+int SubmitCommand(const Words &words, Console &console) {
+  CLI::App app("Send an observation, or those of a file, to the daemon.", "rynctl submit");
+  SubmitOptions options;
+  Declare(app, &options);
+  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+
+  std::string error;
+  const std::optional<Words> operands = Operands(app, &error);
+  if (!operands) return UsageError(app, "unknown option " + error + " (-- in front makes it an argument)", console);
+  const double speed = SpeedOf(options.speed);
+  if (!(speed >= 0)) return UsageError(app, "--speed must be a number from 0, or max: " + options.speed, console);
+  if (options.file.empty() && app.count("ID") == 0) return UsageError(app, "ID is required, or --file", console);
+  if (!options.file.empty() && !operands->empty()) return UsageError(app, "--file excludes arguments", console);
+
+  Submission submission{options.target, {}};
+  submission.record.id = options.id;
+  submission.record.message = options.message;
+  for (const std::string &word : *operands) {
+    std::optional<hosted::RawArgument> argument = ParseArgument(word, &error);
+    if (!argument) return UsageError(app, error, console);
+    submission.record.arguments.push_back(std::move(*argument));
+  }
+
+  Patience patience{console.err, std::nullopt};
+  if (options.timeout > 0) patience.limit = std::chrono::milliseconds(std::lround(std::ceil(options.timeout * 1000)));
+  ObservationSender sender(&patience);
+  if (!options.file.empty()) return SubmitFile(options, speed, &sender, console);
+  // An observation that can't be sent as it was written is a mistake on the command line.
+  if (error = CheckSubmission(submission); !error.empty()) return UsageError(app, error, console);
+  error = sender.Send(std::move(submission));
+  return error.empty() ? kDone : console.Fail(error);
+}
+
+}  // namespace rynctl

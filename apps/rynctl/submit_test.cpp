@@ -1,0 +1,266 @@
+// The daemon's sockets are made by the tests, which decode what arrives.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <sstream>
+
+#include "hosted/paths.h"
+#include "hosted/rawRecord.h"
+#include "hosted/unixSocket.h"
+#include "observationSender.h"
+#include "submitFile.h"
+#include "testing/testRoot.h"
+#include "toolRun.h"
+
+namespace rynctl {
+namespace {
+
+using hosted::ArgumentKind;
+
+class Submit : public testing::Test {
+ protected:
+  void SetUp() override {
+    CleanRoot();
+    ASSERT_EQ(hosted::MakeFolders(hosted::RootPath(hosted::kContextFolder), 0700), 0);
+    ServeKernel(0, &kernel_);
+  }
+
+  static void ServeKernel(unsigned context, base::UniqueFd *fd) {
+    ASSERT_EQ(hosted::ServeUnixSocket(hosted::KernelSocketPath(context), SOCK_DGRAM, 0600, fd), 0);
+  }
+
+  /// The next record on `fd`; one with an empty id when there is none or it is not well-formed.
+  static hosted::RawRecord Receive(int fd) {
+    std::vector<std::byte> bytes(hosted::kMaxRecordSize + 1);
+    const ssize_t length = recv(fd, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (length < 0) return {};
+    const char *wrong = hosted::CheckRecord(bytes.data(), static_cast<size_t>(length));
+    EXPECT_EQ(wrong, nullptr) << wrong;
+    return wrong == nullptr ? hosted::DecodeRecord(bytes.data(), static_cast<size_t>(length)) : hosted::RawRecord{};
+  }
+
+  static ToolResult SubmitFile(const std::string &text, std::vector<std::string> more = {}) {
+    const std::string path = testing_support::ProcessRoot() / "/var/lines";
+    testing_support::WriteFile(path, text);
+    more.insert(more.begin(), {"submit", "--file", path});
+    ToolResult result = RunTool(more);
+    if (const size_t place = result.err.find(path); place != std::string::npos) {
+      result.err.replace(place, path.size(), "FILE");
+    }
+    return result;
+  }
+
+  base::UniqueFd kernel_;
+};
+
+TEST_F(Submit, SendsWhatIsWrittenAndNothingElse) {
+  // Words that look like options, lists, commands or marks are arguments all the same.
+  const ToolResult result = RunTool({"submit", "ryn.a.b", "-5", "--message=", "naa.6001", "[1,2]", "", "++", "{}",
+                                     "trace", "u8:7", "null", "s:--", "--", "--message", "--", "-x="});
+  EXPECT_EQ(result.status, 0) << result.err;
+  const hosted::RawRecord record = Receive(kernel_.Get());
+  EXPECT_EQ(record.id, "ryn.a.b");
+  EXPECT_EQ(record.message, "");
+  EXPECT_EQ(record.sequence, 1U);
+  EXPECT_NEAR(static_cast<double>(record.microseconds), static_cast<double>(time(nullptr)) * 1e6, 60e6);
+  const std::vector<std::string> texts = {"naa.6001", "[1,2]", "", "++", "{}", "trace"};
+  ASSERT_EQ(record.arguments.size(), 13U);
+  EXPECT_EQ(record.arguments[0].bits, static_cast<uint64_t>(-5));
+  for (size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(record.arguments[i + 1].text, texts[i]);
+  EXPECT_EQ(record.arguments[7].width, 1);
+  EXPECT_EQ(record.arguments[8].kind, ArgumentKind::kNullString);
+  EXPECT_EQ(record.arguments[9].text, "--");
+  EXPECT_EQ(record.arguments[10].text, "--message");
+  EXPECT_EQ(record.arguments[11].text, "--");
+  EXPECT_EQ(record.arguments[12].text, "-x=");
+}
+
+TEST_F(Submit, ReachesTheOtherContexts) {
+  base::UniqueFd last;
+  ServeKernel(28, &last);
+  EXPECT_EQ(RunTool({"submit", "--context", "28", "--message", "it is", "ryn.a"}).status, 0);
+  EXPECT_EQ(Receive(last.Get()).message, "it is");
+  base::UniqueFd user;
+  ASSERT_EQ(hosted::ServeUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, &user), 0);
+  const ToolResult result = RunTool({"submit", "--user", "ryn.user.a", "5"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  const base::UniqueFd caller(accept(user.Get(), nullptr, nullptr));
+  EXPECT_EQ(Receive(caller.Get()).id, "ryn.user.a");
+}
+
+TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
+  // 32 bytes of header, 2 and 1 of texts with their NUL, 8 before the string and 1 behind it.
+  const std::string longest(hosted::kMaxRecordSize - 32 - 2 - 1 - 8 - 1, 'x');
+  EXPECT_EQ(RunTool({"submit", "r", longest}).status, 0);
+  EXPECT_EQ(Receive(kernel_.Get()).arguments.at(0).text, longest);
+  const struct {
+    std::vector<std::string> words;
+    const char *told;
+  } cases[] = {
+      {{"submit", "r", longest + "x"}, "131072 bytes of at most 131071"},
+      {{"submit", ""}, "the id is empty"},
+      {{"submit", "--user", "ryn.storage.apd.start"}, "only ids that begin with \"ryn.user.\""},
+      {{"submit", "ryn.a", "i8:300"}, "-128 to 127"},
+      {{"submit"}, "ID is required"},
+      {{"submit", "--mesage", "x", "ryn.a"}, "unknown option --mesage"},
+      {{"submit", "--context", "29", "ryn.a"}, "0 to 28"},
+      {{"submit", "--timeout", "nan", "ryn.a"}, "seconds"},
+      {{"submit", "--file", "-", "ryn.a"}, "excludes"},
+      {{"submit", "--file", "-", "--speed", "-1"}, "--speed must be"},
+      {{"submit", "--file", "-", "--speed", "fast"}, "--speed must be"},
+  };
+  for (const auto &one : cases) {
+    const ToolResult result = RunTool(one.words);
+    EXPECT_EQ(result.status, 2) << one.told;
+    EXPECT_NE(result.err.find(one.told), std::string::npos) << result.err;
+    EXPECT_EQ(result.out, "");
+  }
+  EXPECT_EQ(Receive(kernel_.Get()).id, "");
+}
+
+TEST_F(Submit, SaysThatNoDaemonIsThere) {
+  kernel_.Reset();  // its file stays, as after a crash
+  const std::string path = hosted::KernelSocketPath(0);
+  const std::string told = "rynctl: no daemon serves " + path + " (start rynd, or set CORVANE_ROOT to its root)\n";
+  ToolResult result = RunTool({"submit", "ryn.a"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, told);
+  unlink(path.c_str());
+  EXPECT_EQ(RunTool({"submit", "ryn.a"}).err, told);
+  if (geteuid() == 0) return;  // root has every permission
+  chmod(hosted::RootPath(hosted::kContextFolder).c_str(), 0);
+  result = RunTool({"submit", "ryn.a"});
+  chmod(hosted::RootPath(hosted::kContextFolder).c_str(), 0700);
+  EXPECT_NE(result.err.find("no permission for " + path), std::string::npos) << result.err;
+}
+
+TEST_F(Submit, WaitsForAFullQueueWithinBounds) {
+  std::ostringstream err;
+  Patience patience{err, std::chrono::milliseconds(300), std::chrono::milliseconds(50)};
+  ObservationSender sender(&patience);
+  std::string error;
+  Submission submission;
+  submission.record.id = "ryn.a";
+  int sent = 0;
+  while ((error = sender.Send(submission)).empty() && sent < 100'000) ++sent;
+  EXPECT_NE(error.find("timed out"), std::string::npos) << error;
+  EXPECT_FALSE(sender.Send(submission).empty());
+  const std::string notice = err.str();
+  EXPECT_NE(notice.find("rynctl: waiting: "), std::string::npos) << notice;
+  EXPECT_EQ(notice.find('\n'), notice.size() - 1);  // said once
+
+  // The wait ends as soon as there is room, and every record arrives in order.
+  patience.limit.reset();
+  std::thread late([&] { error = sender.Send(submission); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  for (int i = 0; i < sent; ++i) EXPECT_EQ(Receive(kernel_.Get()).sequence, static_cast<uint64_t>(i) + 1);
+  late.join();
+  EXPECT_EQ(error, "");
+  EXPECT_EQ(RunTool({"submit", "--timeout", "0.05", "ryn.a"}).status, 0);
+}
+
+TEST_F(Submit, FindsARestartedDaemon) {
+  Patience patience{std::cerr, std::nullopt};
+  ObservationSender sender(&patience);
+  Submission submission;
+  submission.record.id = "ryn.a";
+  EXPECT_EQ(sender.Send(submission), "");
+  kernel_.Reset();
+  EXPECT_NE(sender.Send(submission).find("no daemon serves"), std::string::npos);
+  ServeKernel(0, &kernel_);
+  EXPECT_EQ(sender.Send(submission), "");
+  kernel_.Reset();
+  ServeKernel(0, &kernel_);
+  EXPECT_EQ(sender.Send(submission), "");
+  EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.a");
+}
+
+TEST_F(Submit, SendsTheLinesOfAFile) {
+  const ToolResult result = SubmitFile(
+      R"({"id":"ryn.a","args":["text",5,-3,18446744073709551615,null,{"u64":16},{"i8":-1},"i32:5"],"message":"m"})"
+      "\n\n  \t\r\n"
+      R"({"id":"ryn.b","context":0,"user":false})",
+      {});
+  EXPECT_EQ(result.status, 0) << result.err;
+  const hosted::RawRecord first = Receive(kernel_.Get());
+  EXPECT_EQ(first.message, "m");
+  ASSERT_EQ(first.arguments.size(), 8U);
+  EXPECT_EQ(first.arguments[1].width, 4);
+  EXPECT_EQ(first.arguments[2].bits, static_cast<uint64_t>(-3));
+  EXPECT_EQ(first.arguments[3].bits, UINT64_MAX);
+  EXPECT_EQ(first.arguments[4].kind, ArgumentKind::kNullString);
+  EXPECT_EQ(first.arguments[5].kind, ArgumentKind::kUnsigned);
+  EXPECT_EQ(first.arguments[6].width, 1);
+  EXPECT_EQ(first.arguments[7].text, "i32:5");
+  const hosted::RawRecord second = Receive(kernel_.Get());
+  EXPECT_EQ(second.id, "ryn.b");
+  EXPECT_EQ(second.sequence, 2U);
+}
+
+TEST_F(Submit, StopsAtTheFirstWrongLineAndNamesIt) {
+  const struct {
+    const char *line;
+    const char *told;
+  } cases[] = {
+      {R"({"id":"ryn.a")", "no JSON at column 14"},
+      {R"(["ryn.a"])", "must be a JSON object"},
+      {R"({"args":[]})", "\"id\" is missing"},
+      {R"({"id":5})", "\"id\" must be text"},
+      {R"({"id":""})", "the id is empty"},
+      {R"({"id":"ryn.a","argz":[]})", "unknown key \"argz\""},
+      {R"({"id":"ryn.a","args":5})", "\"args\" must be an array"},
+      {R"({"id":"ryn.a","args":[1,1.5]})", "argument 2 must be an integer of at most 64 bits, not 1.5"},
+      {R"({"id":"ryn.a","args":[18446744073709551616]})", "at most 64 bits"},
+      {R"({"id":"ryn.a","args":[true]})", "argument 1 must be an integer"},
+      {R"({"id":"ryn.a","args":[{"u8":256}]})", "0 to 255"},
+      {R"({"id":"ryn.a","args":[{"u7":1}]})", "unknown type \"u7\""},
+      {R"({"id":"ryn.a","args":[{"u8":1,"i8":1}]})", "one key"},
+      {R"({"id":"ryn.a","args":["a\u0000b"]})", "argument 1 holds a NUL"},
+      {R"({"id":"ryn.a","offset":-1})", "\"offset\" must be"},
+      {R"({"id":"ryn.a","offset":1e300})", "\"offset\" must be"},
+      {R"({"id":"ryn.a","context":29})", "\"context\" must be 0 to 28"},
+      {R"({"id":"ryn.a","context":-1})", "\"context\" must be 0 to 28"},
+      {R"({"id":"ryn.a","user":1})", "\"user\" must be"},
+      {R"({"id":"ryn.user.a","user":true,"context":1})", "exclude each other"},
+      {R"({"id":"ryn.a","user":true})", "only ids that begin with"},
+      {"\x1b[2J", "no JSON at column 1"},
+  };
+  for (const auto &one : cases) {
+    const ToolResult result =
+        SubmitFile("{\"id\":\"ryn.first\"}\n\n" + std::string(one.line) + "\n{\"id\":\"ryn.no\"}\n");
+    EXPECT_EQ(result.status, 1) << one.line;
+    EXPECT_EQ(result.err.rfind("rynctl: FILE:3: ", 0), 0U) << result.err;
+    EXPECT_NE(result.err.find(one.told), std::string::npos) << result.err;
+    EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.first") << one.line;
+    EXPECT_EQ(Receive(kernel_.Get()).id, "") << one.line;
+  }
+  kernel_.Reset();
+  EXPECT_NE(SubmitFile("\n{\"id\":\"ryn.a\"}").err.find("FILE:2: no daemon serves"), std::string::npos);
+  EXPECT_EQ(RunTool({"submit", "--file", "/no/such"}).err, "rynctl: cannot open /no/such: No such file or directory\n");
+  EXPECT_EQ(RunTool({"submit", "--file", "/tmp"}).status, 1);
+}
+
+TEST_F(Submit, KeepsTheTimingOfAFile) {
+  const auto start = std::chrono::steady_clock::now();
+  const std::string lines = R"({"id":"ryn.a","offset":20})"
+                            "\n"
+                            R"({"id":"ryn.b","offset":5})"
+                            "\n"
+                            R"({"id":"ryn.c","offset":40})"
+                            "\n";
+  EXPECT_EQ(SubmitFile(lines, {"--speed", "200"}).status, 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+  const uint64_t a = Receive(kernel_.Get()).microseconds;
+  const uint64_t b = Receive(kernel_.Get()).microseconds;
+  const uint64_t c = Receive(kernel_.Get()).microseconds;
+  EXPECT_LE(a, b);  // an offset that goes backwards: at once
+  EXPECT_GE(c - a, 50'000U);
+  for (const char *speed : {"0", "max"}) EXPECT_EQ(SubmitFile(lines, {"--speed", speed}).status, 0);
+}
+
+}  // namespace
+}  // namespace rynctl

@@ -1,0 +1,46 @@
+// For tests: the tool run in their own process, to its end or in the background.
+#pragma once
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace rynctl {
+
+/// What a run left.
+struct ToolResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+/// Run "rynctl WORDS..." to its end.
+ToolResult RunTool(const std::vector<std::string> &words);
+
+/// Remove every socket and file that an earlier test left below the process's root.
+void CleanRoot();
+
+/// A run in a thread of its own.
+class BackgroundTool {
+ public:
+  explicit BackgroundTool(std::vector<std::string> words);
+  ~BackgroundTool();
+
+  /// Send `signal` to the run's thread, which must be waiting for it.
+  void Signal(int signal);
+  /// Wait for the run's end.
+  const ToolResult &Result();
+
+ private:
+  ToolResult result_;  ///< the thread's until it is joined
+  std::thread thread_;
+};
+
+/// Wait up to 10 s until `done` holds. False when it does not come to hold.
+template <typename Condition>
+bool Eventually(Condition done) {
+  for (int i = 0; i < 2000 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  return done();
+}
+
+}  // namespace rynctl

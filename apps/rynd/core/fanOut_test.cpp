@@ -1,0 +1,165 @@
+#include "core/fanOut.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "core/rawRecord.h"
+#include "testing/coreSupport.h"
+
+namespace rynd {
+namespace {
+
+/// Bytes whose end is the end of readable memory: a read beyond them ends the process.
+class GuardedBytes {
+ public:
+  explicit GuardedBytes(const std::vector<std::byte> &bytes) : size_(bytes.size()) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    room_ = (size_ + page - 1) / page * page + page;
+    map_ = static_cast<std::byte *>(mmap(nullptr, room_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(map_ + room_ - page, page, PROT_NONE);
+    data_ = map_ + room_ - page - size_;
+    std::memcpy(data_, bytes.data(), size_);
+  }
+  ~GuardedBytes() { munmap(map_, room_); }
+  int FanOut() const {
+    streamLock.Acquire();
+    const int status = rynd::FanOut(data_, size_);
+    streamLock.Release();
+    return status;
+  }
+
+ private:
+  size_t size_;
+  size_t room_;
+  std::byte *map_;
+  std::byte *data_;
+};
+
+void PutField(std::vector<std::byte> *record, size_t offset, uint32_t value) {
+  std::memcpy(record->data() + offset, &value, sizeof value);
+}
+
+std::vector<std::byte> operator+(std::vector<std::byte> left, const std::vector<std::byte> &right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+class FanOutTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(StreamListInit(), 0);
+    stream_ = OpenStream("a");
+  }
+  void TearDown() override { StreamClose(stream_); }
+  std::vector<std::string> ReadAll() {
+    std::vector<std::string> ids;
+    for (std::string id = ReadId(stream_); !id.empty(); id = ReadId(stream_)) ids.push_back(id);
+    return ids;
+  }
+  using Ids = std::vector<std::string>;
+  Stream *stream_ = nullptr;
+  const std::vector<std::byte> before_ = MakeRecord("ryn.a.before");
+  const std::vector<std::byte> after_ = MakeRecord("ryn.a.after");
+};
+
+TEST_F(FanOutTest, EveryMatchingStreamGetsEachRecordInOrder) {
+  Stream *same = OpenStream("a");
+  Stream *other = OpenStream("b");
+  EXPECT_EQ(LockedFanOut(before_ + MakeRecord("ryn.b.x") + after_), 0);
+  EXPECT_EQ(ReadAll(), (Ids{"ryn.a.before", "ryn.a.after"}));
+  EXPECT_EQ(ReadId(same), "ryn.a.before");
+  EXPECT_EQ(ReadId(other), "ryn.b.x");
+  EXPECT_EQ(ReadId(other), "");
+  StreamClose(same);
+  StreamClose(other);
+}
+
+TEST_F(FanOutTest, ABadRecordCostsItselfOnly) {
+  const auto damage = [](size_t offset, uint32_t value) {
+    auto record = MakeRecord("ryn.a.bad", {"argument"});
+    PutField(&record, offset, value);
+    return record;
+  };
+  auto unterminated = MakeRecord("ryn.a.bad");
+  unterminated[kRecordHeaderSize + 9] = std::byte{'x'};
+  for (const auto &bad :
+       {damage(kRecordIdLengthOffset, 0), damage(kRecordIdLengthOffset, 0xffffffff), damage(kRecordIdLengthOffset, 5),
+        damage(kRecordMessageLengthOffset, 0xfffffff0), damage(kRecordMessageLengthOffset, 10'000), unterminated}) {
+    EXPECT_EQ(GuardedBytes(before_ + bad + after_).FanOut(), -1);
+    EXPECT_EQ(ReadAll(), (Ids{"ryn.a.before", "ryn.a.after"}));
+  }
+}
+
+TEST_F(FanOutTest, AnUnusableLengthCostsWhatIsBehindIt) {
+  for (const uint32_t total : {0u, 1u, 31u, 131072u, 0x7fffffffu, 0xffffffffu}) {
+    auto bad = MakeRecord("ryn.a.bad");
+    PutField(&bad, kRecordTotalLengthOffset, total);
+    EXPECT_EQ(GuardedBytes(before_ + bad + after_).FanOut(), -1) << total;
+    EXPECT_EQ(ReadAll(), Ids{"ryn.a.before"}) << total;
+  }
+}
+
+TEST_F(FanOutTest, NothingIsReadOutsideOfTruncatedOrRandomBytes) {
+  const auto record = MakeRecord("ryn.a.whole", {"text"});
+  for (size_t length = 0; length < record.size(); ++length) {
+    const std::vector<std::byte> cut(record.begin(), record.begin() + static_cast<ptrdiff_t>(length));
+    EXPECT_EQ(GuardedBytes(cut).FanOut(), length == 0 ? 0 : -1);
+  }
+  std::mt19937 random(7);
+  for (int round = 0; round < 3000; ++round) {
+    auto bytes = record + record;
+    for (int i = 0; i < 8; ++i) bytes[random() % bytes.size()] = static_cast<std::byte>(random());
+    GuardedBytes(bytes).FanOut();
+    ReadAll();
+  }
+}
+
+TEST_F(FanOutTest, AnAgentThatLagsGetsEveryRecordWhole) {
+  constexpr size_t kRecords = 40;
+  const auto large = MakeRecord("ryn.a.large", {std::string(60'000, 'x'), std::string(60'000, 'y')});
+  std::thread reader([&] {
+    for (size_t seen = 0; seen < kRecords;) seen += ReadId(stream_) == "ryn.a.large" ? 1 : 0;
+  });
+  for (size_t i = 0; i < kRecords; ++i) EXPECT_EQ(LockedFanOut(large), 0);
+  reader.join();
+}
+
+TEST_F(FanOutTest, AnAgentThatEndsWhileItLagsDoesNotHoldUpTheOthers) {
+  signal(SIGPIPE, SIG_IGN);  // as good as blocked, which the daemon has it
+  Stream *dying = OpenStream("a");
+  const auto large = MakeRecord("ryn.a.large", {std::string(120'000, 'x')});
+  std::atomic<bool> fanningOut = false;
+  std::thread agent([&] {
+    while (!fanningOut) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // until the fan-out waits for this stream
+    EXPECT_EQ(StreamClose(dying), 0);
+  });
+  size_t delivered = 0;
+  fanningOut = true;
+  for (int i = 0; i < 8; ++i) {
+    EXPECT_EQ(LockedFanOut(large), 0);
+    delivered += ReadAll().size();
+  }
+  agent.join();
+  EXPECT_EQ(delivered, 8u);
+}
+
+TEST_F(FanOutTest, AFailedWriteIsReturnedAtOnce) {
+  Stream *later = OpenStream("a");
+  close(stream_->writeEnd);
+  EXPECT_EQ(LockedFanOut(before_), EBADF);
+  EXPECT_EQ(ReadId(later), "");
+  stream_->writeEnd = dup(stream_->readEnd);
+  StreamClose(later);
+}
+
+}  // namespace
+}  // namespace rynd

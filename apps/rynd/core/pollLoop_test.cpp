@@ -1,0 +1,108 @@
+#include "core/pollLoop.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <vector>
+
+#include "base/uniqueFd.h"
+#include "core/fanOut.h"
+#include "core/stream.h"
+#include "hosted/paths.h"
+#include "hosted/unixSocket.h"
+#include "testing/coreSupport.h"
+
+namespace rynd {
+namespace {
+
+/// The real contexts of the hosted platform, polled by the test itself.
+class PollLoopTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(StreamListInit(), 0);
+    ASSERT_TRUE(AllocateReadBuffer());
+    ASSERT_EQ(OpenContexts(&contexts_, set_), 0);
+    for (size_t i = kTraceSlot; i < kAllSlots; ++i) set_[i] = {-1, POLLIN, 0};
+    stream_ = OpenStream("user");
+  }
+  void TearDown() override {
+    StreamClose(stream_);
+    CloseContexts(contexts_);
+  }
+  void Pass(PollLoop *loop) {
+    ASSERT_GE(poll(set_, loop->Count(), 0), 0);
+    ASSERT_EQ(loop->ServeSlots(), 0);
+  }
+  base::UniqueFd Connect() {
+    base::UniqueFd fd;
+    EXPECT_EQ(hosted::ConnectUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, &fd), 0);
+    return fd;
+  }
+  static void Send(const base::UniqueFd &fd, const std::string &id) {
+    const auto record = MakeRecord(id);
+    ASSERT_EQ(send(fd.Get(), record.data(), record.size(), 0), static_cast<ssize_t>(record.size()));
+  }
+
+  ContextTable contexts_ = MakeContextTable();
+  pollfd set_[kAllSlots];
+  Stream *stream_ = nullptr;
+};
+
+TEST_F(PollLoopTest, ANinthConnectionIsAcceptedAndClosedAtOnce) {
+  PollLoop loop(set_, kAllSlots, contexts_);
+  std::vector<base::UniqueFd> clients;
+  for (int i = 0; i < 9; ++i) {
+    clients.push_back(Connect());
+    Pass(&loop);
+  }
+  EXPECT_EQ(loop.Count(), kAllSlots);
+  char byte;
+  EXPECT_EQ(recv(clients[8].Get(), &byte, 1, 0), 0);
+  EXPECT_EQ(recv(clients[7].Get(), &byte, 1, MSG_DONTWAIT), -1);
+  clients.erase(clients.begin());
+  Pass(&loop);
+  EXPECT_EQ(loop.Count(), kAllSlots - 1);
+  clients.push_back(Connect());
+  Pass(&loop);
+  EXPECT_EQ(loop.Count(), kAllSlots);
+}
+
+TEST_F(PollLoopTest, ClosingInTheMiddleMovesTheLastOneThereAndServesItInTheSamePass) {
+  PollLoop loop(set_, kAllSlots, contexts_);
+  std::vector<base::UniqueFd> clients;
+  for (int i = 0; i < 4; ++i) {
+    clients.push_back(Connect());
+    Pass(&loop);
+  }
+  const int lastFd = set_[kFirstConnectionSlot + 3].fd;
+  clients[1].Reset();
+  Send(clients[3], "ryn.user.last");
+  Pass(&loop);
+  EXPECT_EQ(loop.Count(), kFixedSlots + 3);
+  EXPECT_EQ(set_[kFirstConnectionSlot + 1].fd, lastFd);
+  EXPECT_EQ(set_[kFirstConnectionSlot + 3].fd, -1);
+  EXPECT_EQ(ReadId(stream_), "ryn.user.last");
+}
+
+TEST_F(PollLoopTest, RecordsThatWaitOnAClosedConnectionAreServedBeforeItGoes) {
+  PollLoop loop(set_, kAllSlots, contexts_);
+  auto client = Connect();
+  Pass(&loop);
+  Send(client, "ryn.user.one");
+  Send(client, "ryn.user.two");
+  client.Reset();
+  for (int i = 0; i < 3; ++i) Pass(&loop);
+  EXPECT_EQ(ReadId(stream_), "ryn.user.one");
+  EXPECT_EQ(ReadId(stream_), "ryn.user.two");
+  EXPECT_EQ(loop.Count(), kFixedSlots);
+}
+
+TEST_F(PollLoopTest, WithoutRoomForConnectionsTheListeningSlotIsTreatedAsOne) {
+  PollLoop loop(set_, kFixedSlots, contexts_);
+  const auto client = Connect();
+  Pass(&loop);
+  EXPECT_EQ(loop.Count(), kFixedSlots);
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,220 @@
+#include "post/ryndKprobQueue.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "base/uniqueFd.h"
+#include "hosted/paths.h"
+#include "hosted/unixSocket.h"
+#include "post/eventRecord.h"
+#include "post/mgmtdSocket.h"
+#include "post/rateLimit.h"
+#include "testing/coreSupport.h"
+
+namespace rynd {
+namespace {
+
+TEST(RateLimit, AThousandInEachWindowThatBeginsWithItsFirstEvent) {
+  RateLimit limit;
+  for (int i = 0; i < 1000; ++i) ASSERT_TRUE(limit.Pass(5000 + i / 20));
+  EXPECT_FALSE(limit.Pass(5050));
+  EXPECT_FALSE(limit.Pass(5059));
+  EXPECT_TRUE(limit.Pass(5060));
+  for (int i = 0; i < 999; ++i) ASSERT_TRUE(limit.Pass(5119));
+  EXPECT_FALSE(limit.Pass(5119));
+  EXPECT_TRUE(limit.Pass(7777));  // windows are on no grid
+  EXPECT_TRUE(limit.Pass(7836));
+}
+
+/// A management agent that a test starts and stops, and records that it numbers.
+class QueueTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { EventPostInit(); }
+  void SetUp() override {
+    path_ = hosted::RootPath(hosted::kEventSocket);
+    ASSERT_EQ(hosted::MakeFolders(path_.substr(0, path_.rfind('/')), 0755), 0);
+    EmptyTheQueue();
+  }
+  void TearDown() override { EmptyTheQueue(); }
+  void EmptyTheQueue() {
+    if (!agent_) StartAgent();
+    QueueFlush();
+    StopAgent();
+  }
+  void StartAgent() { ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0600, &agent_), 0); }
+  void StopAgent() {
+    agent_.Reset();
+    unlink(path_.c_str());
+  }
+  static void DeliverNumber(int number) {
+    const std::string name = "amb.problem.n" + std::to_string(number);
+    std::vector<std::byte> record(400);
+    std::memcpy(record.data() + kEventNameOffset, name.c_str(), name.size() + 1);
+    Deliver(record.data(), 200, name.c_str(), "text");
+  }
+  /// The numbers of the records that the agent has been sent.
+  std::vector<int> Received() {
+    std::vector<int> numbers;
+    char record[400];
+    const timeval moment{0, 1000};
+    setsockopt(agent_.Get(), SOL_SOCKET, SO_RCVTIMEO, &moment, sizeof moment);
+    for (;;) {
+      const base::UniqueFd connection(accept(agent_.Get(), nullptr, nullptr));
+      if (!connection) return numbers;
+      EXPECT_EQ(recv(connection.Get(), record, sizeof record, MSG_WAITALL), 200);
+      numbers.push_back(std::stoi(record + kEventNameOffset + strlen("amb.problem.n")));
+    }
+  }
+  std::string path_;
+  base::UniqueFd agent_;
+};
+
+TEST_F(QueueTest, WaitsForTheFlushEvenWhenTheAgentIsBack) {
+  CapturedLog log;
+  DeliverNumber(1);
+  StartAgent();
+  DeliverNumber(2);
+  EXPECT_TRUE(Received().empty());
+  QueueFlush();
+  EXPECT_EQ(Received(), (std::vector<int>{1, 2}));
+  DeliverNumber(3);
+  EXPECT_EQ(Received(), std::vector<int>{3});
+  EXPECT_EQ(log.CountOf("KprobPostToMgmtd: Error connecting to " + path_ + ": No such file or directory."), 1u);
+  EXPECT_EQ(
+      log.CountOf("The event ([amb.problem.n1] text) could not be sent immediately to mgmtd; queueing for retry."), 1u);
+  EXPECT_EQ(log.CountOf("Some events in queue, adding event ([amb.problem.n2] text) to it"), 1u);
+  EXPECT_EQ(log.CountOf("Successfully sent event ([amb.problem.n2] text)."), 1u);
+  EXPECT_EQ(log.CountOf("The event ([amb.problem.n3] text) was sent immediately to mgmtd;"), 1u);
+}
+
+TEST_F(QueueTest, KeepsItsOrderAcrossAnyPatternOfFailures) {
+  std::vector<int> received;
+  int next = 0;
+  for (unsigned pattern = 0; pattern < 256; ++pattern) {
+    for (int bit = 0; bit < 4; ++bit) {
+      if ((pattern >> bit & 1u) != 0) StartAgent();
+      DeliverNumber(next++);
+      if ((pattern >> (bit + 4) & 1u) != 0) QueueFlush();
+      if (!agent_) continue;
+      for (const int number : Received()) received.push_back(number);
+      StopAgent();
+    }
+  }
+  StartAgent();
+  QueueFlush();
+  for (const int number : Received()) received.push_back(number);
+  ASSERT_EQ(received.size(), static_cast<size_t>(next));
+  for (int i = 0; i < next; ++i) ASSERT_EQ(received[static_cast<size_t>(i)], i);
+}
+
+TEST_F(QueueTest, AnAgentThatComesAndGoesUnderLoadGetsEachRecordOnceAndInOrder) {
+  constexpr int kRecords = 3000;
+  std::atomic<bool> done = false;
+  std::vector<int> received;
+  std::thread agent([&] {
+    std::mt19937 random(3);
+    for (bool last = false; !last;) {
+      last = done;
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));  // absent
+      StartAgent();
+      if (last) QueueFlush();
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));  // stalled, with a backlog
+      for (int round = 0; round < 3; ++round) {
+        for (const int number : Received()) received.push_back(number);
+      }
+      unlink(path_.c_str());  // no new connection; those that were accepted are served
+      while (true) {
+        const std::vector<int> rest = Received();
+        if (rest.empty()) break;
+        received.insert(received.end(), rest.begin(), rest.end());
+      }
+      StopAgent();
+    }
+  });
+  std::thread timer([&] {
+    while (!done) {
+      QueueFlush();
+      std::this_thread::sleep_for(std::chrono::microseconds(700));
+    }
+  });
+  for (int i = 0; i < kRecords; ++i) DeliverNumber(i);
+  done = true;
+  timer.join();
+  agent.join();
+  ASSERT_EQ(received.size(), static_cast<size_t>(kRecords));
+  for (int i = 0; i < kRecords; ++i) ASSERT_EQ(received[static_cast<size_t>(i)], i);
+}
+
+TEST_F(QueueTest, AFailedFlushKeepsTheEntryAndAllBehindIt) {
+  CapturedLog log;
+  for (int i = 0; i < 3; ++i) DeliverNumber(i);
+  QueueFlush();
+  EXPECT_EQ(log.CountOf("Failed to send event ([amb.problem.n0] text). Stopping send of events until next retry."), 1u);
+  StartAgent();
+  DeliverNumber(3);
+  QueueFlush();
+  EXPECT_EQ(Received(), (std::vector<int>{0, 1, 2, 3}));
+}
+
+TEST_F(QueueTest, DropsWhatItHasNoMemoryFor) {
+  if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
+  CapturedLog log;
+  {
+    const FailingAllocation noRecord(400);
+    DeliverNumber(1);
+  }
+  {
+    const FailingAllocation noMessage(sizeof("text"));
+    DeliverNumber(2);
+  }
+  StartAgent();
+  DeliverNumber(3);  // the retry is pending all the same
+  QueueFlush();
+  EXPECT_EQ(Received(), std::vector<int>{3});
+  const std::string rest = " to schedule for later. Will have to drop this kprob.";
+  EXPECT_EQ(log.CountOf("Could not allocate memory for buf of kprob ([amb.problem.n1] text)" + rest), 1u);
+  EXPECT_EQ(log.CountOf("Could not allocate memory for kprobMsg of kprob ([amb.problem.n2] text)" + rest), 1u);
+}
+
+TEST_F(QueueTest, APartialSendGoesOnWithTheFullLength) {
+  StartAgent();
+  struct sigaction interrupt {};
+  interrupt.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &interrupt, nullptr);
+  constexpr size_t kLength = size_t{3} << 20;  // more than a socket holds
+  std::vector<std::byte> record(2 * kLength);
+  for (size_t i = 0; i < kLength; ++i) record[i] = static_cast<std::byte>(i * 7 + 1);
+  CapturedLog log;
+  std::atomic<bool> done = false;
+  std::atomic<int> status = -2;
+  std::thread sender([&] {
+    status = SendToMgmtd(record.data(), kLength);
+    done = true;
+  });
+  const base::UniqueFd connection(accept(agent_.Get(), nullptr, nullptr));
+  std::vector<std::byte> received(4 * kLength);
+  size_t length = recv(connection.Get(), received.data(), 1000, 0) > 0 ? 1000 : 0;
+  for (int i = 0; i < 20'000 && log.CountOf("Partial send (") == 0; ++i) {
+    pthread_kill(sender.native_handle(), SIGUSR1);  // a send that is interrupted half-way is a short one
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  for (ssize_t count; (count = recv(connection.Get(), received.data() + length, 65536, 0)) > 0;) {
+    length += static_cast<size_t>(count);
+  }
+  sender.join();
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(std::memcmp(received.data(), record.data(), kLength), 0);
+  ASSERT_GT(length, kLength);  // the oddity that agents know: zeros follow
+  for (size_t i = kLength; i < length; ++i) ASSERT_EQ(received[i], std::byte{0});
+  EXPECT_GE(log.CountOf(" remaining). Continuing..."), 1u);
+}
+
+}  // namespace
+}  // namespace rynd

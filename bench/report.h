@@ -1,0 +1,32 @@
+// Collects the figures of every round and prints them: a table for people, CSV for plots.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// The value below which `share` (0 to 1) of `values` lie. 0 of none.
+double Percentile(std::vector<double> values, double share);
+
+/// One figure, round by round. A ratio is the daemon's value by the bare one's of the same round.
+struct Measure {
+  std::string name;       ///< with its unit, such as "latency_median_us"
+  double limit;           ///< of the ratio; or of the daemon's own value, in `name`'s unit, when `absolute`
+  bool atLeast = false;   ///< the limit is a lower one
+  bool absolute = false;  ///< the limit is not one of the ratio
+  std::vector<double> daemon{};
+  std::vector<double> bare{};
+
+  void Add(double daemonValue, double bareValue);
+  /// The median of the rounds' ratios, which one disturbed round does not move.
+  double Ratio() const;
+  bool WithinLimit() const;
+};
+
+/// Print the medians over all rounds, the ratios and the limits.
+void PrintTable(const std::vector<const Measure *> &measures);
+/// Write "measure,round,daemon,bare,ratio" to `path`. False, with errno, when that fails.
+bool WriteCsv(const std::string &path, const std::vector<const Measure *> &measures);
+
+}  // namespace bench

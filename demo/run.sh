@@ -1,0 +1,12 @@
+#!/bin/sh
+# The daemon and a management agent on a root of their own until Ctrl-C, events as they come. Usage: run.sh FOLDER.
+set -eu
+bin=$1
+. "$(dirname "$0")/stage.sh"
+start_agent
+start_daemon
+printf 'rynd runs. In another terminal:\n\n  export CORVANE_ROOT=%s PATH=%s:$PATH\n' "$root" "$(cd "$bin" && pwd)"
+printf '  rynctl submit ryn.storage.apd.start naa.1\n  rynctl trace\n\nIts log is %s/log. Ctrl-C ends it.\n\n' "$root"
+tail -f -n +1 "$root/events" &
+pids="$! $pids"
+wait "$daemon"

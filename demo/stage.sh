@@ -1,0 +1,49 @@
+# Sourced by the demo's scripts: a private root, the programs on it, and their clean end.
+# Wants $bin, the folder of the programs. Everything that it starts is stopped when the script ends.
+
+root=$(mktemp -d /tmp/rynd-demo-XXXXXX)
+export CORVANE_ROOT=$root
+mkdir -p "$root/var/run/corvane"
+pids=""
+
+cleanup() {
+  status=$?
+  trap - EXIT INT TERM
+  for pid in $pids; do kill -TERM "$pid" 2>/dev/null || true; done
+  for pid in $pids; do wait "$pid" 2>/dev/null || true; done
+  rm -rf "$root"
+  exit $status
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+if [ -t 1 ] && [ -z "${NO_COLOR:-}" ]; then
+  bold=$(printf '\033[1m'); dim=$(printf '\033[2m'); plain=$(printf '\033[0m'); color=always
+else
+  bold=""; dim=""; plain=""; color=never
+fi
+
+# Wait until the file $1 holds the text $2.
+wait_for() {
+  for _ in $(seq 1 500); do
+    grep -qF "$2" "$1" 2>/dev/null && return 0
+    sleep 0.02
+  done
+  echo "demo: '$2' did not appear in $1:" >&2
+  cat "$1" >&2
+  exit 1
+}
+
+start_agent() {
+  "$bin/rynctl" listen --color "$color" >"$root/events" 2>"$root/listen.err" &
+  pids="$! $pids"
+  wait_for "$root/listen.err" "listening"
+}
+
+start_daemon() {
+  "$bin/rynd" -e 2>"$root/log" &
+  daemon=$!
+  pids="$daemon $pids"
+  wait_for "$root/log" "rynd setup completed"
+}

@@ -1,0 +1,159 @@
+// Opening, resetting and closing observation contexts. The poll loop's thread only.
+#include "hosted/contexts.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "hosted/discardLog.h"
+#include "hosted/folderLock.h"
+#include "hosted/log.h"
+#include "hosted/paths.h"
+#include "hosted/unixSocket.h"
+
+namespace hosted {
+namespace {
+
+std::vector<RynLibContext *> &OpenContexts() {
+  static auto &contexts = *new std::vector<RynLibContext *>;
+  return contexts;
+}
+
+/// Tell why a context can't be opened; returns `error`.
+int OpenFailed(const std::string &path, int error) {
+  LogAndTell("Cannot open %s: %s", path.c_str(),
+             error == EADDRINUSE     ? "another process serves it"
+             : error == EEXIST       ? "a file that is no socket is in the way"
+             : error == ENAMETOOLONG ? "the path has more than 107 characters"
+                                     : std::strerror(error));
+  return error;
+}
+
+int OpenContext(uint32_t id, const char *name, std::string path, int type, mode_t mode, mode_t folderMode,
+                RynLibHandle *handle) {
+  const std::string folder = path.substr(0, path.rfind('/'));
+  if (const int error = MakeFolders(folder, folderMode); error != 0) return OpenFailed(folder, error);
+  auto context = std::make_unique<RynLibContext>();
+  if (const int error = ServeUnixSocket(path, type, mode, &context->fd); error != 0) return OpenFailed(path, error);
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) return OpenFailed(path, errno);
+  context->id = id;
+  std::snprintf(context->name.data(), context->name.size(), "%s", name);
+  context->path = std::move(path);
+  context->device = status.st_dev;
+  context->inode = status.st_ino;
+  OpenContexts().push_back(context.get());
+  *handle = context.release();
+  return 0;
+}
+
+/// Remove the context's socket file if it is still its own. The socket is open, so that no other file can have its
+/// inode number. 0 or an errno value.
+int RemoveSocketFile(const RynLibContext &context) {
+  FolderLock lock;
+  if (const int error = lock.Take(context.path); error != 0) return error;
+  struct stat status {};
+  if (lstat(context.path.c_str(), &status) != 0) return errno == ENOENT ? 0 : errno;
+  if (status.st_dev != context.device || status.st_ino != context.inode) return 0;
+  return unlink(context.path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+/// The most datagrams that a socket's queue holds; senders that wait refill it while it is drained.
+size_t QueueLimit() {
+  constexpr size_t kWhenUnknown = 4096;
+  std::FILE *file = std::fopen("/proc/sys/net/unix/max_dgram_qlen", "re");
+  if (file == nullptr) return kWhenUnknown;
+  char text[32] = "";
+  const bool read = std::fgets(text, sizeof text, file) != nullptr;
+  std::fclose(file);
+  const long limit = read ? std::strtol(text, nullptr, 10) : 0;
+  // The queue is full when it holds more than the limit.
+  return limit > 0 ? static_cast<size_t>(limit) + 1 : kWhenUnknown;
+}
+
+/// Discard what is in the queue of a kernel context's socket. 0 or an errno value.
+int DrainKernelSocket(int fd, size_t *records, size_t *bytes) {
+  for (size_t left = QueueLimit(); left > 0; --left) {
+    const ssize_t got = recv(fd, nullptr, 0, MSG_DONTWAIT | MSG_TRUNC);
+    if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
+    ++*records;
+    *bytes += static_cast<size_t>(got);
+  }
+  return 0;
+}
+
+}  // namespace
+
+const RynLibContext *FindContext(int fd) {
+  for (const RynLibContext *context : OpenContexts()) {
+    if (context->fd.Get() == fd) return context;
+  }
+  return nullptr;
+}
+
+}  // namespace hosted
+
+int RynLib_AsyncContextOpen(uint32_t id, RynLibHandle *handle) {
+  *handle = nullptr;
+  if (id >= kRynAsyncContexts) return EINVAL;
+  const std::string path = hosted::KernelSocketPath(id);
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return hosted::OpenContext(id, name.c_str(), path, SOCK_DGRAM, 0600, 0700, handle);
+}
+
+int RynLib_UserContextOpen(uint32_t id, RynLibHandle *handle) {
+  *handle = nullptr;
+  if (id != kRynUserContext) return EINVAL;
+  const int error =
+      hosted::OpenContext(id, "user", hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, 0755, handle);
+  if (error != 0) return error;
+  // Accepted connections inherit it: packets then carry credentials, which tell an empty one from the end.
+  constexpr int kOn = 1;
+  setsockopt((*handle)->fd.Get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
+  // A caller that is gone again by the time it is accepted must not hold up the poll loop.
+  fcntl((*handle)->fd.Get(), F_SETFL, O_NONBLOCK);
+  (*handle)->acceptor = std::make_unique<base::Acceptor>();
+  return 0;
+}
+
+int RynLib_HandleToFd(RynLibHandle handle, int *fd) {
+  if (handle == nullptr) return EINVAL;
+  *fd = handle->fd.Get();
+  return 0;
+}
+
+int RynLib_HandleToName(RynLibHandle handle, char *name) {
+  if (handle == nullptr) return EINVAL;
+  std::memcpy(name, handle->name.data(), kRynLibNameSize);
+  return 0;
+}
+
+int RynLib_Reset(RynLibHandle handle) {
+  if (handle == nullptr) return EINVAL;
+  size_t records = 0;
+  size_t bytes = 0;
+  int error = 0;
+  if (handle->id == kRynUserContext) {
+    hosted::DrainUserConnections(&records, &bytes);
+  } else {
+    error = hosted::DrainKernelSocket(handle->fd.Get(), &records, &bytes);
+  }
+  hosted::Log("Reset of %s discarded %zu records, %zu bytes", handle->name.data(), records, bytes);
+  return error;
+}
+
+int RynLib_Close(RynLibHandle handle) {
+  if (handle == nullptr) return EINVAL;
+  const std::unique_ptr<RynLibContext> context(handle);
+  std::erase(hosted::OpenContexts(), handle);
+  if (hosted::OpenContexts().empty()) hosted::LogLastDiscards();
+  return hosted::RemoveSocketFile(*context);
+}

@@ -1,0 +1,39 @@
+// Sysinfo's nodes: how they are found and what one is. Any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "platform/hsi.h"
+
+struct HSI_ParamList {
+  std::vector<std::variant<std::string, int64_t>> params;
+};
+
+namespace hosted {
+
+/// One node. `get` reads the node of `instance` (null for none) into exactly `size` bytes of `output`; `set` writes
+/// `values`. Both return 0 or an errno value; either is null when the node can't be read or written.
+struct SysinfoNode {
+  std::string_view path;
+  int (*get)(const HSI_ParamList *instance, void *output, size_t size);
+  int (*set)(const HSI_ParamList *instance, const HSI_ParamList *values);
+};
+
+/// The parameters of `list`, which must be exactly these texts. 0 or EINVAL; the texts belong to the list.
+int TextParams(const HSI_ParamList *list, std::initializer_list<const std::string **> texts);
+/// The one parameter of `list`, which must be an integer. 0 or EINVAL.
+int IntegerParam(const HSI_ParamList *list, int64_t *value);
+/// Store `value` as an integer of `size` bytes, 4 or 8. 0, EINVAL for another size, ERANGE when it does not fit.
+int PutInteger(int64_t value, void *output, size_t size);
+
+int GetIntOption(const HSI_ParamList *instance, void *output, size_t size);
+int SetIntOption(const HSI_ParamList *instance, const HSI_ParamList *values);
+int GetSystemUuid(const HSI_ParamList *instance, void *output, size_t size);
+
+}  // namespace hosted

@@ -1,0 +1,105 @@
+// What the tests of the hosted platform share.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/uniqueFd.h"
+#include "hosted/paths.h"
+#include "hosted/rawRecord.h"
+#include "hosted/unixSocket.h"
+#include "platform/system.h"
+#include "testing/testRoot.h"
+
+namespace hosted {
+
+/// Listens at the system log's socket as long as it lives.
+class LogListener {
+ public:
+  LogListener() : path_(RootPath(kLogSocket)) {
+    EXPECT_EQ(MakeFolders(RootPath("/dev"), 0755), 0);
+    EXPECT_EQ(ServeUnixSocket(path_, SOCK_DGRAM, 0666, &fd_), 0);
+  }
+  ~LogListener() { unlink(path_.c_str()); }
+  LogListener(const LogListener &) = delete;
+  LogListener &operator=(const LogListener &) = delete;
+
+  /// The next record, whole; "" when none comes.
+  std::string Next(int milliseconds = 0) {
+    pollfd ready{fd_.Get(), POLLIN, 0};
+    if (poll(&ready, 1, milliseconds) != 1) return "";
+    std::vector<char> buffer(300'000);
+    const ssize_t got = recv(fd_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+    return got < 0 ? "" : std::string(buffer.data(), static_cast<size_t>(got));
+  }
+  /// The next record's message: what stands behind the structured data.
+  std::string NextMessage() {
+    const std::string record = Next();
+    const size_t end = record.find("\"] ");
+    return end == std::string::npos ? record : record.substr(end + 3);
+  }
+  std::vector<std::string> AllMessages() {
+    std::vector<std::string> all;
+    for (std::string one = NextMessage(); !one.empty(); one = NextMessage()) all.push_back(one);
+    return all;
+  }
+
+ private:
+  std::string path_;
+  base::UniqueFd fd_;
+};
+
+/// Puts `fd` in place of standard error as long as it lives.
+class StandardErrorAs {
+ public:
+  explicit StandardErrorAs(int fd) : saved_(dup(STDERR_FILENO)) { dup2(fd, STDERR_FILENO); }
+  ~StandardErrorAs() { dup2(saved_.Get(), STDERR_FILENO); }
+  StandardErrorAs(const StandardErrorAs &) = delete;
+  StandardErrorAs &operator=(const StandardErrorAs &) = delete;
+
+ private:
+  base::UniqueFd saved_;
+};
+
+/// What `action` writes to standard error.
+template <typename Action>
+std::string StandardErrorOf(const Action &action) {
+  std::FILE *file = std::tmpfile();
+  {
+    const StandardErrorAs redirected(fileno(file));
+    action();
+  }
+  std::string text(static_cast<size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
+  EXPECT_EQ(pread(fileno(file), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+  std::fclose(file);
+  return text;
+}
+
+inline RawArgument Signed(uint8_t width, int64_t value) {
+  return {ArgumentKind::kSigned, width, static_cast<uint64_t>(value), ""};
+}
+inline RawArgument Unsigned(uint8_t width, uint64_t value) {
+  return {ArgumentKind::kUnsigned, width, value, ""};
+}
+inline RawArgument Text(std::string text) {
+  return {ArgumentKind::kString, 0, 0, std::move(text)};
+}
+inline RawArgument NullText() {
+  return {ArgumentKind::kNullString, 0, 0, ""};
+}
+
+/// An encoded record with this id.
+inline std::vector<std::byte> RecordOf(const std::string &id, std::vector<RawArgument> arguments = {},
+                                       const std::string &message = "message") {
+  return EncodeRecord({1, 2, id, message, std::move(arguments)});
+}
+
+}  // namespace hosted

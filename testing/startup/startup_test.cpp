@@ -1,0 +1,192 @@
+// Every way in which the start-up and the poll loop can fail, made by replacing what they call.
+#include "core/startup.h"
+
+#include <getopt.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "core/cancel.h"
+#include "core/pollLoop.h"
+#include "hosted/paths.h"
+#include "hosted/unixSocket.h"
+#include "platform/hsi.h"
+#include "startup/fakes.h"
+#include "testing/coreSupport.h"
+
+namespace rynd {
+namespace {
+
+using startup_test::world;
+
+int agentsSeen = 0;
+
+void CountAgent() {
+  ++agentsSeen;
+  AgentReady();
+  CancellablePoll(nullptr, 0);
+}
+
+class StartupTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    world = {};
+    world.onPoll = [](pollfd *, nfds_t) {
+      world.stopped = true;
+      errno = EINTR;
+      return -1;
+    };
+    agentsSeen = 0;
+    ASSERT_EQ(hosted::MakeFolders(hosted::RootPath("/var/run/corvane"), 0755), 0);
+  }
+  static int RunDaemon(std::vector<std::string> arguments = {}) {
+    arguments.insert(arguments.begin(), "rynd");
+    std::vector<char *> argv;
+    for (std::string &word : arguments) argv.push_back(word.data());
+    optind = 0;
+    const AgentFunction table[] = {CountAgent};
+    return rynd::Run(static_cast<int>(arguments.size()), argv.data(), table);
+  }
+  /// The log's last two lines of a failure with `rc`.
+  void ExpectFailure(int rc) {
+    const std::vector<std::string> &lines = log_.Messages();
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[lines.size() - 2], "rynd setup completed. Start polling loop.");
+    EXPECT_EQ(lines.back(), "Exiting. rc:" + std::to_string(rc));
+    EXPECT_EQ(world.opened, world.closed);
+  }
+  /// Make the next wait of the poll loop find `slot` readable, and the one after that a stop.
+  static void MakeReadable(size_t slot) {
+    world.onPoll = [slot, stop = world.onPoll](pollfd *set, nfds_t count) {
+      if (world.reads > 0) return stop(set, count);
+      set[slot].revents = POLLIN;
+      return 1;
+    };
+  }
+  CapturedLog log_;
+};
+
+TEST_F(StartupTest, ASignalEndsItCleanly) {
+  EXPECT_EQ(RunDaemon(), 0);
+  EXPECT_EQ(log_.Messages(), (std::vector<std::string>{"rynd setup completed. Start polling loop.",
+                                                       "Exiting due to signal.", "Exiting. rc:0"}));
+  std::vector<uint32_t> all(30);
+  std::iota(all.begin(), all.end(), 0u);
+  EXPECT_EQ(world.opened, all);
+  EXPECT_EQ(world.closed, all);
+  EXPECT_EQ(agentsSeen, 1);
+  EXPECT_TRUE(world.written.empty());
+}
+
+TEST_F(StartupTest, SignalInstallationFails) {
+  world.signalStatus = EINVAL;
+  EXPECT_EQ(RunDaemon(), EINVAL);
+  ExpectFailure(EINVAL);
+  EXPECT_TRUE(world.opened.empty());
+}
+
+TEST_F(StartupTest, SignatureMismatchIsFatal) {
+  world.signatureStatus = 1;
+  EXPECT_DEATH(RunDaemon(),
+               "Rynd - Panic: md5 signature mismatch with running hykernel built on Jan  1 2030 00:00:00 "
+               "\\(my build date: Feb  2 2031 01:01:01\\)");
+}
+
+TEST_F(StartupTest, EnablingIsWrittenOnceAndItsFailureIsConverted) {
+  EXPECT_EQ(RunDaemon({"-e"}), 0);
+  EXPECT_EQ(world.written, std::vector<std::string>{"config/intOpts: Misc RynAsyncEnable = 1 "});
+  EXPECT_EQ(world.lists, 0u);
+  world.stopped = false;
+  world.opened.clear();
+  world.closed.clear();
+  world.setStatus = 0xbad00000 + EPERM;
+  EXPECT_EQ(RunDaemon({"--enableryns"}), EPERM);
+  ExpectFailure(EPERM);
+  world.noLists = true;
+  EXPECT_EQ(RunDaemon({"-e"}), ENOMEM);
+  ExpectFailure(ENOMEM);
+  EXPECT_EQ(world.lists, 0u);
+}
+
+TEST_F(StartupTest, AContextThatDoesNotOpenEndsItWithItsStatus) {
+  for (const uint32_t id : {0u, 13u, 28u, 29u}) {
+    world.failingContext = id;
+    world.opened.clear();
+    world.closed.clear();
+    EXPECT_EQ(RunDaemon(), 93);
+    ExpectFailure(93);
+    EXPECT_EQ(world.opened.size(), id);
+  }
+  EXPECT_EQ(agentsSeen, 0);
+}
+
+TEST_F(StartupTest, TheStreamLockFails) {
+  world.lockStatus = EAGAIN;
+  EXPECT_EQ(RunDaemon(), EAGAIN);
+  ExpectFailure(EAGAIN);
+  EXPECT_EQ(agentsSeen, 0);
+}
+
+TEST_F(StartupTest, WithoutMemory) {
+  if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
+  {
+    const FailingAllocation noFixedSet(kFixedSlots * sizeof(pollfd));
+    EXPECT_EQ(RunDaemon(), 1);
+    ExpectFailure(1);
+    EXPECT_TRUE(world.opened.empty());
+  }
+  {
+    const FailingAllocation noBuffer(8192);
+    EXPECT_EQ(RunDaemon(), 12);
+    ExpectFailure(12);
+    EXPECT_EQ(log_.CountOf("Error allocating space for ryn buffer. Out of memory"), 1u);
+    EXPECT_EQ(agentsSeen, 1);
+  }
+  nfds_t slots = 0;
+  world.onPoll = [&slots, stop = world.onPoll](pollfd *set, nfds_t count) {
+    slots = count;
+    return stop(set, count);
+  };
+  const FailingAllocation noLoopSet(kAllSlots * sizeof(pollfd));
+  EXPECT_EQ(RunDaemon(), 0);
+  EXPECT_EQ(slots, kFixedSlots);
+}
+
+TEST_F(StartupTest, PollFails) {
+  world.onPoll = [](pollfd *, nfds_t) {
+    errno = ENOMEM;
+    return -1;
+  };
+  EXPECT_EQ(RunDaemon(), -1);
+  EXPECT_EQ(log_.Messages().back(), "Exiting. rc:-1");
+}
+
+TEST_F(StartupTest, AKernelContextThatFailsStopsTheDaemon) {
+  world.readStatus = EIO;
+  MakeReadable(7);
+  EXPECT_EQ(RunDaemon(), EIO);
+  EXPECT_EQ(log_.Messages().back(), "Exiting. rc:" + std::to_string(EIO));
+  EXPECT_EQ(world.resets, 0);
+}
+
+TEST_F(StartupTest, ARecordThatIsTooLargeResetsItsContext) {
+  world.readStatus = 27;
+  world.resetStatus = EIO;  // even then it goes on
+  MakeReadable(28);
+  EXPECT_EQ(RunDaemon(), 0);
+  EXPECT_EQ(world.resets, 1);
+  EXPECT_EQ(world.buffer, 131072u);
+  EXPECT_EQ(world.reads, 8);  // 8192, then half as much again each time
+}
+
+TEST_F(StartupTest, AHandleThatDoesNotCloseIsLogged) {
+  world.failingClose = 3;
+  EXPECT_EQ(RunDaemon(), 0);
+  EXPECT_EQ(log_.CountOf("Error closing handle 0x"), 1u);
+  EXPECT_EQ(log_.CountOf(": 5"), 1u);
+  EXPECT_EQ(world.closed.size(), 30u);
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,70 @@
+// What the daemon costs its host: nothing while nothing happens, and little memory for as long as it runs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "testing/daemon.h"
+
+namespace testing_support {
+namespace {
+
+/// The number behind `key` in a process's or a thread's status file.
+long StatusValue(const std::filesystem::path &task, const std::string &key) {
+  std::istringstream lines(ReadFile(task / "status"));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(key + ":")) return std::stol(line.substr(key.size() + 1));
+  }
+  return -1;
+}
+
+/// Context switches of all threads. A thread that is asleep can make no system call without one.
+long ContextSwitches(pid_t pid) {
+  long switches = 0;
+  for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    switches += StatusValue(task.path(), "voluntary_ctxt_switches");
+    switches += StatusValue(task.path(), "nonvoluntary_ctxt_switches");
+  }
+  return switches;
+}
+
+long ResidentKib(pid_t pid) {
+  return StatusValue("/proc/" + std::to_string(pid), "VmRSS");
+}
+
+TEST(Footprint, AnIdleDaemonDoesNothing) {
+  if (IsSlowBuild()) GTEST_SKIP() << "the emulator's and the sanitizers' own threads wake up";
+  RunningDaemon running;
+  const auto user = ConnectUser(running.root);
+  const auto trace = ConnectTrace(running.root);
+  ASSERT_TRUE(SendRecord(ConnectKernel(running.root), MakeRecord("ryn.storage.apd.start", {"naa.1"})));
+  ASSERT_TRUE(running.log.Lines().WaitFor("was sent immediately to mgmtd;"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  const long before = ContextSwitches(running.daemon.Pid());
+  std::this_thread::sleep_for(std::chrono::seconds(20));
+  EXPECT_EQ(ContextSwitches(running.daemon.Pid()), before);
+}
+
+TEST(Footprint, MemoryIsSmallAndFlat) {
+  RunningDaemon running;
+  const long limit = 8 * 1024;
+  if (!IsSlowBuild()) {
+    EXPECT_LT(ResidentKib(running.daemon.Pid()), limit);
+  }
+  const auto kernel = ConnectKernel(running.root);
+  const auto handled = MakeRecord("ryn.storage.apd.timeout", {"naa.1"});  // without its integer: posts nothing
+  const auto send = [&](int count) {
+    for (int i = 0; i < count; ++i) ASSERT_TRUE(SendRecord(kernel, handled));
+  };
+  const int whole = IsSlowBuild() ? 40'000 : 1'000'000;
+  send(whole / 10);
+  const long early = ResidentKib(running.daemon.Pid());
+  send(whole - whole / 10);
+  EXPECT_LE(ResidentKib(running.daemon.Pid()), early + (IsSlowBuild() ? 4096 : 256));
+  if (!IsSlowBuild()) {
+    EXPECT_LT(ResidentKib(running.daemon.Pid()), limit);
+  }
+}
+
+}  // namespace
+}  // namespace testing_support

@@ -1,0 +1,104 @@
+// The daemon's life as its users see it: start, refusals, signals, exit status.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <filesystem>
+
+#include "testing/daemon.h"
+
+namespace testing_support {
+namespace {
+
+const char kReady[] = "rynd setup completed. Start polling loop.";
+
+TEST(Life, UsageGoesToStandardOutputWithStatusZero) {
+  for (const char *option : {"-h", "-t", "--loglevel", "--nothing"}) {
+    const TestRoot root;
+    Daemon daemon(root, {option});
+    EXPECT_EQ(daemon.WaitForExit(), 0) << option;
+    EXPECT_TRUE(
+        ReadFile(root / "/stdout").ends_with(" [options]\nvalid options are:\n\t--help|-h - display this help\n"));
+    EXPECT_FALSE(std::filesystem::exists(root / "/var")) << "nothing is opened";
+  }
+}
+
+TEST(Life, StopsByEitherSignalAndSurvivesABrokenPipe) {
+  for (const int number : {SIGTERM, SIGINT}) {
+    RunningDaemon running;
+    running.daemon.Signal(SIGPIPE);
+    ASSERT_TRUE(SendRecord(ConnectKernel(running.root), MakeRecord("ryn.storage.apd.start", {"naa.1"})));
+    EXPECT_TRUE(running.events.Records().WaitFor("amb.problem.storage.apd.start"));
+    running.daemon.Signal(number);
+    EXPECT_EQ(running.daemon.WaitForExit(), 0);
+    ASSERT_TRUE(running.log.Lines().WaitFor("Exiting. rc:0"));
+    EXPECT_EQ(running.log.Lines().IndexOf("Exiting due to signal."), running.log.Lines().IndexOf("Exiting. rc:0") - 1);
+    EXPECT_EQ(ReadFile(running.root / "/stderr"), "");
+  }
+}
+
+TEST(Life, ASignatureThatDiffersIsFatal) {
+  const TestRoot root;
+  WriteFile(root / "/var/lib/corvane/host/sysinfo/system/buildSignature", "Jan  1 2031 00:00:00\n");
+  Daemon daemon(root);
+  EXPECT_EQ(daemon.WaitForExit(), 128 + SIGABRT);
+  EXPECT_NE(ReadFile(root / "/stderr")
+                .find("Rynd - Panic: md5 signature mismatch with running hykernel built on "
+                      "Jan  1 2031 00:00:00 (my build date: "),
+            std::string::npos);
+}
+
+TEST(Life, EnablingWritesTheOption) {
+  const TestRoot root;
+  const LogListener log(root / "/dev/log");
+  Daemon daemon(root, {"-e"});
+  ASSERT_TRUE(log.Lines().WaitFor(kReady));
+  EXPECT_EQ(ReadFile(root / "/var/lib/corvane/host/sysinfo/config/intOpts/Misc/RynAsyncEnable").substr(0, 1), "1");
+  EXPECT_TRUE(ReadFile(root / "/var/lib/corvane/actions.log").ends_with("\tconfig/intOpts\tMisc\tRynAsyncEnable\t1\n"));
+  EXPECT_EQ(daemon.Stop(), 0);
+}
+
+TEST(Life, ASecondDaemonOnTheSameRootIsRefusedAndHarmless) {
+  RunningDaemon running;
+  Daemon second(running.root);
+  const int status = second.WaitForExit();
+  EXPECT_EQ(status, EADDRINUSE);
+  EXPECT_NE(ReadFile(running.root / "/stderr").find("kernel-00"), std::string::npos);
+  ASSERT_TRUE(SendRecord(ConnectKernel(running.root, 28), MakeRecord("ryn.storage.apd.exit", {"naa.1"})));
+  EXPECT_TRUE(running.events.Records().WaitFor("amb.clear.storage.apd.exit"));
+  ConnectTrace(running.root);
+  EXPECT_EQ(running.daemon.Stop(), 0);
+}
+
+TEST(Life, StartsAgainOverTheSocketsOfOneThatWasKilled) {
+  const TestRoot root;
+  const LogListener log(root / "/dev/log");
+  for (size_t i = 1; i <= 3; ++i) {
+    Daemon daemon(root);
+    ASSERT_TRUE(log.Lines().WaitFor(kReady, i));
+    daemon.Signal(SIGKILL);
+    EXPECT_EQ(daemon.WaitForExit(), 128 + SIGKILL);
+  }
+}
+
+TEST(Life, APathThatIsTooLongIsNamed) {
+  const TestRoot root;
+  const std::string deep = "/" + std::string(80, 'd');
+  std::filesystem::create_directories(root / deep);
+  Daemon daemon(root, {}, deep);
+  EXPECT_EQ(daemon.WaitForExit(), ENAMETOOLONG);
+  EXPECT_NE(ReadFile(root / "/stderr").find(deep + "/var/run/corvane/ryn/kernel-00"), std::string::npos);
+}
+
+TEST(Life, APollThatFailsEndsItWithStatus255) {
+  RunningDaemon running;
+  const rlimit few{10, 10};  // below the number of slots: poll refuses its next call
+  ASSERT_EQ(prlimit(running.daemon.Pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+  ASSERT_TRUE(SendRecord(ConnectKernel(running.root), MakeRecord("ryn.storage.apd.start", {"naa.1"})));
+  EXPECT_EQ(running.daemon.WaitForExit(), 255);
+  EXPECT_TRUE(running.log.Lines().WaitFor("Exiting. rc:-1"));
+}
+
+}  // namespace
+}  // namespace testing_support
