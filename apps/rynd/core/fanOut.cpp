@@ -81,7 +81,7 @@ int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
 int FanOutRecord(const std::byte *record, size_t length) REQUIRES(streamLock) {
   const char *id = RecordId(record);
   for (ListLinks *links = StreamList()->next; links != StreamList(); links = links->next) {
-    Stream *stream = reinterpret_cast<Stream *>(links);
+    auto *stream = static_cast<Stream *>(links);
     if (stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
     const int status = WriteRecord(stream, record, length);
     if (status != 0 || StopRequested()) return status;

@@ -110,7 +110,7 @@ int StreamOpen(const char *name, const Subscription &subscription, Stream **stre
   }
   *stream = opened.release();
   streamLock.Acquire();
-  ListAppend(&streamList, &(*stream)->links);
+  ListAppend(&streamList, *stream);
   streamLock.Release();
   return 0;
 }
@@ -147,7 +147,7 @@ int StreamClose(Stream *stream) {
   if (stream->readEnd >= 0) readStatus = CloseEnd(&stream->readEnd);
   const int status = readStatus != 0 ? readStatus : CloseEnd(&stream->writeEnd);
   SubscriptionDestroy(stream->subscription);
-  ListRemove(&stream->links);
+  ListRemove(stream);
   streamLock.Release();
   delete stream;
   return status == 0 ? 0 : 2;

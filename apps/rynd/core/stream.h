@@ -16,8 +16,7 @@ namespace rynd {
 
 /// One agent's stream. Links, subscription and write end: guarded by the stream lock. Read end and reassembly state:
 /// the agent's own thread.
-struct Stream {
-  ListLinks links;  ///< in the stream list, in order of registration; first, so that a link is its stream
+struct Stream : ListLinks {  // linked in order of registration
   int readEnd = -1;
   int writeEnd = -1;  ///< non-blocking: a full pipe is waited for where a stop is noticed
   Subscription *subscription = nullptr;

@@ -127,7 +127,7 @@ TEST_F(StreamTest, BrokenLinksAndLocksAreFatal) {
   Stream *second = OpenStream("b");
   EXPECT_DEATH(
       {
-        second->links.previous = &second->links;
+        second->previous = second;
         StreamClose(second);
       },
       "Rynd - Panic: VERIFY hykernel/public/list:411");

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string_view>
 
 #include "core/log.h"
@@ -94,30 +95,27 @@ std::unique_ptr<Observation, FreeObservation> CopyToObservation(const std::byte 
   return std::unique_ptr<Observation, FreeObservation>(observation);
 }
 
-}  // namespace
-
-void TraceObservation(const std::byte *record, size_t length) {
-  if (!Feed().HasClients()) return;
+/// The line of a raw record.
+std::string ObservationLine(const std::byte *record, size_t length) {
   uint64_t timeUs = 0;
   std::memcpy(&timeUs, record + kRecordTimeOffset, sizeof timeUs);
   const auto observation = CopyToObservation(record, length);
   if (observation == nullptr) {
     Log("Invalid argument in ryn with ID %s", RecordId(record));
-    Feed().Publish(LineStart(timeUs, "IN", RecordId(record), "") + "()\n");
-    return;
+    return LineStart(timeUs, "IN", RecordId(record), "") + " ()\n";
   }
   char *message = nullptr;
   char *second = nullptr;
   Ryn_GetMsg(observation.get(), &message, &second);
+  const std::unique_ptr<char, decltype(&free)> owner(message, &free);
   std::string line = LineStart(timeUs, "IN", RecordId(record), message == nullptr ? "" : message);
-  free(message);
   line += " (";
   AppendArguments(&line, observation.get());
-  Feed().Publish(line + ")\n");
+  return line + ")\n";
 }
 
-void TraceEvent(uint64_t timeUs, const char *name, const char *message, const std::byte *area, uint32_t count) {
-  if (!Feed().HasClients()) return;
+/// The line of an event.
+std::string EventLine(uint64_t timeUs, const char *name, const char *message, const std::byte *area, uint32_t count) {
   std::string line = LineStart(timeUs, "OUT", name, message);
   line += " (";
   for (uint32_t i = 0; i < count; ++i) {
@@ -130,7 +128,28 @@ void TraceEvent(uint64_t timeUs, const char *name, const char *message, const st
       AppendQuoted(&line, argument.kind == MsgFmtKind::kString ? text : nullptr);
     }
   }
-  Feed().Publish(line + ")\n");
+  return line + ")\n";
+}
+
+/// Make a line and queue it, if anybody listens. Without memory the clients miss it, and nothing else does.
+template <typename MakeLine>
+void Publish(const MakeLine &makeLine) {
+  if (!Feed().HasClients()) return;
+  try {
+    Feed().Publish(makeLine());
+  } catch (const std::bad_alloc &) {
+    Log("Out of memory for a line of the trace feed\n");
+  }
+}
+
+}  // namespace
+
+void TraceObservation(const std::byte *record, size_t length) {
+  Publish([&] { return ObservationLine(record, length); });
+}
+
+void TraceEvent(uint64_t timeUs, const char *name, const char *message, const std::byte *area, uint32_t count) {
+  Publish([&] { return EventLine(timeUs, name, message, area, count); });
 }
 
 std::string TraceLostLine(uint64_t count) {

@@ -43,8 +43,7 @@ class SCOPED_CAPABILITY QueueLock {
 };
 
 /// One event that waits; `record` has as many zeroed bytes behind it as it is long.
-struct QueueEntry {
-  ListLinks links;  ///< first, so that a link is its entry
+struct QueueEntry : ListLinks {
   size_t length = 0;
   std::unique_ptr<std::byte[]> record;
   std::unique_ptr<char[]> message;
@@ -95,7 +94,7 @@ void AppendEntry(const std::byte *record, size_t length, const char *name, const
         name, message);
     return;
   }
-  ListAppend(&queue, &entry.release()->links);
+  ListAppend(&queue, entry.release());
 }
 
 void Enqueue(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
@@ -137,7 +136,7 @@ void Deliver(const std::byte *record, size_t length, const char *name, const cha
 void QueueFlush() {
   const QueueLock lock(queueMutex);
   while (!ListIsEmpty(queue)) {
-    auto *entry = reinterpret_cast<QueueEntry *>(queue.next);
+    auto *entry = static_cast<QueueEntry *>(queue.next);
     if (SendToMgmtd(entry->record.get(), entry->length) != 0) {
       Log("Failed to send event ([%s] %s). Stopping send of events until next retry.", entry->Name(),
           entry->message.get());
@@ -145,7 +144,7 @@ void QueueFlush() {
       return;
     }
     Log("Successfully sent event ([%s] %s).\n", entry->Name(), entry->message.get());
-    ListRemove(&entry->links);
+    ListRemove(entry);
     delete entry;
   }
   retryPending = false;
