@@ -26,7 +26,7 @@ class GuardedBytes {
     map_ = static_cast<std::byte *>(mmap(nullptr, room_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     mprotect(map_ + room_ - page, page, PROT_NONE);
     data_ = map_ + room_ - page - size_;
-    std::memcpy(data_, bytes.data(), size_);
+    std::copy(bytes.begin(), bytes.end(), data_);
   }
   ~GuardedBytes() { munmap(map_, room_); }
   int FanOut() const {

@@ -40,7 +40,9 @@ bool WaitForNoClients(const TraceFeed &feed) {
 
 // Never destroyed, as the daemon's own: a client's thread may still be on its way out.
 TraceFeed *NewFeed() {
-  return new TraceFeed;
+  static auto *const feeds = new std::vector<TraceFeed *>;
+  feeds->push_back(new TraceFeed);
+  return feeds->back();
 }
 
 TEST(TraceFeed, EveryClientGetsEveryLineFromItsConnectionOn) {
