@@ -1,6 +1,5 @@
 #include "post/ryndKprob.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -63,7 +62,9 @@ bool Grow(RecordBuffer *buffer, size_t size, size_t kept) {
 
 /// Everything in front of the arguments.
 void FillFixedPart(std::byte *record, const char *eventNamespace, const char *shortId, size_t nameLength) {
-  snprintf(reinterpret_cast<char *>(record + kEventNameOffset), nameLength, "%s%s", eventNamespace, shortId);
+  const size_t front = strlen(eventNamespace);
+  std::memcpy(record + kEventNameOffset, eventNamespace, front);
+  std::memcpy(record + kEventNameOffset + front, shortId, nameLength - front);
   std::memcpy(record + kEventUuidOffset, SystemUuidText(), kEventUuidSize);
   PutField(record, kEventTotalLengthOffset, nameLength + kEventFixedLength);
   PutField(record, kEventArgumentCountOffset, 0);
