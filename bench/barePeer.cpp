@@ -1,6 +1,9 @@
 // The bare program that the daemon is measured against: the same sockets, threads and system calls as the daemon for
-// one observation, and nothing else. No checks, no formatting: what it sends has the right length and no meaning.
+// one observation, and nothing else. No checks, no formatting: what it sends has the right length and no meaning. It
+// waits as whoever serves that many sockets has to, by ppoll and poll; with RYND_BENCH_BLOCKING in its environment it
+// does not, and blocks in the one socket and the one pipe that the bench uses.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -53,14 +56,27 @@ int Serve(const std::string &path, int type) {
   return fd;
 }
 
-/// Open every socket that the daemon serves. Returns that of kernel context 0.
-int OpenSockets() {
+/// Open every socket that the daemon serves, that of kernel context 0 first.
+std::vector<pollfd> OpenSockets() {
   mkdir(hosted::RootPath(hosted::kContextFolder).c_str(), 0700);
-  const int first = Serve(hosted::KernelSocketPath(0), SOCK_DGRAM);
-  for (unsigned id = 1; id < kRynAsyncContexts; ++id) Serve(hosted::KernelSocketPath(id), SOCK_DGRAM);
-  Serve(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET);
-  Serve(hosted::RootPath(hosted::kTraceSocket), SOCK_STREAM);
-  return first;
+  std::vector<pollfd> set;
+  for (unsigned id = 0; id < kRynAsyncContexts; ++id) {
+    set.push_back({Serve(hosted::KernelSocketPath(id), SOCK_DGRAM), POLLIN, 0});
+  }
+  set.push_back({Serve(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET), POLLIN, 0});
+  set.push_back({Serve(hosted::RootPath(hosted::kTraceSocket), SOCK_STREAM), POLLIN, 0});
+  return set;
+}
+
+bool Blocks() {
+  static const bool blocks = getenv("RYND_BENCH_BLOCKING") != nullptr;
+  return blocks;
+}
+
+/// Wait until a descriptor of `set` is readable.
+void Wait(std::vector<pollfd> *set) {
+  static const sigset_t none{};
+  if (!Blocks() && ppoll(set->data(), set->size(), nullptr, &none) < 0) Fail("ppoll");
 }
 
 int ConnectLog() {
@@ -71,6 +87,8 @@ int ConnectLog() {
 
 /// Read one record off the pipe: its header, then the rest.
 void ReadRecord(int pipe, char *record) {
+  pollfd wait{pipe, POLLIN, 0};
+  if (!Blocks() && poll(&wait, 1, -1) < 0) Fail("poll");
   uint32_t total = 0;
   if (read(pipe, record, kHeaderSize) != ssize_t{kHeaderSize}) Fail("read");
   std::memcpy(&total, record + kTotalLengthOffset, sizeof total);
@@ -110,7 +128,7 @@ Job ParseArguments(int argc, char **argv) {
 
 int main(int argc, char **argv) {
   const Job job = ParseArguments(argc, argv);
-  const int kernel = OpenSockets();
+  std::vector<pollfd> sockets = OpenSockets();
   const int log = ConnectLog();
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) Fail("pipe2");
@@ -119,7 +137,8 @@ int main(int argc, char **argv) {
   if (send(log, bench::kBareReady, strlen(bench::kBareReady), MSG_NOSIGNAL) < 0) Fail("log");
   std::vector<char> record(131072);
   for (;;) {  // until SIGTERM
-    const ssize_t length = recv(kernel, record.data(), record.size(), 0);
+    Wait(&sockets);
+    const ssize_t length = recv(sockets[0].fd, record.data(), record.size(), 0);
     if (length < 0 || write(ends[1], record.data(), static_cast<size_t>(length)) != length) Fail("record");
   }
 }

@@ -43,10 +43,12 @@ Options ParseOptions(int argc, char **argv) {
       options.quick = true;
     } else if (strcmp(argv[i], "--check") == 0) {
       options.check = true;
+    } else if (strcmp(argv[i], "--blocking") == 0) {
+      setenv("RYND_BENCH_BLOCKING", "1", 1);
     } else if (strcmp(argv[i], "--csv") == 0 && i + 1 < argc) {
       options.csvPath = argv[++i];
     } else {
-      fputs("Usage: rynd_bench [--quick] [--check] [--csv FILE]\n", stderr);
+      fputs("Usage: rynd_bench [--quick] [--check] [--blocking] [--csv FILE]\n", stderr);
       exit(2);
     }
   }

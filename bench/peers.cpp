@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -19,6 +20,15 @@
 
 namespace bench {
 namespace {
+
+// What a failing benchmark leaves behind for no one: one program at a time, one root.
+std::atomic<pid_t> runningProgram = 0;
+std::string rootPath;
+
+void RemoveRoot() {
+  std::error_code ignored;
+  if (!rootPath.empty()) std::filesystem::remove_all(rootPath, ignored);
+}
 
 base::UniqueFd Serve(const char *path, int type) {
   base::UniqueFd fd;
@@ -35,22 +45,23 @@ int64_t Now() {
 
 void Fail(const std::string &what) {
   perror(what.c_str());
-  exit(2);
+  if (runningProgram > 0) kill(runningProgram, SIGKILL);
+  RemoveRoot();
+  _exit(2);  // other threads may be at work
 }
 
 Root::Root() {
   char path[] = "/tmp/rynd-bench-XXXXXX";
   if (mkdtemp(path) == nullptr) Fail(path);
-  path_ = path;
+  rootPath = path;
   setenv("CORVANE_ROOT", path, 1);
   for (const char *folder : {"/dev", "/var/run/corvane", "/var/lib/corvane"}) {
-    std::filesystem::create_directories(path_ + folder);
+    std::filesystem::create_directories(rootPath + folder);
   }
 }
 
 Root::~Root() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  RemoveRoot();
 }
 
 LogSocket::LogSocket() : socket_(Serve(hosted::kLogSocket, SOCK_DGRAM)) {}
@@ -106,6 +117,7 @@ Program::Program(const std::vector<std::string> &argv, const std::string &ready,
   const int64_t start = Now();
   errno = posix_spawn(&pid_, words[0], nullptr, nullptr, words.data(), environ);
   if (errno != 0) Fail(argv[0]);
+  runningProgram = pid_;
   log_->WaitFor(ready);
   startTime_ = Now() - start;
 }
@@ -113,6 +125,7 @@ Program::Program(const std::vector<std::string> &argv, const std::string &ready,
 Program::~Program() {
   kill(pid_, SIGTERM);
   while (waitpid(pid_, nullptr, WNOHANG) == 0) log_->Skip(1);  // its last words must not make it wait
+  runningProgram = 0;
   while (log_->Skip(1)) {
   }
 }

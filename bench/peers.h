@@ -14,19 +14,16 @@ namespace bench {
 
 /// Nanoseconds of the monotonic clock.
 int64_t Now();
-/// End the benchmark with `what` and the system's text for errno.
+/// End the benchmark, and the program that it runs, with `what` and the system's text for errno. Exit status 2.
 [[noreturn]] void Fail(const std::string &what);
 
-/// A folder in /tmp that CORVANE_ROOT names, removed when it goes.
+/// A folder in /tmp that CORVANE_ROOT names, removed when it goes. One at a time.
 class Root {
  public:
   Root();
   ~Root();
   Root(const Root &) = delete;
   Root &operator=(const Root &) = delete;
-
- private:
-  std::string path_;
 };
 
 /// The system log's end. Read by the thread that measures, so that no other one takes time from the program under test.

@@ -217,13 +217,13 @@ TEST(SystemLog, IsUsedByManyThreadsAtOnce) {
       while (!stop) LogText(name);
     });
   }
-  for (int run = 0; run < 5; ++run) {  // the listener comes and goes meanwhile
+  for (int run = 0; run < 3; ++run) {  // the listener comes and goes meanwhile
     LogListener listener;
     for (int i = 0; i < 100; ++i) {
       const std::string record = listener.Next(5000);
       const size_t name = record.find("thread ");
-      ASSERT_NE(name, std::string::npos) << record;
-      EXPECT_NE(record.find("\"] " + record.substr(name, 8)), std::string::npos) << record;
+      EXPECT_TRUE(name != std::string::npos && record.find("\"] " + record.substr(name, 8)) != std::string::npos)
+          << record;
     }
   }
   stop = true;

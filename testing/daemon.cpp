@@ -158,7 +158,7 @@ std::vector<std::string> EventListener::Names() const {
 Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below) {
   std::vector<std::string> words;
   std::istringstream emulator(RYND_EMULATOR);
-  for (std::string word; std::getline(emulator, word, ';');) words.push_back(word);
+  for (std::string word; std::getline(emulator, word, ' ');) words.push_back(word);
   words.push_back(RYND_PROGRAM);
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char *> argv;

@@ -30,6 +30,7 @@ TEST(Life, StopsByEitherSignalAndSurvivesABrokenPipe) {
     running.daemon.Signal(SIGPIPE);
     ASSERT_TRUE(SendRecord(ConnectKernel(running.root), MakeRecord("ryn.storage.apd.start", {"naa.1"})));
     EXPECT_TRUE(running.events.Records().WaitFor("amb.problem.storage.apd.start"));
+    EXPECT_TRUE(running.log.Lines().WaitFor("was sent immediately to mgmtd;"));
     running.daemon.Signal(number);
     EXPECT_EQ(running.daemon.WaitForExit(), 0);
     ASSERT_TRUE(running.log.Lines().WaitFor("Exiting. rc:0"));
