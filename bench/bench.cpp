@@ -20,12 +20,12 @@ struct Options {
 /// How much is done.
 struct Effort {
   int rounds = 10;
-  int latencyRuns = 3;  ///< of each program in a round
-  int latencySamples = 950;
-  int observations = 30'000;
+  int latencyRuns = 8;  ///< of each program in a round
+  int latencySamples = 400;
+  int observations = 20'000;
   int starts = 10;  ///< of each program in a round
 };
-constexpr Effort kQuick = {3, 2, 500, 5000, 5};
+constexpr Effort kQuick = {3, 4, 250, 5000, 5};
 
 struct Measures {
   Measure median{"latency_median_us", 1.15};

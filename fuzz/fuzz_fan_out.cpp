@@ -14,6 +14,7 @@ rynd::Stream *OpenStream() {
   rynd::SubscriptionAddPrefix(subscription, "a");
   rynd::Stream *stream = nullptr;
   if (rynd::StreamOpen("fuzz", *subscription, &stream) != 0) abort();
+  rynd::SubscriptionDestroy(subscription);
   return stream;
 }
 

@@ -1,3 +1,4 @@
+// Appends to the record of actions that were carried out. Any thread.
 #include "hosted/actionsLog.h"
 
 #include <fcntl.h>

@@ -1,8 +1,12 @@
-// Reading records from kernel contexts. The poll loop's thread only; this is its hot path.
-#include <sys/ioctl.h>
+// Reading records from kernel contexts. The poll loop's thread only; this is its hot path, so one system call reads a
+// record, whatever its length: what does not fit the caller's buffer runs over into one of our own.
 #include <sys/socket.h>
+#include <sys/uio.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <vector>
 
 #include "hosted/contexts.h"
 #include "hosted/discardLog.h"
@@ -11,35 +15,69 @@
 namespace hosted {
 namespace {
 
-/// The length of the first datagram in `*length`, and whether there is one. 0 or an errno value.
-int PeekLength(int fd, size_t *length, bool *present) {
-  int pending = 0;
-  if (ioctl(fd, FIONREAD, &pending) != 0) return errno;
-  *length = static_cast<size_t>(pending);
-  *present = pending > 0;
-  if (pending > 0) return 0;
-  // Nothing there, or an empty datagram, or one that came just now and may be of any length: a plain read would cut it.
-  const ssize_t got = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-  if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
-  *length = static_cast<size_t>(got);
-  *present = true;
+/// A record that did not fit its reader's buffer and waits, in front of its socket's queue, for a larger one or a
+/// reset. Of one above kMaxRecordSize, which never fits, only the length is right.
+struct HeldRecord {
+  int fd;
+  size_t length;
+  std::vector<std::byte> bytes;
+};
+
+std::vector<HeldRecord> &HeldRecords() {
+  static auto &held = *new std::vector<HeldRecord>;
+  return held;
+}
+
+std::vector<HeldRecord>::iterator FindHeld(int fd) {
+  return std::find_if(HeldRecords().begin(), HeldRecords().end(),
+                      [fd](const HeldRecord &held) { return held.fd == fd; });
+}
+
+/// Receive the next datagram. Its length, of which the first `size` bytes are in `buffer`; or -1 with errno.
+ssize_t Receive(int fd, std::byte *buffer, size_t size) {
+  static std::array<std::byte, kMaxRecordSize> overflow;
+  iovec parts[] = {{buffer, size}, {overflow.data(), overflow.size()}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = 2;
+  const ssize_t got = recvmsg(fd, &message, MSG_DONTWAIT | MSG_TRUNC);
+  if (got > static_cast<ssize_t>(size)) {
+    const size_t length = static_cast<size_t>(got);
+    HeldRecord held{fd, length, std::vector<std::byte>(buffer, buffer + size)};
+    if (length <= kMaxRecordSize) held.bytes.insert(held.bytes.end(), overflow.data(), overflow.data() + length - size);
+    HeldRecords().push_back(std::move(held));
+  }
+  return got;
+}
+
+/// Take the record that waits in front of the queue, if there is one, into `buffer`. 0, or kRynLibTooSmall.
+int TakeHeld(int fd, std::byte *buffer, size_t size, size_t *length) {
+  const auto held = FindHeld(fd);
+  if (held == HeldRecords().end()) return 0;
+  if (held->length > size || held->length > kMaxRecordSize) return kRynLibTooSmall;
+  std::copy(held->bytes.begin(), held->bytes.end(), buffer);
+  *length = held->length;
+  HeldRecords().erase(held);
   return 0;
 }
 
 int ReadKernelRecord(int fd, std::byte *buffer, size_t size, size_t *length) {
   Discards discards;
   while (discards.Count() < kMaxDiscards) {
-    size_t pending = 0;
-    bool present = false;
-    if (const int error = PeekLength(fd, &pending, &present); error != 0) return error;
-    if (!present) break;
-    // Above the longest record it never fits, whatever the buffer: such a record ends in a reset.
-    if (pending > size || pending > kMaxRecordSize) return kRynLibTooSmall;
-    const ssize_t got = recv(fd, buffer, size, MSG_DONTWAIT | MSG_TRUNC);
+    size_t taken = 0;
+    if (!HeldRecords().empty() && TakeHeld(fd, buffer, size, &taken) != 0) return kRynLibTooSmall;
+    const ssize_t got = taken > 0 ? static_cast<ssize_t>(taken) : Receive(fd, buffer, size);
     if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
-    const char *wrong = CheckRecord(buffer, static_cast<size_t>(got));
+    const auto gotLength = static_cast<size_t>(got);
+    // Above the longest record it never fits, whatever the buffer: such a record ends in a reset.
+    if (gotLength > size) return kRynLibTooSmall;
+    if (gotLength > kMaxRecordSize) {
+      HeldRecords().push_back({fd, gotLength, {}});
+      return kRynLibTooSmall;
+    }
+    const char *wrong = CheckRecord(buffer, gotLength);
     if (wrong == nullptr) {
-      *length = static_cast<size_t>(got);
+      *length = gotLength;
       return 0;
     }
     const RynLibContext *context = FindContext(fd);
@@ -49,6 +87,15 @@ int ReadKernelRecord(int fd, std::byte *buffer, size_t size, size_t *length) {
 }
 
 }  // namespace
+
+bool DropHeldRecord(int fd, size_t *bytes) {
+  const auto held = FindHeld(fd);
+  if (held == HeldRecords().end()) return false;
+  *bytes += held->length;
+  HeldRecords().erase(held);
+  return true;
+}
+
 }  // namespace hosted
 
 int RynLib_ReadFromFd(int fd, std::byte *buffer, size_t size, size_t *length) {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "hosted/discardLog.h"
@@ -22,6 +23,7 @@
 namespace hosted {
 namespace {
 
+/// All open contexts; a reader has a descriptor only.
 std::vector<RynLibContext *> &OpenContexts() {
   static auto &contexts = *new std::vector<RynLibContext *>;
   return contexts;
@@ -37,22 +39,32 @@ int OpenFailed(const std::string &path, int error) {
   return error;
 }
 
-int OpenContext(uint32_t id, const char *name, std::string path, int type, mode_t mode, mode_t folderMode,
-                RynLibHandle *handle) {
+/// Bind the socket of `context` to its path. 0, or an errno value, which was told.
+int OpenContext(int type, mode_t mode, mode_t folderMode, RynLibContext *context) {
+  const std::string &path = context->path;
   const std::string folder = path.substr(0, path.rfind('/'));
   if (const int error = MakeFolders(folder, folderMode); error != 0) return OpenFailed(folder, error);
-  auto context = std::make_unique<RynLibContext>();
   if (const int error = ServeUnixSocket(path, type, mode, &context->fd); error != 0) return OpenFailed(path, error);
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) return OpenFailed(path, errno);
-  context->id = id;
-  std::snprintf(context->name.data(), context->name.size(), "%s", name);
-  context->path = std::move(path);
   context->device = status.st_dev;
   context->inode = status.st_ino;
-  OpenContexts().push_back(context.get());
-  *handle = context.release();
   return 0;
+}
+
+/// A context that is not open yet.
+std::unique_ptr<RynLibContext> MakeContext(uint32_t id, std::string path, const char *name) {
+  auto context = std::make_unique<RynLibContext>();
+  context->id = id;
+  context->path = std::move(path);
+  std::snprintf(context->name.data(), context->name.size(), "%s", name);
+  return context;
+}
+
+/// Note an open context and give it to the caller of the library.
+RynLibHandle HandOut(std::unique_ptr<RynLibContext> context) {
+  OpenContexts().push_back(context.get());
+  return context.release();
 }
 
 /// Remove the context's socket file if it is still its own. The socket is open, so that no other file can have its
@@ -81,6 +93,7 @@ size_t QueueLimit() {
 
 /// Discard what is in the queue of a kernel context's socket. 0 or an errno value.
 int DrainKernelSocket(int fd, size_t *records, size_t *bytes) {
+  if (DropHeldRecord(fd, bytes)) ++*records;
   for (size_t left = QueueLimit(); left > 0; --left) {
     const ssize_t got = recv(fd, nullptr, 0, MSG_DONTWAIT | MSG_TRUNC);
     if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
@@ -105,22 +118,24 @@ int RynLib_AsyncContextOpen(uint32_t id, RynLibHandle *handle) {
   *handle = nullptr;
   if (id >= kRynAsyncContexts) return EINVAL;
   const std::string path = hosted::KernelSocketPath(id);
-  const std::string name = path.substr(path.rfind('/') + 1);
-  return hosted::OpenContext(id, name.c_str(), path, SOCK_DGRAM, 0600, 0700, handle);
+  auto context = hosted::MakeContext(id, path, path.substr(path.rfind('/') + 1).c_str());
+  if (const int error = hosted::OpenContext(SOCK_DGRAM, 0600, 0700, context.get()); error != 0) return error;
+  *handle = hosted::HandOut(std::move(context));
+  return 0;
 }
 
 int RynLib_UserContextOpen(uint32_t id, RynLibHandle *handle) {
   *handle = nullptr;
   if (id != kRynUserContext) return EINVAL;
-  const int error =
-      hosted::OpenContext(id, "user", hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, 0755, handle);
-  if (error != 0) return error;
+  auto context = hosted::MakeContext(id, hosted::RootPath(hosted::kUserSocket), "user");
+  if (const int error = hosted::OpenContext(SOCK_SEQPACKET, 0660, 0755, context.get()); error != 0) return error;
   // Accepted connections inherit it: packets then carry credentials, which tell an empty one from the end.
   constexpr int kOn = 1;
-  setsockopt((*handle)->fd.Get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
+  setsockopt(context->fd.Get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
   // A caller that is gone again by the time it is accepted must not hold up the poll loop.
-  fcntl((*handle)->fd.Get(), F_SETFL, O_NONBLOCK);
-  (*handle)->acceptor = std::make_unique<base::Acceptor>();
+  fcntl(context->fd.Get(), F_SETFL, O_NONBLOCK);
+  context->acceptor = std::make_unique<base::Acceptor>();
+  *handle = hosted::HandOut(std::move(context));
   return 0;
 }
 
@@ -154,6 +169,8 @@ int RynLib_Close(RynLibHandle handle) {
   if (handle == nullptr) return EINVAL;
   const std::unique_ptr<RynLibContext> context(handle);
   std::erase(hosted::OpenContexts(), handle);
+  size_t bytes = 0;
+  hosted::DropHeldRecord(context->fd.Get(), &bytes);
   if (hosted::OpenContexts().empty()) hosted::LogLastDiscards();
   return hosted::RemoveSocketFile(*context);
 }

@@ -27,6 +27,10 @@ namespace hosted {
 /// The context that owns `fd`, or null: that of a kernel socket, none for a user connection.
 const RynLibContext *FindContext(int fd);
 
+/// Discard the record of a kernel socket that waits for a larger buffer, adding its length to `bytes`. False without
+/// one.
+bool DropHeldRecord(int fd, size_t *bytes);
+
 /// Whether `fd` is a user connection that is open.
 bool IsUserConnection(int fd);
 /// Read the next record of a user connection as RynLib_ReadFromFd says.

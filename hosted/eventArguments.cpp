@@ -1,3 +1,4 @@
+// Reads and renders the serialised arguments of an event, whatever bytes they are. Stateless: any thread.
 #include "hosted/eventArguments.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 namespace hosted {
 namespace {
 
+/// A string as far as it lies inside of the area, up to its first NUL.
 EventArgument DecodeString(const MsgFmtArg &descriptor, const std::byte *area, size_t length) {
   EventArgument argument{MsgFmtKind::kNullString, 0, 8, {}, false};
   if (descriptor.value > length || descriptor.size == 0) return argument;
@@ -67,6 +69,7 @@ class Renderer {
   bool Suited() const { return suited_ && next_ == arguments_.size(); }
 
  private:
+  /// The next argument, or null when they are used up.
   const EventArgument *Next() {
     if (next_ == arguments_.size()) {
       suited_ = false;
@@ -89,6 +92,7 @@ class Renderer {
     return static_cast<int>(std::clamp<int64_t>(static_cast<int32_t>(argument->bits), -kLargestField, kLargestField));
   }
 
+  /// A conversion of a text; an integer in its place is shown in decimal.
   void RenderText(const Conversion &conversion, const EventArgument &argument) {
     if (argument.kind == MsgFmtKind::kString) return AppendText(out_, conversion, argument.text);
     Conversion whole = conversion;  // "(null)" is never cut
@@ -99,6 +103,7 @@ class Renderer {
     AppendInteger(out_, whole, argument.bits, argument.bytes);
   }
 
+  /// A conversion of an integer; a text in its place is shown as it is.
   void RenderNumber(const Conversion &conversion, const EventArgument &argument) {
     if (!IsInteger(argument)) {
       suited_ = false;

@@ -10,7 +10,8 @@ namespace hosted {
 /// Held from Take until it goes: whoever looks at a socket file and then replaces or removes it holds this meanwhile.
 class FolderLock {
  public:
-  /// Lock the folder that `path` stands in. 0, ETIMEDOUT when another process keeps it for 5 s, or an errno value.
+  /// Lock the folder that `path` stands in. 0 or an errno value. After 2 s in vain it is 0 without the lock: only a
+  /// process that means harm keeps it that long, and its aim would be that nothing starts.
   int Take(const std::string &path);
 
  private:

@@ -35,6 +35,7 @@ void SyncFolder(const std::string &folder) {
   if (fd) fsync(fd.Get());
 }
 
+/// Write a file beside `path` and give it that name. 0 or an errno value.
 int Replace(const std::string &path, const std::string &folder, std::string_view content) {
   // Names of the tree have no leading dot, so that this one never counts as a file of it.
   std::string temporary = folder + "/.new-XXXXXX";

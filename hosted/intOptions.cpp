@@ -46,27 +46,25 @@ int DefaultOf(std::string_view group, std::string_view name, int64_t *value) {
 }  // namespace
 
 int GetIntOption(const HSI_ParamList *instance, void *output, size_t size) {
-  const std::string *group = nullptr;
-  const std::string *name = nullptr;
+  std::string group, name;
   if (const int error = TextParams(instance, {&group, &name}); error != 0) return error;
   using Limits = std::numeric_limits<int64_t>;
   int64_t value = 0;
-  int error = ReadHostInteger(OptionPath(*group, *name), Limits::min(), Limits::max(), &value);
-  if (error == ENOENT) error = DefaultOf(*group, *name, &value);
+  int error = ReadHostInteger(OptionPath(group, name), Limits::min(), Limits::max(), &value);
+  if (error == ENOENT) error = DefaultOf(group, name, &value);
   return error != 0 ? error : PutInteger(value, output, size);
 }
 
 int SetIntOption(const HSI_ParamList *instance, const HSI_ParamList *values) {
-  const std::string *group = nullptr;
-  const std::string *name = nullptr;
+  std::string group, name;
   int64_t value = 0;
   if (const int error = TextParams(instance, {&group, &name}); error != 0) return error;
   if (const int error = IntegerParam(values, &value); error != 0) return error;
   // Guards nothing but the order: the last action of the record is the value that stands. The record's nests in it.
   static std::mutex order;
   const std::lock_guard lock(order);
-  if (const int error = WriteHostText(OptionPath(*group, *name), std::to_string(value)); error != 0) return error;
-  return RecordAction("config/intOpts", {std::string_view(*group), std::string_view(*name), value});
+  if (const int error = WriteHostText(OptionPath(group, name), std::to_string(value)); error != 0) return error;
+  return RecordAction("config/intOpts", {std::string_view(group), std::string_view(name), value});
 }
 
 }  // namespace hosted

@@ -60,6 +60,7 @@ const Identity &OwnIdentity() {
   return identity;
 }
 
+/// `text`, or `standard` in place of nothing, within what a header has room for.
 std::string_view OrDefault(const char *text, const char *standard) {
   return std::string_view(text == nullptr || *text == '\0' ? standard : text).substr(0, kValueLimit);
 }
@@ -80,6 +81,7 @@ void AddStructuredData(const char *sdId, const HykSyslogParam *param, Appender *
   out->Add("]");
 }
 
+/// Everything in front of the message, its blank included.
 void AddHeader(const LogHeader &header, Appender *out) {
   std::array<char, 16> priority;
   const int size = std::snprintf(priority.data(), priority.size(), "<%d>1 ", header.priority);

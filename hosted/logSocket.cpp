@@ -29,6 +29,7 @@ std::atomic<uint64_t> dropped{0};
 /// The monotonic clock when a wait was last in vain; 0 when records pass.
 std::atomic<int64_t> stalledSince{0};
 
+/// Nanoseconds of a clock that is never set.
 int64_t MonotonicNow() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -63,6 +64,7 @@ int LogFd() {
   return fd;
 }
 
+/// Where the log listens, worked out once; `*error` is not 0 when the root is too long for it.
 const base::UnixAddress &LogAddress(int *error) {
   struct Target {
     base::UnixAddress address;
@@ -77,6 +79,7 @@ const base::UnixAddress &LogAddress(int *error) {
   return target.address;
 }
 
+/// Connect to whoever listens now. A datagram socket may be connected any number of times.
 bool Connect(int fd) {
   int error = 0;
   const base::UnixAddress &address = LogAddress(&error);
@@ -106,6 +109,7 @@ SendResult SendToSystemLog(const char *record, size_t size) {
     NoteProgress(true, wait);
     return SendResult::kSent;
   }
+  // A socket without room says EAGAIN; without memory for the record it is as good as full.
   if (errno == EMSGSIZE) return SendResult::kTooLong;
   if (errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM && errno != EINTR) return SendResult::kNoListener;
   NoteProgress(false, wait);

@@ -1,3 +1,4 @@
+// The time of a log record. Stateless: any thread.
 #include "hosted/logTime.h"
 
 #include <time.h>

@@ -66,9 +66,11 @@ class Serializer {
   size_t Used() const { return used_; }
 
  private:
+  /// Write the next descriptor.
   void Put(const MsgFmtArg &descriptor) { StoreLittle(area_ + sizeof(MsgFmtArg) * next_++, descriptor); }
   void PutSigned(int64_t value, uint32_t width) { Put({MsgFmtKind::kSigned, width, static_cast<uint64_t>(value)}); }
 
+  /// Every integer comes as its promoted type and is kept as the value that printf would show.
   void AddInteger(const Conversion &conversion) {
     const bool isSigned = conversion.letter == 'd' || conversion.letter == 'i';
     switch (conversion.length) {

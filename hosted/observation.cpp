@@ -23,11 +23,15 @@ size_t ArgumentArea(const RawHeader &header) {
 /// Fill the table of `observation`, whose record is well-formed. False without memory.
 bool IndexArguments(Observation *observation) {
   const uint32_t count = observation->header.argumentCount;
-  observation->offsets.reset(new (std::nothrow) uint32_t[count]);
-  if (observation->offsets == nullptr) return false;
+  uint32_t *offsets = observation->fewOffsets.data();
+  if (count > observation->fewOffsets.size()) {
+    observation->manyOffsets.reset(new (std::nothrow) uint32_t[count]);
+    offsets = observation->manyOffsets.get();
+  }
+  if (offsets == nullptr) return false;
   size_t at = ArgumentArea(observation->header);
   for (uint32_t i = 0; i < count; ++i) {
-    observation->offsets[i] = static_cast<uint32_t>(at);
+    offsets[i] = static_cast<uint32_t>(at);
     at += kArgumentHeaderSize + LoadLittle<uint32_t>(observation->bytes.get() + at + 4);
   }
   return true;
@@ -44,7 +48,7 @@ bool Fits(const RawArgumentView &view, unsigned bits) {
 
 int FindArgument(const Observation *observation, uint32_t index, RawArgumentView *view) {
   if (observation == nullptr || index >= observation->header.argumentCount) return kRynNoArgument;
-  const uint32_t offset = observation->offsets[index];
+  const uint32_t offset = observation->Offsets()[index];
   ParseRawArgument(observation->bytes.get() + offset, observation->length - offset, view);
   return 0;
 }

@@ -1,6 +1,7 @@
 // An observation made from one raw record. One thread at a time.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,7 +14,9 @@ struct Observation {
   std::unique_ptr<std::byte[]> bytes;  ///< passed by CheckRecord
   size_t length = 0;
   hosted::RawHeader header{};
-  std::unique_ptr<uint32_t[]> offsets;  ///< of the arguments
+  std::array<uint32_t, 8> fewOffsets{};     ///< of the arguments, when there are no more
+  std::unique_ptr<uint32_t[]> manyOffsets;  ///< of the arguments otherwise
+  const uint32_t *Offsets() const { return manyOffsets == nullptr ? fewOffsets.data() : manyOffsets.get(); }
 };
 
 namespace hosted {

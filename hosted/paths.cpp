@@ -1,3 +1,4 @@
+// Where the hosted platform keeps its sockets and files. Any thread.
 #include "hosted/paths.h"
 
 #include "platform/system.h"

@@ -1,3 +1,5 @@
+// Walks the conversions of a printf or scanf-like format: one parser for reading, serialising and rendering.
+// Stateless: any thread.
 #include "hosted/printfWalk.h"
 
 #include <cstring>

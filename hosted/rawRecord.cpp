@@ -29,6 +29,7 @@ class Writer {
   std::vector<std::byte> out_;
 };
 
+/// Append one argument, its header included.
 void PutArgument(const RawArgument &argument, Writer *out) {
   const bool integer = argument.kind == ArgumentKind::kSigned || argument.kind == ArgumentKind::kUnsigned;
   const size_t size = integer ? argument.width : argument.kind == ArgumentKind::kString ? argument.text.size() + 1 : 0;
@@ -47,6 +48,7 @@ void PutArgument(const RawArgument &argument, Writer *out) {
   }
 }
 
+/// Null when the argument area holds exactly `count` good arguments, else what is wrong.
 const char *CheckArguments(const std::byte *area, size_t length, uint32_t count) {
   uint32_t found = 0;
   RawArgumentView view;

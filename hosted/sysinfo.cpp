@@ -49,12 +49,13 @@ HYK_ReturnStatus AddParam(HSI_ParamList *list, Value value) {
 
 }  // namespace
 
-int TextParams(const HSI_ParamList *list, std::initializer_list<const std::string **> texts) {
+int TextParams(const HSI_ParamList *list, std::initializer_list<std::string *> texts) {
   if (list == nullptr || list->params.size() != texts.size()) return EINVAL;
   auto param = list->params.begin();
-  for (const std::string **text : texts) {
-    *text = std::get_if<std::string>(&*param++);
-    if (*text == nullptr) return EINVAL;
+  for (std::string *text : texts) {
+    const auto *held = std::get_if<std::string>(&*param++);
+    if (held == nullptr) return EINVAL;
+    *text = *held;
   }
   return 0;
 }

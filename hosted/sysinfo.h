@@ -25,8 +25,8 @@ struct SysinfoNode {
   int (*set)(const HSI_ParamList *instance, const HSI_ParamList *values);
 };
 
-/// The parameters of `list`, which must be exactly these texts. 0 or EINVAL; the texts belong to the list.
-int TextParams(const HSI_ParamList *list, std::initializer_list<const std::string **> texts);
+/// The parameters of `list`, which must be as many texts. 0 or EINVAL.
+int TextParams(const HSI_ParamList *list, std::initializer_list<std::string *> texts);
 /// The one parameter of `list`, which must be an integer. 0 or EINVAL.
 int IntegerParam(const HSI_ParamList *list, int64_t *value);
 /// Store `value` as an integer of `size` bytes, 4 or 8. 0, EINVAL for another size, ERANGE when it does not fit.

@@ -2,6 +2,7 @@
 #include <syslog.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 
 #include "hosted/log.h"
@@ -29,6 +30,7 @@ Delivery Deliver(LogRecord *record, uint64_t told) {
 }
 
 [[gnu::format(printf, 2, 0)]] Delivery Emit(const LogHeader &header, const char *format, va_list arguments) {
+  const int error = errno;  // a caller may log first and look at it afterwards
   const uint64_t dropped = TakeDropped();
   std::array<char, LogRecord::kTailRoom> tail;
   int tailSize = 0;
@@ -38,7 +40,9 @@ Delivery Deliver(LogRecord *record, uint64_t told) {
   }
   LogRecord record;
   record.Build(header, format, arguments, {tail.data(), static_cast<size_t>(tailSize)});
-  return Deliver(&record, dropped);
+  const Delivery delivery = Deliver(&record, dropped);
+  errno = error;
+  return delivery;
 }
 
 [[gnu::format(printf, 1, 0)]] Delivery LogVA(const char *format, va_list arguments) {

@@ -1,3 +1,5 @@
+// Renders single printf conversions. By hand, as no format is built at run time, and with limits that the C library
+// does not have. Stateless: any thread.
 #include "hosted/textRender.h"
 
 #include <algorithm>
@@ -31,6 +33,7 @@ uint64_t Narrow(uint64_t bits, unsigned bytes, bool isSigned) {
   return isSigned ? static_cast<uint64_t>(static_cast<int64_t>(bits) >> drop) : bits >> drop;
 }
 
+/// How many bytes of an argument a conversion shows at most.
 unsigned ConversionBytes(Conversion::Length length) {
   switch (length) {
     case Conversion::Length::kChar:
@@ -42,6 +45,7 @@ unsigned ConversionBytes(Conversion::Length length) {
   }
 }
 
+/// The digits of `value`, none for 0: a precision says how many zeros stand for it.
 std::string Digits(uint64_t value, unsigned base, bool upper) {
   std::array<char, 24> text;
   size_t at = text.size();
