@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -83,9 +84,11 @@ void AddStructuredData(const char *sdId, const HykSyslogParam *param, Appender *
 
 /// Everything in front of the message, its blank included.
 void AddHeader(const LogHeader &header, Appender *out) {
-  std::array<char, 16> priority;
-  const int size = std::snprintf(priority.data(), priority.size(), "<%d>1 ", header.priority);
-  out->Add({priority.data(), static_cast<size_t>(size)});
+  std::array<char, 12> priority;
+  const auto end = std::to_chars(priority.begin(), priority.end(), header.priority).ptr;
+  out->Add("<");
+  out->Add({priority.data(), static_cast<size_t>(end - priority.data())});
+  out->Add(">1 ");
   std::array<char, kLogTimeSize> time;
   FormatLogTime(time.data());
   out->Add({time.data(), time.size()});
