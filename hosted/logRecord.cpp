@@ -29,7 +29,9 @@ class Appender {
   void Add(std::string_view text) { at_ += text.copy(at_, Room()); }
   /// A parameter's value, escaped as RFC 5424 says; line ends would break the framing.
   void AddValue(std::string_view value) {
-    for (const char c : value.substr(0, kValueLimit)) {
+    value = value.substr(0, kValueLimit);
+    if (value.find_first_of("\"\\]\n\r") == std::string_view::npos) return Add(value);
+    for (const char c : value) {
       if (c == '"' || c == '\\' || c == ']') Add("\\");
       const char kept = c == '\n' || c == '\r' ? ' ' : c;
       Add({&kept, 1});
