@@ -184,7 +184,7 @@ Daemon::~Daemon() {
 }
 
 void Daemon::Signal(int number) const {
-  kill(pid_, number);
+  if (pid_ > 0) kill(pid_, number);  // never the whole session of one that has ended
 }
 
 int Daemon::WaitForExit(double seconds) {

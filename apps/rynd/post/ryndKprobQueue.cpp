@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "core/cancel.h"
 #include "core/list.h"
@@ -58,9 +59,9 @@ RateLimit rateLimit;
 int retryTimer = -1;                       // set once, before any agent starts
 std::byte systemUuid[kHsiSystemUuidSize];  // likewise
 
-void ArmRetry() REQUIRES(queueMutex) {
+/// Arm the retry. Without the queue lock: it takes the timers' own.
+void ArmRetry() EXCLUDES(queueMutex) {
   ArmTimer(retryTimer, 0, kRetryS);
-  retryPending = true;
 }
 
 /// A copy of `length` bytes at the front of `size` zeroed ones, or null without memory.
@@ -97,9 +98,42 @@ void AppendEntry(const std::byte *record, size_t length, const char *name, const
   ListAppend(&queue, entry.release());
 }
 
-void Enqueue(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
+/// Queue the event. True when the retry has to be armed, which sets the flag.
+bool Enqueue(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
   AppendEntry(record, length, name, message);
-  if (!retryPending) ArmRetry();
+  return !std::exchange(retryPending, true);
+}
+
+/// Send the event, or queue it. True when the retry has to be armed.
+bool SendOrQueue(const std::byte *record, size_t length, const char *name, const char *message) EXCLUDES(queueMutex) {
+  const QueueLock lock(queueMutex);
+  if (retryPending) {
+    Log("Some events in queue, adding event ([%s] %s) to it", name, message);
+  } else if (SendToMgmtd(record, length) == 0) {
+    Log("The event ([%s] %s) was sent immediately to mgmtd;", name, message);
+    return false;
+  } else {
+    Log("The event ([%s] %s) could not be sent immediately to mgmtd; queueing for retry.", name, message);
+  }
+  return Enqueue(record, length, name, message);
+}
+
+/// Send what waits, in order. False when something is left.
+bool SendQueue() EXCLUDES(queueMutex) {
+  const QueueLock lock(queueMutex);
+  while (!ListIsEmpty(queue)) {
+    auto *entry = static_cast<QueueEntry *>(queue.next);
+    if (SendToMgmtd(entry->record.get(), entry->length) != 0) {
+      Log("Failed to send event ([%s] %s). Stopping send of events until next retry.", entry->Name(),
+          entry->message.get());
+      return false;
+    }
+    Log("Successfully sent event ([%s] %s).\n", entry->Name(), entry->message.get());
+    ListRemove(entry);
+    delete entry;
+  }
+  retryPending = false;
+  return true;
 }
 
 }  // namespace
@@ -121,33 +155,11 @@ bool PassesRateLimit(int64_t now, const char *eventNamespace, const char *shortI
 }
 
 void Deliver(const std::byte *record, size_t length, const char *name, const char *message) {
-  const QueueLock lock(queueMutex);
-  if (retryPending) {
-    Log("Some events in queue, adding event ([%s] %s) to it", name, message);
-  } else if (SendToMgmtd(record, length) == 0) {
-    Log("The event ([%s] %s) was sent immediately to mgmtd;", name, message);
-    return;
-  } else {
-    Log("The event ([%s] %s) could not be sent immediately to mgmtd; queueing for retry.", name, message);
-  }
-  Enqueue(record, length, name, message);
+  if (SendOrQueue(record, length, name, message)) ArmRetry();
 }
 
 void QueueFlush() {
-  const QueueLock lock(queueMutex);
-  while (!ListIsEmpty(queue)) {
-    auto *entry = static_cast<QueueEntry *>(queue.next);
-    if (SendToMgmtd(entry->record.get(), entry->length) != 0) {
-      Log("Failed to send event ([%s] %s). Stopping send of events until next retry.", entry->Name(),
-          entry->message.get());
-      ArmRetry();
-      return;
-    }
-    Log("Successfully sent event ([%s] %s).\n", entry->Name(), entry->message.get());
-    ListRemove(entry);
-    delete entry;
-  }
-  retryPending = false;
+  if (!SendQueue()) ArmRetry();
 }
 
 }  // namespace rynd
