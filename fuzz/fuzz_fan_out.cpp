@@ -2,6 +2,7 @@
 #include <poll.h>
 
 #include <cstdlib>
+#include <string_view>
 
 #include "core/fanOut.h"
 #include "fuzz/seedRecord.h"
@@ -24,7 +25,11 @@ void Drain(rynd::Stream *stream) {
   while (poll(&set, 1, 0) > 0) {
     Observation *observation = nullptr;
     bool complete = false;
-    if (rynd::StreamRead(stream, &observation, &complete) == 0 && complete) Ryn_Free(observation);
+    if (rynd::StreamRead(stream, &observation, &complete) != 0 || !complete) continue;
+    const char *id = nullptr;
+    Ryn_GetID(observation, &id);
+    if (!std::string_view(id).starts_with("ryn.a.")) abort();  // not what the stream is subscribed to
+    Ryn_Free(observation);
   }
 }
 
