@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "hosted/contexts.h"
@@ -23,6 +24,9 @@ std::vector<int> &UserConnections() {
   static auto &connections = *new std::vector<int>;
   return connections;
 }
+
+/// The connection whose last read stopped at its limit of bad records, with more behind them; -1 for none.
+int unfinishedConnection = -1;
 
 /// What waits first on a connection.
 struct Pending {
@@ -98,6 +102,7 @@ int ReadUserRecord(int fd, std::byte *buffer, size_t size, size_t *length) {
     }
     AddDiscard(pending, wrong, &discards);
   }
+  unfinishedConnection = fd;
   return 0;
 }
 
@@ -132,6 +137,8 @@ int RynLib_UserContextNewCnx(RynLibHandle handle, int *fd) {
 
 int RynLib_UserContextCloseCnx(int fd) {
   if (!hosted::IsUserConnection(fd)) return -1;
+  // Good records may wait behind the bad ones that the last read stopped at: whoever sent them and left is read out.
+  if (std::exchange(hosted::unfinishedConnection, -1) == fd) return -1;
   std::erase(hosted::UserConnections(), fd);
   base::UniqueFd closing(fd);
   return 0;

@@ -97,6 +97,20 @@ TEST_F(PollLoopTest, RecordsThatWaitOnAClosedConnectionAreServedBeforeItGoes) {
   EXPECT_EQ(loop.Count(), kFixedSlots);
 }
 
+TEST_F(PollLoopTest, AGoodRecordBehindAFloodOfBadOnesIsServedBeforeItsConnectionGoes) {
+  PollLoop loop(set_, kAllSlots, contexts_);
+  auto client = Connect();
+  Pass(&loop);
+  for (int i = 0; i < 150; ++i) {
+    ASSERT_EQ(send(client.Get(), "bad", 3, MSG_DONTWAIT), 3);
+  }
+  Send(client, "ryn.user.good");
+  client.Reset();
+  for (int i = 0; i < 4; ++i) Pass(&loop);
+  EXPECT_EQ(ReadId(stream_), "ryn.user.good");
+  EXPECT_EQ(loop.Count(), kFixedSlots);
+}
+
 TEST_F(PollLoopTest, WithoutRoomForConnectionsTheListeningSlotIsTreatedAsOne) {
   PollLoop loop(set_, kFixedSlots, contexts_);
   const auto client = Connect();

@@ -22,7 +22,8 @@ int RynLib_AsyncContextOpen(uint32_t id, RynLibHandle *handle);
 int RynLib_UserContextOpen(uint32_t id, RynLibHandle *handle);
 /// Accept one user connection. 0 and its descriptor, which RynLib_UserContextCloseCnx closes, or a positive status.
 int RynLib_UserContextNewCnx(RynLibHandle handle, int *fd);
-/// Close one user connection. 0, or negative when `fd` is none.
+/// Close one user connection. 0, or negative when `fd` is none, or when its last read stopped at a flood of bad records
+/// and more may wait behind them: read again.
 int RynLib_UserContextCloseCnx(int fd);
 /// The pollable descriptor of a context, borrowed. 0 or a positive status.
 int RynLib_HandleToFd(RynLibHandle handle, int *fd);
