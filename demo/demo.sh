@@ -1,49 +1,72 @@
 #!/bin/sh
-# A short story: what the kernel reports, what the daemon logs, and what reaches the management agent.
-# Usage: demo.sh FOLDER-OF-THE-PROGRAMS. Ends with status 1 when an event does not arrive.
+# Short stories: what the kernel reports, what the daemon logs, and what reaches the management agent.
+# Usage: demo.sh FOLDER-OF-THE-PROGRAMS [STORY...], a story being a file of demo/stories without its ending; all by
+# default. Ends with status 1 when an event does not arrive, or one that no story tells of.
 set -eu
 bin=$1
-. "$(dirname "$0")/stage.sh"
+shift
+here=$(dirname "$0")
+. "$here/stage.sh"
 
 shown_log=0
 shown_events=0
-# Show what the log and the agent have gained, once the agent has shown $1 (nothing to wait for when empty).
+expected=0
+# Show what the log and the agent have gained, once the agent has got every event that is expected so far.
 show_new() {
-  if [ -n "$1" ]; then wait_for "$root/events" "$1"; else sleep 0.2; fi
-  sleep 0.1
+  wait_for_events "$expected"
+  sleep 0.2
   tail -n "+$((shown_log + 1))" "$root/log" | sed "s/^/    ${dim}log   /; s/\$/${plain}/"
   shown_log=$(wc -l <"$root/log")
   tail -n "+$((shown_events + 1))" "$root/events" | sed "s/^/  event /"
   shown_events=$(wc -l <"$root/events")
 }
 
-# The kernel reports an observation: a sentence for the reader, the event to wait for, then what is submitted.
-kernel_reports() {
-  sentence=$1; event=$2; shift 2
-  printf '\n%s%s%s\n  $ rynctl submit %s\n' "$bold" "$sentence" "$plain" "$*"
-  "$bin/rynctl" submit "$@"
-  show_new "$event"
+say() {
+  printf '\n%s%s%s\n' "$bold" "$*" "$plain"
 }
 
-printf '%sA management agent and the daemon, on a root of their own: %s%s\n' "$bold" "$root" "$plain"
+# Submit one observation, showing the command.
+submit() {
+  printf '  $ rynctl submit %s\n' "$*"
+  "$bin/rynctl" submit "$@"
+}
+
+# The kernel reports an observation: a sentence for the reader, how many events follow, then what is submitted.
+kernel_reports() {
+  sentence=$1; expected=$((expected + $2)); shift 2
+  say "$sentence"
+  submit "$@"
+  show_new
+}
+
+# Set a value of the host's state, showing the command: a path of the host tree, then what it holds.
+set_host() {
+  file=$root/var/lib/corvane/host/$1
+  mkdir -p "$(dirname "$file")"
+  printf '  $ echo %s > host/%s\n' "$2" "$1"
+  echo "$2" >"$file"
+}
+
+# Show what the daemon has done to the kernel so far.
+show_actions() {
+  printf '  $ cat actions.log\n'
+  cut -f2- "$root/var/lib/corvane/actions.log" | sed 's/^/    /'
+}
+
+say "A management agent and the daemon, on a root of their own: $root"
 start_agent
 start_daemon
-show_new ""
+show_new
 
-kernel_reports "All paths to a device are gone." "amb.problem.storage.apd.start" \
-  ryn.storage.apd.start naa.60016045
-kernel_reports "They stay gone: the kernel stops waiting for them." "amb.problem.storage.apd.timeout" \
-  ryn.storage.apd.timeout naa.60016045 140
-kernel_reports "An observation that no correlator knows is logged and posts nothing." "" \
-  ryn.storage.apd.unheard-of naa.60016045
-kernel_reports "The paths are back: the problem is cleared." "amb.clear.storage.apd.exit" \
-  ryn.storage.apd.exit naa.60016045
+[ $# -gt 0 ] || set -- $(cd "$here/stories" && ls | sed 's/\.sh$//')
+for story in "$@"; do . "$here/stories/$story.sh"; done
 
-printf '\n%sThe daemon is told to stop.%s\n  $ kill -TERM %s\n' "$bold" "$plain" "$daemon"
+say "The daemon is told to stop."
+printf '  $ kill -TERM %s\n' "$daemon"
 kill -TERM "$daemon"
 status=0
 wait "$daemon" || status=$?
-show_new ""
-printf '\nThe daemon ended with status %s; %s events arrived, each once and in order.\n' "$status" \
-  "$(grep -c 'amb\.' "$root/events")"
-[ "$status" = 0 ] && [ "$(grep -c 'amb\.' "$root/events")" = 3 ]
+show_new
+arrived=$(grep -c 'amb\.' "$root/events")
+printf '\nThe daemon ended with status %s; %s events arrived, each once and in order.\n' "$status" "$arrived"
+[ "$status" = 0 ] && [ "$arrived" = "$expected" ]

@@ -35,6 +35,17 @@ wait_for() {
   exit 1
 }
 
+# Wait until $1 events have arrived.
+wait_for_events() {
+  for _ in $(seq 1 750); do
+    [ "$(grep -c 'amb\.' "$root/events" || true)" -ge "$1" ] && return 0
+    sleep 0.02
+  done
+  echo "demo: fewer than $1 events arrived:" >&2
+  cat "$root/events" >&2
+  exit 1
+}
+
 start_agent() {
   "$bin/rynctl" listen --color "$color" >"$root/events" 2>"$root/listen.err" &
   pids="$! $pids"

@@ -55,7 +55,7 @@ int AppendLine(const std::string &path, const std::string &line) {
 
 }  // namespace
 
-int RecordAction(std::string_view operation, std::initializer_list<ActionField> fields) {
+int RecordAction(std::string_view operation, const std::vector<ActionField> &fields) {
   std::string line;
   for (const ActionField &field : fields) {
     line += '\t';

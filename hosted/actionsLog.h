@@ -2,9 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace hosted {
 
@@ -13,6 +13,6 @@ using ActionField = std::variant<int64_t, std::string_view>;
 
 /// Append one line: microseconds since the epoch, `operation` (a sysinfo node, or such as "vm/kill"), then `fields`.
 /// Lines of one process stand in the order of their times. 0 or an errno value, which is logged.
-int RecordAction(std::string_view operation, std::initializer_list<ActionField> fields);
+int RecordAction(std::string_view operation, const std::vector<ActionField> &fields);
 
 }  // namespace hosted

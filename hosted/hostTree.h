@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace hosted {
 
@@ -25,6 +26,10 @@ int ReadHostText(std::string_view path, std::string *text);
 int ReadHostIntegers(std::string_view path, int64_t least, int64_t most, std::span<int64_t> values);
 /// Read one decimal integer from `least` to `most`.
 int ReadHostInteger(std::string_view path, int64_t least, int64_t most, int64_t *value);
+
+/// The names that stand in the folder `path`, decoded, ordered byte-wise; none when there is no such folder. A name
+/// that holds a NUL, or that no name is encoded as, is left out. 0 or an errno value, which is logged.
+int ListHostFolder(std::string_view path, std::vector<std::string> *names);
 
 /// Replace the file by one that holds `text` and a line end, making its folders. A reader sees the old value or the
 /// new one. 0 or an errno value, which is logged with the path.

@@ -5,7 +5,6 @@
 #include <limits>
 #include <mutex>
 
-#include "hosted/actionsLog.h"
 #include "hosted/hostTree.h"
 #include "hosted/sysinfo.h"
 
@@ -55,7 +54,7 @@ int GetIntOption(const HSI_ParamList *instance, void *output, size_t size) {
   return error != 0 ? error : PutInteger(value, output, size);
 }
 
-int SetIntOption(const HSI_ParamList *instance, const HSI_ParamList *values) {
+int SetIntOption(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values) {
   std::string group, name;
   int64_t value = 0;
   if (const int error = TextParams(instance, {&group, &name}); error != 0) return error;
@@ -64,7 +63,7 @@ int SetIntOption(const HSI_ParamList *instance, const HSI_ParamList *values) {
   static std::mutex order;
   const std::lock_guard lock(order);
   if (const int error = WriteHostText(OptionPath(group, name), std::to_string(value)); error != 0) return error;
-  return RecordAction("config/intOpts", {std::string_view(group), std::string_view(name), value});
+  return RecordSet(node, instance, values);
 }
 
 }  // namespace hosted

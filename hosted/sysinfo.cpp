@@ -7,6 +7,8 @@
 #include <limits>
 #include <new>
 
+#include "hosted/actionsLog.h"
+
 namespace hosted {
 namespace {
 
@@ -68,6 +70,21 @@ int IntegerParam(const HSI_ParamList *list, int64_t *value) {
   return 0;
 }
 
+int RecordSet(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values) {
+  std::vector<ActionField> fields;
+  for (const HSI_ParamList *list : {instance, values}) {
+    if (list == nullptr) continue;
+    for (const auto &param : list->params) {
+      if (const int64_t *integer = std::get_if<int64_t>(&param)) {
+        fields.emplace_back(*integer);
+      } else {
+        fields.emplace_back(std::string_view(std::get<std::string>(param)));
+      }
+    }
+  }
+  return RecordAction(node.path, fields);
+}
+
 int PutInteger(int64_t value, void *output, size_t size) {
   if (size == sizeof(int64_t)) {
     std::memcpy(output, &value, sizeof value);
@@ -108,7 +125,7 @@ HYK_ReturnStatus HSI_Get(const char *path, const HSI_ParamList *instance, void *
 HYK_ReturnStatus HSI_Set(const char *path, const HSI_ParamList *instance, const HSI_ParamList *values) {
   const hosted::SysinfoNode *node = hosted::FindNode(path);
   if (node == nullptr || node->set == nullptr) return hosted::StatusOf(ENOENT);
-  return hosted::Guard([&] { return node->set(instance, values); });
+  return hosted::Guard([&] { return node->set(*node, instance, values); });
 }
 
 int HYK_ReturnStatusToErrno(HYK_ReturnStatus status) {

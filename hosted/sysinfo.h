@@ -18,11 +18,11 @@ struct HSI_ParamList {
 namespace hosted {
 
 /// One node. `get` reads the node of `instance` (null for none) into exactly `size` bytes of `output`; `set` writes
-/// `values`. Both return 0 or an errno value; either is null when the node can't be read or written.
+/// `values` (null for none). Both return 0 or an errno value; either is null when the node can't be read or written.
 struct SysinfoNode {
   std::string_view path;
   int (*get)(const HSI_ParamList *instance, void *output, size_t size);
-  int (*set)(const HSI_ParamList *instance, const HSI_ParamList *values);
+  int (*set)(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values);
 };
 
 /// The parameters of `list`, which must be as many texts. 0 or EINVAL.
@@ -32,8 +32,10 @@ int IntegerParam(const HSI_ParamList *list, int64_t *value);
 /// Store `value` as an integer of `size` bytes, 4 or 8. 0, EINVAL for another size, ERANGE when it does not fit.
 int PutInteger(int64_t value, void *output, size_t size);
 
+/// The `set` of a node that is an action on the kernel: record it with its instance and its values.
+int RecordSet(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values);
 int GetIntOption(const HSI_ParamList *instance, void *output, size_t size);
-int SetIntOption(const HSI_ParamList *instance, const HSI_ParamList *values);
+int SetIntOption(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values);
 int GetSystemUuid(const HSI_ParamList *instance, void *output, size_t size);
 
 }  // namespace hosted

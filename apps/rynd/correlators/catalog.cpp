@@ -1,23 +1,40 @@
 #include "correlators/catalog.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
 
 #include "correlators/correlators.h"
 
 namespace rynd {
 namespace {
 
-CatalogMessage ToMessage(const PostRow &row) {
-  const std::string_view text(row.format);
+using Rows = std::span<const PostRow> (*)();
+using Messages = std::span<const EventMessage> (*)();
+
+/// The rows of all correlators, and the messages of their other handlers.
+constexpr Rows kRows[] = {ApdPostRows};
+constexpr std::array<Messages, 0> kMessages = {};
+
+CatalogMessage ToCatalog(const EventMessage &message) {
+  const std::string_view text(message.format);
   const size_t idEnd = text.find(')');
-  return {row.category, text.substr(kEventMarker.size(), idEnd - kEventMarker.size()), row.format + idEnd + 1};
+  return {message.category, text.substr(kEventMarker.size(), idEnd - kEventMarker.size()), message.format + idEnd + 1};
 }
 
+/// Several ids may post the same event: it is held once.
 std::vector<CatalogMessage> MakeCatalog() {
-  std::vector<CatalogMessage> messages;
-  for (const PostRow &row : ApdPostRows()) messages.push_back(ToMessage(row));
-  std::ranges::sort(messages, {}, &CatalogMessage::name);
-  return messages;
+  std::vector<CatalogMessage> all;
+  for (const Rows rows : kRows) {
+    for (const PostRow &row : rows()) all.push_back(ToCatalog(row.message));
+  }
+  for (const Messages messages : kMessages) {
+    for (const EventMessage &message : messages()) all.push_back(ToCatalog(message));
+  }
+  std::ranges::stable_sort(all, {}, &CatalogMessage::name);
+  const auto repeated = std::ranges::unique(all, {}, &CatalogMessage::name);
+  all.erase(repeated.begin(), repeated.end());
+  return all;
 }
 
 }  // namespace

@@ -1,15 +1,20 @@
-// The agent functions of all correlators, and the rows that each can post. An agent function runs on its own thread.
+// What each correlator gives: its agent function, which runs on its own thread; its handlers; and the rows and other
+// messages that it can post.
 #pragma once
 
 #include <span>
 
 #include "core/agents.h"
+#include "core/handlerTable.h"
+#include "correlators/eventMessage.h"
 #include "correlators/postRow.h"
 
 namespace rynd {
 
 void RyndApdCorrelator();
+HandlerTable ApdHandlers();
 std::span<const PostRow> ApdPostRows();
+
 void RyndFabraCorrelator();
 
 /// The agents in the order in which they start.

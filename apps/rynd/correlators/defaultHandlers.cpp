@@ -15,4 +15,15 @@ void LogNoCorrelator(Observation *observation) {
   }
 }
 
+void IgnoreObservation(Observation * /*observation*/) {}
+
+void FetchIdOnly(Observation *observation) {
+  const char *id = nullptr;
+  Ryn_GetID(observation, &id);
+}
+
+void PrintObservation(Observation *observation) {
+  LogObservation(observation);
+}
+
 }  // namespace rynd

@@ -2,7 +2,6 @@
 // row whose parts disagree.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -11,16 +10,11 @@
 #include <utility>
 
 #include "core/handlerTable.h"
+#include "core/log.h"
+#include "correlators/eventMessage.h"
 #include "platform/ryn.h"
-#include "post/ryndKprob.h"
 
 namespace rynd {
-
-constexpr size_t kMaxRowArguments = 10;
-
-/// What an argument of an observation, and the conversion that shows it, is.
-enum class ArgType : uint8_t { kNone, kStr, kInt, kLong };
-using ArgTypes = std::array<ArgType, kMaxRowArguments>;
 
 /// The arguments that a row reads: by index, up to the first that is none; or, with `extraction`, all at once by
 /// Ryn_GetArgs and that format.
@@ -35,50 +29,19 @@ constexpr Order kInOrder = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 
 namespace post_row {
 
-// Called only while a row is checked and not constexpr: the name is the compiler's message.
-void ErrorRowCategoryIsNotTheEventNamespace();
-void ErrorRowFormatHasNoMarkerOrNoEventId();
-void ErrorRowArgumentsDoNotMatchTheMessageConversions();
-void ErrorRowExtractionDoesNotMatchItsTypes();
-void ErrorConversionIsNotSupported();
-
-constexpr bool IsOneOf(char c, std::string_view set) {
-  return set.find(c) != std::string_view::npos;
-}
-
-/// The types of the printf conversions of `format`, in order; "%p" of an extraction format is a string.
-constexpr ArgTypes ConversionTypes(std::string_view format) {
-  ArgTypes types{};
-  size_t count = 0;
-  for (size_t i = 0; i < format.size(); ++i) {
-    if (format[i] != '%') continue;
-    ++i;
-    if (i < format.size() && format[i] == '%') continue;
-    while (i < format.size() && IsOneOf(format[i], " #+-0123456789.")) ++i;
-    size_t longs = 0;
-    for (; i < format.size() && IsOneOf(format[i], "hl"); ++i) longs += format[i] == 'l' ? 1 : 0;
-    const char letter = i < format.size() ? format[i] : '\0';
-    if (count == kMaxRowArguments) ErrorConversionIsNotSupported();
-    if (letter == 's' || letter == 'p') {
-      types[count++] = ArgType::kStr;
-    } else if (IsOneOf(letter, "diuxXo")) {
-      types[count++] = longs > 0 ? ArgType::kLong : ArgType::kInt;
-    } else {
-      ErrorConversionIsNotSupported();
-    }
-  }
-  return types;
-}
-
-constexpr size_t Count(const ArgTypes &types) {
-  return static_cast<size_t>(std::find(types.begin(), types.end(), ArgType::kNone) - types.begin());
-}
-
 template <ArgType kType>
 struct ValueOf;
 template <>
 struct ValueOf<ArgType::kStr> {
   using type = const char *;
+};
+template <>
+struct ValueOf<ArgType::kByte> {
+  using type = uint8_t;
+};
+template <>
+struct ValueOf<ArgType::kShort> {
+  using type = uint16_t;
 };
 template <>
 struct ValueOf<ArgType::kInt> {
@@ -96,33 +59,19 @@ inline int ReadOne(const Observation *observation, uint32_t index, int32_t &valu
   return Ryn_GetIntArg(observation, index, &value);
 }
 
-/// The printf message of a post format.
-constexpr std::string_view MessageOf(std::string_view format) {
-  return format.substr(format.find(')') + 1);
-}
-
 }  // namespace post_row
 
 /// One observation id and the one event it posts.
 struct PostRow {
-  const char *id;      ///< observation id, "ryn." included
-  Category category;   ///< handed to EventPost; the namespace word of `format`
-  Fields fields;       ///< the arguments that are read; a failing read ends the handler silently
-  const char *format;  ///< whole post format: marker, event id, ")", printf message
-  Order order;         ///< which argument fills each placeholder
+  const char *id;        ///< observation id, "ryn." included
+  EventMessage message;  ///< its category is handed to EventPost
+  Fields fields;         ///< the arguments that are read; a failing read ends the handler
+  Order order;           ///< which argument fills each placeholder
 
-  consteval PostRow(const char *rowId, Category rowCategory, Fields rowFields, const char *rowFormat,
+  consteval PostRow(const char *rowId, Category category, Fields rowFields, const char *format,
                     Order rowOrder = kInOrder)
-      : id(rowId), category(rowCategory), fields(rowFields), format(rowFormat), order(rowOrder) {
-    std::string_view text(format);
-    const size_t idEnd = text.find(')');
-    if (!text.starts_with(kEventMarker) || idEnd == std::string_view::npos) {
-      post_row::ErrorRowFormatHasNoMarkerOrNoEventId();
-    }
-    if (!text.substr(kEventMarker.size()).starts_with(EventNamespace(category))) {
-      post_row::ErrorRowCategoryIsNotTheEventNamespace();
-    }
-    const ArgTypes wanted = post_row::ConversionTypes(text.substr(idEnd + 1));
+      : id(rowId), message(category, format), fields(rowFields), order(rowOrder) {
+    const ArgTypes wanted = post_row::ConversionTypes(post_row::MessageOf(format));
     for (size_t i = 0; i < post_row::Count(wanted); ++i) {
       if (wanted[i] != fields.types[order[i]]) post_row::ErrorRowArgumentsDoNotMatchTheMessageConversions();
     }
@@ -145,23 +94,39 @@ consteval bool UniqueIds(const std::array<PostRow, kSize> &rows) {
 
 namespace post_row {
 
-/// Read the arguments of `kRows[kRow]` into a tuple. False when one can't be read.
+/// How reading the arguments went: 0, or the status of `field`, the first that can't be read (0 for an extraction).
+struct ReadResult {
+  int status = 0;
+  uint32_t field = 0;
+};
+
+/// Read the arguments of `kRows[kRow]` into a tuple.
 template <const auto &kRows, size_t kRow, typename Values, size_t... kField>
-bool ReadFields(const Observation *observation, Values *values, std::index_sequence<kField...>) {
+ReadResult ReadFields(const Observation *observation, Values *values, std::index_sequence<kField...>) {
+  ReadResult result;
   if constexpr (kRows[kRow].fields.extraction != nullptr) {
-    return Ryn_GetArgs(observation, kRows[kRow].fields.extraction, &std::get<kField>(*values)...) == 0;
+    result.status = Ryn_GetArgs(observation, kRows[kRow].fields.extraction, &std::get<kField>(*values)...);
   } else {
-    return ((ReadOne(observation, kField, std::get<kField>(*values)) == 0) && ...);
+    static_cast<void>(
+        ((result = {ReadOne(observation, kField, std::get<kField>(*values)), kField}, result.status == 0) && ...));
   }
+  return result;
 }
 
 /// Post the event of `kRows[kRow]`, each placeholder filled with the argument that its order says.
 template <const auto &kRows, size_t kRow, typename Values, size_t... kPlaceholder>
-void Post(const Values &values, std::index_sequence<kPlaceholder...>) {
+void PostPlaceholders(const Values &values, std::index_sequence<kPlaceholder...>) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal that the row's own check has matched to its arguments
-  EventPost(kRows[kRow].category, kRows[kRow].format, std::get<kRows[kRow].order[kPlaceholder]>(values)...);
+#pragma GCC diagnostic ignored "-Wformat-security"
+  EventPost(kRows[kRow].message.category, kRows[kRow].message.format,
+            std::get<kRows[kRow].order[kPlaceholder]>(values)...);
 #pragma GCC diagnostic pop
+}
+template <const auto &kRows, size_t kRow, typename Values>
+void Post(const Values &values) {
+  constexpr size_t kPlaceholders = Count(ConversionTypes(MessageOf(kRows[kRow].message.format)));
+  PostPlaceholders<kRows, kRow>(values, std::make_index_sequence<kPlaceholders>());
 }
 
 template <const auto &kRows, size_t kRow, size_t... kField>
@@ -169,33 +134,74 @@ auto MakeValues(std::index_sequence<kField...>) {
   return std::tuple<typename ValueOf<kRows[kRow].fields.types[kField]>::type...>();
 }
 
+/// Post the event of the first of `kRows` whose id `id` is.
+template <const auto &kRows, typename Values, size_t... kRow>
+void PostFirstMatch(const char *id, const Values &values, std::index_sequence<kRow...>) {
+  static_cast<void>(((Ryn_IsID(id, kRows[kRow].id) && (Post<kRows, kRow>(values), true)) || ...));
+}
+
+template <const auto &kRows>
+consteval bool ShareFields() {
+  for (const PostRow &row : kRows) {
+    const char *extraction = kRows[0].fields.extraction;
+    if (row.fields.types != kRows[0].fields.types) return false;
+    if ((row.fields.extraction == nullptr) != (extraction == nullptr)) return false;
+    if (extraction != nullptr && std::string_view(row.fields.extraction) != extraction) return false;
+  }
+  return true;
+}
+
 }  // namespace post_row
 
-/// The handler of `kRows[kRow]`: a plain function, one per id. Reads the arguments, stops silently at the first that
-/// fails, and posts those that the message names.
-template <const auto &kRows, size_t kRow>
+/// Called when an argument can't be read: `field` is its index (0 when all are extracted at once), `status` why.
+using ReadFailure = void (*)(const char *id, uint32_t field, int status);
+inline void IgnoreReadFailure(const char * /*id*/, uint32_t /*field*/, int /*status*/) {}
+
+/// The handler of `kRows[kRow]`: a plain function, one per id. Reads the arguments, stops with `kFailure` at the first
+/// that fails, and posts those that the message names.
+template <const auto &kRows, size_t kRow, ReadFailure kFailure = IgnoreReadFailure>
 void PostRowHandler(Observation *observation) {
-  static constexpr const PostRow &row = kRows[kRow];
-  constexpr auto kFields = std::make_index_sequence<post_row::Count(row.fields.types)>();
+  constexpr auto kFields = std::make_index_sequence<post_row::Count(kRows[kRow].fields.types)>();
   auto values = post_row::MakeValues<kRows, kRow>(kFields);
-  if (!post_row::ReadFields<kRows, kRow>(observation, &values, kFields)) return;
-  constexpr size_t kPlaceholders = post_row::Count(post_row::ConversionTypes(post_row::MessageOf(row.format)));
-  post_row::Post<kRows, kRow>(values, std::make_index_sequence<kPlaceholders>());
+  const post_row::ReadResult read = post_row::ReadFields<kRows, kRow>(observation, &values, kFields);
+  if (read.status != 0) return kFailure(kRows[kRow].id, read.field, read.status);
+  post_row::Post<kRows, kRow>(values);
+}
+
+/// The one handler of `kRows`, whose ids share their arguments: reads them once, stops with `kFailure` at the first
+/// that fails, and posts the first row whose id is the observation's; nothing when none is. A null id is logged.
+template <const auto &kRows, ReadFailure kFailure = IgnoreReadFailure>
+void SharedRowsHandler(Observation *observation) {
+  static_assert(post_row::ShareFields<kRows>(), "ids that share a handler read the same arguments");
+  const char *id = nullptr;
+  Ryn_GetID(observation, &id);
+  if (id == nullptr) return Log("FAIL: Received NULL rynID\n");
+  constexpr auto kFields = std::make_index_sequence<post_row::Count(kRows[0].fields.types)>();
+  auto values = post_row::MakeValues<kRows, 0>(kFields);
+  const post_row::ReadResult read = post_row::ReadFields<kRows, 0>(observation, &values, kFields);
+  if (read.status != 0) return kFailure(id, read.field, read.status);
+  post_row::PostFirstMatch<kRows>(id, values, std::make_index_sequence<kRows.size()>());
 }
 
 namespace post_row {
 
-template <const auto &kRows, size_t... kRow>
+template <const auto &kRows, ReadFailure kFailure, size_t... kRow>
 void AddRows(HandlerTable *table, std::index_sequence<kRow...>) {
-  (((*table)[kRows[kRow].id] = PostRowHandler<kRows, kRow>), ...);
+  (((*table)[kRows[kRow].id] = PostRowHandler<kRows, kRow, kFailure>), ...);
 }
 
 }  // namespace post_row
 
 /// Add a handler for each of `kRows` to `table`.
-template <const auto &kRows>
+template <const auto &kRows, ReadFailure kFailure = IgnoreReadFailure>
 void AddPostRows(HandlerTable *table) {
-  post_row::AddRows<kRows>(table, std::make_index_sequence<kRows.size()>());
+  post_row::AddRows<kRows, kFailure>(table, std::make_index_sequence<kRows.size()>());
+}
+
+/// Add the one handler that all of `kRows` share to `table`.
+template <const auto &kRows, ReadFailure kFailure = IgnoreReadFailure>
+void AddSharedRows(HandlerTable *table) {
+  for (const PostRow &row : kRows) (*table)[row.id] = SharedRowsHandler<kRows, kFailure>;
 }
 
 }  // namespace rynd

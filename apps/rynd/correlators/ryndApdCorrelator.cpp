@@ -30,10 +30,14 @@ std::span<const PostRow> ApdPostRows() {
   return kApdRows;
 }
 
-void RyndApdCorrelator() {
+HandlerTable ApdHandlers() {
   HandlerTable table;
   AddPostRows<kApdRows>(&table);
-  RunCorrelator("APD", "storage.apd", LogNoCorrelator, table);
+  return table;
+}
+
+void RyndApdCorrelator() {
+  RunCorrelator("APD", "storage.apd", LogNoCorrelator, ApdHandlers());
 }
 
 }  // namespace rynd

@@ -1,0 +1,114 @@
+// Stands in for post/ryndKprob.cpp and core/timerThread.cpp.
+#include "testing/postedEvents.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "core/runner.h"
+#include "core/timerThread.h"
+#include "platform/ryn.h"
+#include "post/ryndKprob.h"
+
+namespace rynd {
+namespace {
+
+std::mutex eventsMutex;  // guards the events; nothing nests in it
+std::vector<std::string> events;
+size_t mostEvents = SIZE_MAX;
+
+}  // namespace
+
+void EventPost(uint32_t category, const char *format, ...) {
+  const char *end = std::strchr(format, ')');
+  ASSERT_NE(end, nullptr) << format;
+  const std::string_view marked(format, static_cast<size_t>(end - format));
+  ASSERT_TRUE(marked.starts_with(kEventMarker)) << format;
+  std::string event(marked.substr(kEventMarker.size()));
+  EXPECT_TRUE(event.starts_with(EventNamespace(category)) && category <= kClear) << format;
+  char *text = nullptr;
+  va_list arguments;
+  va_start(arguments, format);
+  ASSERT_GE(vasprintf(&text, format, arguments), 0);
+  va_end(arguments);
+  event.append(" ").append(text + (end + 1 - format));
+  free(text);
+  const std::lock_guard lock(eventsMutex);
+  if (events.size() < mostEvents) events.push_back(std::move(event));
+}
+
+std::vector<std::string> TakeEvents() {
+  const std::lock_guard lock(eventsMutex);
+  return std::exchange(events, {});
+}
+
+void KeepEvents(size_t most) {
+  const std::lock_guard lock(eventsMutex);
+  mostEvents = most;
+}
+
+std::vector<FakeTimer> &Timers() {
+  static std::vector<FakeTimer> timers;
+  return timers;
+}
+
+int RegisterTimer(TimerCallback callback) {
+  if (Timers().size() == TimerRegistry::kMaxTimers) return -1;
+  Timers().push_back({callback});
+  return static_cast<int>(Timers().size()) - 1;
+}
+
+int ArmTimer(int id, uint32_t periodic, int64_t intervalS, int64_t * /*dueS*/) {
+  if (id < 0 || static_cast<size_t>(id) >= Timers().size()) return EINVAL;
+  FakeTimer &timer = Timers()[static_cast<size_t>(id)];
+  timer.periodic = periodic;
+  timer.intervalS = intervalS;
+  ++timer.armings;
+  return 0;
+}
+
+hosted::RawArgument Int(int64_t value) {
+  const bool narrow = value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max();
+  return {hosted::ArgumentKind::kSigned, static_cast<uint8_t>(narrow ? 4 : 8), static_cast<uint64_t>(value), ""};
+}
+
+hosted::RawArgument Long(uint64_t value) {
+  return {hosted::ArgumentKind::kUnsigned, 8, value, ""};
+}
+
+hosted::RawArgument Str(std::string text) {
+  return {hosted::ArgumentKind::kString, 0, 0, std::move(text)};
+}
+
+hosted::RawArgument NullStr() {
+  return {hosted::ArgumentKind::kNullString, 0, 0, ""};
+}
+
+void Dispatch(HandlerTable table, Handler defaultHandler, const std::string &id, const Arguments &arguments,
+              const std::string &message) {
+  const std::vector<std::byte> record = hosted::EncodeRecord({1, 2, id, message, arguments});
+  auto *bytes = new std::byte[record.size()];
+  std::memcpy(bytes, record.data(), record.size());
+  Observation *observation = nullptr;
+  ASSERT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0) << id;
+  DispatchObservation(defaultHandler, &table, observation);
+  Ryn_Free(observation);
+}
+
+std::vector<std::string> EventsOf(HandlerTable table, const std::string &id, const Arguments &arguments) {
+  TakeEvents();
+  Dispatch(
+      std::move(table), [](Observation *) { ADD_FAILURE() << "no handler"; }, id, arguments);
+  return TakeEvents();
+}
+
+}  // namespace rynd

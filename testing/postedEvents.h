@@ -1,0 +1,41 @@
+// Events and timers as tests of correlators see them: the object files that compose events and run timers are replaced.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/handlerTable.h"
+#include "hosted/rawRecord.h"
+
+namespace rynd {
+
+/// What has been posted since the last call, oldest first: the event's name, a blank, its rendered text. An event whose
+/// namespace is not its category's fails the test. Any thread.
+std::vector<std::string> TakeEvents();
+/// The number of events that are kept until they are taken; by default all. Further ones are dropped.
+void KeepEvents(size_t most);
+
+/// The timers that have been registered, by identity. Not for threads.
+struct FakeTimer {
+  void (*callback)() = nullptr;
+  uint32_t periodic = 0;
+  int64_t intervalS = 0;  ///< 0: not armed
+  unsigned armings = 0;
+};
+std::vector<FakeTimer> &Timers();
+
+// Arguments of observations.
+hosted::RawArgument Int(int64_t value);    ///< signed; 32 bits when it fits, else 64
+hosted::RawArgument Long(uint64_t value);  ///< unsigned, 64 bits
+hosted::RawArgument Str(std::string text);
+hosted::RawArgument NullStr();
+using Arguments = std::vector<hosted::RawArgument>;
+
+/// Hand an observation to the handler of `id` in `table`, or to `defaultHandler`, as the runner does.
+void Dispatch(HandlerTable table, Handler defaultHandler, const std::string &id, const Arguments &arguments,
+              const std::string &message = "m");
+/// The same; what it posted.
+std::vector<std::string> EventsOf(HandlerTable table, const std::string &id, const Arguments &arguments);
+
+}  // namespace rynd
