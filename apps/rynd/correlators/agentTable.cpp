@@ -7,6 +7,10 @@ namespace rynd {
 std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
       RyndApdCorrelator,
+      RyndUserLevelCorrelator,
+      RyndUserWorldCorrelator,
+      RyndVmCorrelator,
+      RyndGenericCorrelator,
       RyndFabraCorrelator,
   });
   return kAgents;

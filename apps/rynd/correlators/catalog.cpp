@@ -1,7 +1,6 @@
 #include "correlators/catalog.h"
 
 #include <algorithm>
-#include <array>
 #include <span>
 
 #include "correlators/correlators.h"
@@ -13,8 +12,8 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows};
-constexpr std::array<Messages, 0> kMessages = {};
+constexpr Rows kRows[] = {ApdPostRows, UserWorldPostRows, VmPostRows};
+constexpr Messages kMessages[] = {UserLevelMessages, UserWorldMessages, GenericMessages};
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);

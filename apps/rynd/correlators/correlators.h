@@ -17,6 +17,23 @@ std::span<const PostRow> ApdPostRows();
 
 void RyndFabraCorrelator();
 
+void RyndUserLevelCorrelator();
+HandlerTable UserLevelHandlers();
+std::span<const EventMessage> UserLevelMessages();
+
+void RyndUserWorldCorrelator();
+HandlerTable UserWorldHandlers();
+std::span<const PostRow> UserWorldPostRows();
+std::span<const EventMessage> UserWorldMessages();
+
+void RyndVmCorrelator();
+HandlerTable VmHandlers();
+std::span<const PostRow> VmPostRows();
+
+void RyndGenericCorrelator();
+HandlerTable GenericHandlers();
+std::span<const EventMessage> GenericMessages();
+
 /// The agents in the order in which they start.
 std::span<const AgentFunction> AgentTable();
 

@@ -96,17 +96,24 @@ struct EventMessage {
   }
 };
 
-/// Post `kMessage` with `values`, whose types and number the compiler compares with its conversions. Any thread.
-template <const EventMessage &kMessage, typename... Values>
+/// Post `kMessages[kMessage]` with `values`, whose types and number the compiler compares with its conversions. Any
+/// thread.
+template <const auto &kMessages, size_t kMessage, typename... Values>
 void PostMessage(Values... values) {
-  static_assert(
-      post_row::ConversionTypes(post_row::MessageOf(kMessage.format)) == ArgTypes{post_row::TypeOf<Values>()...},
-      "the values do not match the message's conversions");
+  static_assert(post_row::ConversionTypes(post_row::MessageOf(kMessages[kMessage].format)) ==
+                    ArgTypes{post_row::TypeOf<Values>()...},
+                "the values do not match the message's conversions");
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal that has just been matched to its values
 #pragma GCC diagnostic ignored "-Wformat-security"
-  EventPost(kMessage.category, kMessage.format, values...);
+  EventPost(kMessages[kMessage].category, kMessages[kMessage].format, values...);
 #pragma GCC diagnostic pop
+}
+/// The same for one message by itself.
+template <const EventMessage &kMessage, typename... Values>
+void PostMessage(Values... values) {
+  static constexpr EventMessage kOne[] = {kMessage};
+  PostMessage<kOne, 0>(values...);
 }
 
 }  // namespace rynd
