@@ -17,6 +17,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+constexpr const char *kTooLargeForTheHost =
+    "the record is too large for a socket of this host (see sysctl net.core.wmem_max)";
+
 /// One wait: notes its start and speaks up when it gets long.
 class Wait {
  public:
@@ -100,11 +103,22 @@ std::string SendToDaemon(int fd, const std::string &path, std::span<const std::b
     }
     const bool gone = error == ECONNREFUSED || error == ECONNRESET || error == EPIPE || error == ENOTCONN;
     if (lost != nullptr) *lost = gone;
-    if (error == EMSGSIZE) return "the record is too large for a socket of this host (see sysctl net.core.wmem_max)";
+    if (error == EMSGSIZE) return kTooLargeForTheHost;
     if (gone) return "the daemon went away from " + path + " (see its log; start it again)";
     return "cannot send to " + path + ": " + std::strerror(error);
   }
   return "";
+}
+
+std::string SubmitWithPatience(const std::string &path, Patience *patience, const std::function<int()> &attempt) {
+  Wait wait(path, patience);
+  while (true) {
+    const int error = attempt();
+    if (error == 0) return "";
+    if (error == EMSGSIZE) return kTooLargeForTheHost;
+    if (error != ETIMEDOUT) return ConnectError(path, error);
+    if (wait.Next().count() == 0) return wait.TimedOut();
+  }
 }
 
 }  // namespace rynctl

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <span>
@@ -28,5 +29,9 @@ std::string ConnectToDaemon(const std::string &path, int type, Patience *patienc
 /// wrong. `lost`, when it is given, says that the daemon behind the socket is gone, so that a new connection may help.
 std::string SendToDaemon(int fd, const std::string &path, std::span<const std::byte> record, Patience *patience,
                          bool *lost);
+
+/// Call `attempt`, which waits for a while and returns an errno value, again as long as that is ETIMEDOUT. "", or what
+/// went wrong at `path`.
+std::string SubmitWithPatience(const std::string &path, Patience *patience, const std::function<int()> &attempt);
 
 }  // namespace rynctl

@@ -3,6 +3,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 
@@ -22,6 +23,16 @@ bool HoldsNul(const std::string &text) {
 uint64_t MicrosecondsNow() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+}
+
+rynsubmit_argument ToSubmit(const hosted::RawArgument &argument) {
+  if (argument.kind == hosted::ArgumentKind::kString) return rynsubmit_string(argument.text.c_str());
+  if (argument.kind == hosted::ArgumentKind::kNullString) return rynsubmit_string(nullptr);
+  rynsubmit_argument out{};
+  out.kind = argument.kind == hosted::ArgumentKind::kSigned ? RYNSUBMIT_SIGNED : RYNSUBMIT_UNSIGNED;
+  out.width = argument.width;
+  out.value.u = argument.bits;
+  return out;
 }
 
 }  // namespace
@@ -49,19 +60,18 @@ std::string CheckSubmission(const Submission &submission) {
 std::string ObservationSender::Send(Submission submission) {
   if (std::string error = CheckSubmission(submission); !error.empty()) return error;
   const Target &target = submission.target;
+  if (target.user) return SendToUser(submission.record);
   submission.record.sequence = ++sequence_;
   submission.record.microseconds = MicrosecondsNow();
-  const std::string path =
-      target.user ? hosted::RootPath(hosted::kUserSocket) : hosted::KernelSocketPath(target.context);
-  return SendBytes(path, target.user, hosted::EncodeRecord(submission.record));
+  return SendToKernel(hosted::KernelSocketPath(target.context), hosted::EncodeRecord(submission.record));
 }
 
-std::string ObservationSender::SendBytes(const std::string &path, bool user, const std::vector<std::byte> &bytes) {
+std::string ObservationSender::SendToKernel(const std::string &path, const std::vector<std::byte> &bytes) {
   base::UniqueFd &fd = connections_[path];
   bool reused = static_cast<bool>(fd);
   while (true) {
     if (!fd) {
-      std::string error = ConnectToDaemon(path, user ? SOCK_SEQPACKET : SOCK_DGRAM, patience_, &fd);
+      std::string error = ConnectToDaemon(path, SOCK_DGRAM, patience_, &fd);
       if (!error.empty()) return error;
       // Best effort: where the host allows less, sending says so.
       setsockopt(fd.Get(), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
@@ -72,6 +82,23 @@ std::string ObservationSender::SendBytes(const std::string &path, bool user, con
     fd.Reset();
     reused = false;
   }
+}
+
+std::string ObservationSender::SendToUser(const hosted::RawRecord &record) {
+  const std::string path = hosted::RootPath(hosted::kUserSocket);
+  // The library waits in slices, so that a long wait can be told of.
+  constexpr std::chrono::milliseconds kSlice(100);
+  const auto slice = static_cast<int>(std::min(patience_->limit.value_or(kSlice), kSlice).count());
+  std::vector<rynsubmit_argument> arguments;
+  for (const hosted::RawArgument &argument : record.arguments) arguments.push_back(ToSubmit(argument));
+  return SubmitWithPatience(path, patience_, [&] {
+    if (user_ == nullptr) {
+      rynsubmit *connection = nullptr;
+      if (const int error = rynsubmit_connect(slice, &connection); error != 0) return error;
+      user_.reset(connection);
+    }
+    return rynsubmit_submit(user_.get(), record.id.c_str(), record.message.c_str(), arguments.data(), arguments.size());
+  });
 }
 
 }  // namespace rynctl

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "base/uniqueFd.h"
 #include "daemonSocket.h"
 #include "hosted/rawRecord.h"
+#include "librynsubmit/rynsubmit.h"
 
 namespace rynctl {
 
@@ -32,16 +34,21 @@ class ObservationSender {
   /// `patience` is borrowed for the sender's life.
   explicit ObservationSender(Patience *patience) : patience_(patience) {}
 
-  /// Send one observation, numbered from 1 and stamped with the time of day. When the daemon was started anew since the
+  /// Send one observation, numbered and stamped with the time of day. When the daemon was started anew since the
   /// last one, connects again. "" or an error.
   std::string Send(Submission submission);
 
  private:
-  std::string SendBytes(const std::string &path, bool user, const std::vector<std::byte> &bytes);
+  std::string SendToKernel(const std::string &path, const std::vector<std::byte> &bytes);
+  std::string SendToUser(const hosted::RawRecord &record);
 
   Patience *patience_;
   uint64_t sequence_ = 0;
-  std::map<std::string, base::UniqueFd> connections_;  ///< by socket path
+  std::map<std::string, base::UniqueFd> connections_;  ///< to kernel contexts, by socket path
+  struct Close {
+    void operator()(rynsubmit *connection) const { rynsubmit_close(connection); }
+  };
+  std::unique_ptr<rynsubmit, Close> user_;
 };
 
 }  // namespace rynctl

@@ -1,0 +1,116 @@
+/*
+ * librynsubmit: programs of the host submit observations to rynd through its user context.
+ *
+ * For C and C++; depends on nothing but the C library. Every function that returns int returns 0 or a positive errno
+ * value. A connection may be used by any number of threads at once, but closed by one when no other uses it any more.
+ */
+#ifndef RYNSUBMIT_H
+#define RYNSUBMIT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define RYNSUBMIT_API __attribute__((visibility("default")))
+
+/* The longest record that the daemon takes, in bytes: 32, the id and the message with their NULs, and the arguments:
+ * 8 bytes each, and an integer's width or a string's bytes with its NUL. */
+#define RYNSUBMIT_MAX_RECORD 131071
+
+/* A connection to the daemon. */
+typedef struct rynsubmit rynsubmit;
+
+enum rynsubmit_kind { RYNSUBMIT_SIGNED = 1, RYNSUBMIT_UNSIGNED = 2, RYNSUBMIT_STRING = 3, RYNSUBMIT_NULL_STRING = 4 };
+
+/* One typed argument. An integer that its width does not hold, or a width that is none of 1, 2, 4 and 8 bytes, is
+ * refused; strings have width 0. A string is borrowed for the call. */
+typedef struct rynsubmit_argument {
+  enum rynsubmit_kind kind;
+  unsigned width;
+  union {
+    int64_t i;     /* RYNSUBMIT_SIGNED */
+    uint64_t u;    /* RYNSUBMIT_UNSIGNED */
+    const char *s; /* RYNSUBMIT_STRING */
+  } value;
+} rynsubmit_argument;
+
+static inline rynsubmit_argument rynsubmit_i32(int32_t value) {
+  rynsubmit_argument argument;
+  argument.kind = RYNSUBMIT_SIGNED;
+  argument.width = 4;
+  argument.value.i = value;
+  return argument;
+}
+
+static inline rynsubmit_argument rynsubmit_i64(int64_t value) {
+  rynsubmit_argument argument;
+  argument.kind = RYNSUBMIT_SIGNED;
+  argument.width = 8;
+  argument.value.i = value;
+  return argument;
+}
+
+static inline rynsubmit_argument rynsubmit_u32(uint32_t value) {
+  rynsubmit_argument argument;
+  argument.kind = RYNSUBMIT_UNSIGNED;
+  argument.width = 4;
+  argument.value.u = value;
+  return argument;
+}
+
+static inline rynsubmit_argument rynsubmit_u64(uint64_t value) {
+  rynsubmit_argument argument;
+  argument.kind = RYNSUBMIT_UNSIGNED;
+  argument.width = 8;
+  argument.value.u = value;
+  return argument;
+}
+
+/* NULL gives a null string. */
+static inline rynsubmit_argument rynsubmit_string(const char *text) {
+  rynsubmit_argument argument;
+  argument.kind = text == NULL ? RYNSUBMIT_NULL_STRING : RYNSUBMIT_STRING;
+  argument.width = 0;
+  argument.value.s = text;
+  return argument;
+}
+
+/*
+ * Connect to the daemon's user context, $CORVANE_ROOT/var/run/corvane/ryn-user.sock.
+ *
+ * timeout_ms bounds every wait of this and of later calls for a daemon that takes nothing: milliseconds, 0 for not
+ * waiting at all, negative for waiting without end. On success *connection is a new connection, else NULL.
+ *
+ * ENOENT, ECONNREFUSED  no daemon serves the context
+ * EACCES                the caller may not use it
+ * ETIMEDOUT             more callers wait than the daemon's backlog holds
+ * ENAMETOOLONG          CORVANE_ROOT makes the socket's path longer than 107 characters
+ * ENOMEM, EMFILE, ...   as socket(2) and connect(2)
+ */
+RYNSUBMIT_API int rynsubmit_connect(int timeout_ms, rynsubmit **connection);
+
+/*
+ * Submit one observation: its id, which must begin with "ryn.user.", its message (NULL for none) and count arguments.
+ * It is stamped with the time of day. The observation is taken whole or not at all. When the daemon was started anew
+ * since the connection was made, connects again.
+ *
+ * EINVAL                an id, argument kind, width or value that the daemon would discard
+ * EMSGSIZE              a record of more than RYNSUBMIT_MAX_RECORD bytes
+ * ETIMEDOUT             the daemon's queue stayed full for timeout_ms
+ * ENOMEM                no memory for the record
+ * others                as rynsubmit_connect: the daemon is gone
+ */
+RYNSUBMIT_API int rynsubmit_submit(rynsubmit *connection, const char *id, const char *message,
+                                   const rynsubmit_argument *arguments, size_t count);
+
+/* Close a connection; NULL does nothing. What was submitted is delivered all the same. */
+RYNSUBMIT_API void rynsubmit_close(rynsubmit *connection);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

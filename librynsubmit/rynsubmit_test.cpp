@@ -1,0 +1,208 @@
+// The daemon's end is made by the tests, which decode what arrives.
+#include "librynsubmit/rynsubmit.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosted/paths.h"
+#include "hosted/rawRecord.h"
+#include "hosted/unixSocket.h"
+#include "testing/testRoot.h"
+
+namespace {
+
+using hosted::ArgumentKind;
+
+class RynSubmit : public testing::Test {
+ protected:
+  void SetUp() override { Serve(); }
+  void TearDown() override {
+    rynsubmit_close(connection_);
+    unlink(path_.c_str());
+  }
+
+  void Serve(int backlog = 16) {
+    ASSERT_EQ(hosted::MakeFolders(path_.substr(0, path_.rfind('/')), 0700), 0);
+    ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_SEQPACKET, 0660, &context_), 0);
+    ASSERT_EQ(listen(context_.Get(), backlog), 0);
+  }
+  void Accept() { caller_.Reset(accept(context_.Get(), nullptr, nullptr)); }
+
+  /// The next record of the accepted caller; one with an empty id when there is none.
+  hosted::RawRecord Receive() {
+    std::vector<std::byte> bytes(hosted::kMaxRecordSize + 1);
+    const ssize_t length = recv(caller_.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (length <= 0) return {};
+    const char *wrong = hosted::CheckRecord(bytes.data(), static_cast<size_t>(length));
+    EXPECT_EQ(wrong, nullptr) << wrong;
+    return wrong == nullptr ? hosted::DecodeRecord(bytes.data(), static_cast<size_t>(length)) : hosted::RawRecord{};
+  }
+  int Submit(const char *id, const std::vector<rynsubmit_argument> &arguments = {}, const char *message = nullptr) {
+    return rynsubmit_submit(connection_, id, message, arguments.data(), arguments.size());
+  }
+
+  const std::string path_ = hosted::RootPath(hosted::kUserSocket);
+  base::UniqueFd context_, caller_;
+  rynsubmit *connection_ = nullptr;
+};
+
+TEST_F(RynSubmit, SendsWhatItIsGiven) {
+  ASSERT_EQ(rynsubmit_connect(0, &connection_), 0);
+  Accept();
+  rynsubmit_argument narrow = rynsubmit_i32(-128);
+  narrow.width = 1;
+  ASSERT_EQ(Submit("ryn.user.a",
+                   {rynsubmit_i32(-5), rynsubmit_i64(INT64_MIN), rynsubmit_u32(UINT32_MAX), rynsubmit_u64(UINT64_MAX),
+                    rynsubmit_string("text"), rynsubmit_string(""), rynsubmit_string(nullptr), narrow},
+                   "what happened"),
+            0);
+  const hosted::RawRecord record = Receive();
+  EXPECT_EQ(record.id, "ryn.user.a");
+  EXPECT_EQ(record.message, "what happened");
+  EXPECT_EQ(record.sequence, 1u);
+  EXPECT_NEAR(static_cast<double>(record.microseconds), static_cast<double>(time(nullptr)) * 1e6, 60e6);
+  ASSERT_EQ(record.arguments.size(), 8u);
+  const struct {
+    ArgumentKind kind;
+    unsigned width;
+    uint64_t bits;
+    const char *text;
+  } rows[] = {{ArgumentKind::kSigned, 4, static_cast<uint64_t>(-5), ""},
+              {ArgumentKind::kSigned, 8, uint64_t{1} << 63, ""},
+              {ArgumentKind::kUnsigned, 4, UINT32_MAX, ""},
+              {ArgumentKind::kUnsigned, 8, UINT64_MAX, ""},
+              {ArgumentKind::kString, 0, 0, "text"},
+              {ArgumentKind::kString, 0, 0, ""},
+              {ArgumentKind::kNullString, 0, 0, ""},
+              {ArgumentKind::kSigned, 1, static_cast<uint64_t>(-128), ""}};
+  for (size_t i = 0; i < record.arguments.size(); ++i) {
+    EXPECT_EQ(record.arguments[i].kind, rows[i].kind) << i;
+    EXPECT_EQ(record.arguments[i].width, rows[i].width) << i;
+    EXPECT_EQ(record.arguments[i].bits, rows[i].bits) << i;
+    EXPECT_EQ(record.arguments[i].text, rows[i].text) << i;
+  }
+}
+
+TEST_F(RynSubmit, RefusesWhatTheDaemonWouldDiscard) {
+  ASSERT_EQ(rynsubmit_connect(0, &connection_), 0);
+  Accept();
+  for (const char *id : {"", "ryn.user.", "ryn.users", "ryn.storage.apd.start"}) EXPECT_EQ(Submit(id), EINVAL) << id;
+  EXPECT_EQ(Submit(nullptr), EINVAL);
+  EXPECT_EQ(rynsubmit_submit(nullptr, "ryn.user.a", "", nullptr, 0), EINVAL);
+  EXPECT_EQ(rynsubmit_submit(connection_, "ryn.user.a", "", nullptr, 1), EINVAL);
+  const auto with = [](int kind, unsigned width, int64_t value) {
+    rynsubmit_argument argument{};
+    argument.kind = static_cast<rynsubmit_kind>(kind);
+    argument.width = width;
+    argument.value.i = value;
+    return argument;
+  };
+  for (const rynsubmit_argument &bad :
+       {with(RYNSUBMIT_SIGNED, 1, 128), with(RYNSUBMIT_SIGNED, 2, -32769), with(RYNSUBMIT_SIGNED, 3, 0),
+        with(RYNSUBMIT_SIGNED, 0, 0), with(RYNSUBMIT_UNSIGNED, 4, int64_t{1} << 32), with(RYNSUBMIT_UNSIGNED, 16, 0),
+        with(RYNSUBMIT_STRING, 0, 0), with(RYNSUBMIT_NULL_STRING, 1, 0)}) {
+    EXPECT_EQ(Submit("ryn.user.a", {rynsubmit_i32(0), bad}), EINVAL) << bad.kind << " " << bad.width;
+  }
+  // 32 bytes of header, 11 and 1 of texts with their NUL, 8 before the string and 1 behind it.
+  std::string longest(RYNSUBMIT_MAX_RECORD - 32 - 11 - 1 - 8 - 1, 'x');
+  EXPECT_EQ(Submit("ryn.user.a", {rynsubmit_string(longest.c_str())}), 0);
+  EXPECT_EQ(Receive().arguments.at(0).text, longest);
+  longest += 'x';
+  EXPECT_EQ(Submit("ryn.user.a", {rynsubmit_string(longest.c_str())}), EMSGSIZE);
+  EXPECT_EQ(Receive().id, "");
+}
+
+TEST_F(RynSubmit, SaysWhyItCannotConnect) {
+  context_.Reset();  // its file stays, as after a crash
+  EXPECT_EQ(rynsubmit_connect(0, &connection_), ECONNREFUSED);
+  EXPECT_EQ(connection_, nullptr);
+  unlink(path_.c_str());
+  EXPECT_EQ(rynsubmit_connect(-1, &connection_), ENOENT);
+  const std::string root = getenv("CORVANE_ROOT");
+  setenv("CORVANE_ROOT", std::string(200, 'x').c_str(), 1);
+  EXPECT_EQ(rynsubmit_connect(0, &connection_), ENAMETOOLONG);
+  setenv("CORVANE_ROOT", root.c_str(), 1);
+  rynsubmit_close(nullptr);
+}
+
+TEST_F(RynSubmit, WaitsNoLongerThanItIsTold) {
+  ASSERT_EQ(rynsubmit_connect(20, &connection_), 0);
+  int taken = 0;
+  int status = 0;
+  while (taken < 100'000 && (status = Submit("ryn.user.a")) == 0) ++taken;
+  EXPECT_EQ(status, ETIMEDOUT);
+  Accept();
+  for (int i = 0; i < taken; ++i) ASSERT_EQ(Receive().id, "ryn.user.a");
+  EXPECT_EQ(Receive().id, "");
+  EXPECT_EQ(Submit("ryn.user.a"), 0);
+  // A full backlog.
+  context_.Reset();
+  Serve(0);
+  rynsubmit *callers[4] = {};
+  for (rynsubmit *&caller : callers) status = rynsubmit_connect(20, &caller);
+  EXPECT_EQ(status, ETIMEDOUT);
+  for (rynsubmit *caller : callers) rynsubmit_close(caller);
+}
+
+TEST_F(RynSubmit, ConnectsAgainToANewDaemon) {
+  ASSERT_EQ(rynsubmit_connect(1000, &connection_), 0);
+  Accept();
+  ASSERT_EQ(Submit("ryn.user.a"), 0);
+  caller_.Reset();
+  context_.Reset();
+  EXPECT_EQ(Submit("ryn.user.b"), ECONNREFUSED);
+  Serve();
+  EXPECT_EQ(Submit("ryn.user.c"), 0);
+  Accept();
+  EXPECT_EQ(Receive().id, "ryn.user.c");
+}
+
+/// Threads that submit at once, over a daemon that goes away and comes back, lose nothing that a living one has taken.
+TEST_F(RynSubmit, ServesThreads) {
+  constexpr int kThreads = 4, kEach = 500;
+  ASSERT_EQ(rynsubmit_connect(-1, &connection_), 0);
+  Accept();
+  std::atomic<int> failed = 0;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kEach; ++i) {
+        if (Submit("ryn.user.a", {rynsubmit_i32(t), rynsubmit_i32(i)}) != 0) ++failed;
+      }
+    });
+  }
+  std::set<std::pair<uint64_t, uint64_t>> seen;
+  std::set<uint64_t> numbers;
+  while (seen.size() < kThreads * kEach) {
+    pollfd set[] = {{caller_.Get(), POLLIN, 0}};
+    ASSERT_EQ(poll(set, 1, 30'000), 1);
+    const hosted::RawRecord record = Receive();
+    ASSERT_EQ(record.arguments.size(), 2u);
+    seen.emplace(record.arguments[0].bits, record.arguments[1].bits);
+    numbers.insert(record.sequence);
+    // The daemon hangs up, with everything read: each thread finds its connection gone at once, and one connects.
+    if (seen.size() == kThreads * kEach / 2) {
+      shutdown(caller_.Get(), SHUT_RD);
+      for (hosted::RawRecord more = Receive(); !more.id.empty(); more = Receive()) {
+        seen.emplace(more.arguments[0].bits, more.arguments[1].bits);
+        numbers.insert(more.sequence);
+      }
+      if (seen.size() < kThreads * kEach) Accept();
+    }
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(numbers.size(), seen.size());
+}
+
+}  // namespace
