@@ -27,7 +27,14 @@ say() {
 
 # Submit one observation, showing the command.
 submit() {
-  printf '  $ rynctl submit %s\n' "$*"
+  printf '  $ rynctl submit'
+  for word in "$@"; do
+    case $word in
+      *[!A-Za-z0-9_.,:/=+-]* | "") printf " '%s'" "$word" ;;
+      *) printf ' %s' "$word" ;;
+    esac
+  done
+  printf '\n'
   "$bin/rynctl" submit "$@"
 }
 
@@ -45,6 +52,21 @@ set_host() {
   mkdir -p "$(dirname "$file")"
   printf '  $ echo %s > host/%s\n' "$2" "$1"
   echo "$2" >"$file"
+}
+
+# Show a value of the host's state.
+show_host() {
+  printf '  $ cat host/%s\n' "$1"
+  sed 's/^/    /' "$root/var/lib/corvane/host/$1"
+}
+
+# Stop the daemon and start it again.
+restart_daemon() {
+  printf '  $ kill -TERM %s; rynd -e\n' "$daemon"
+  kill -TERM "$daemon"
+  wait "$daemon"
+  start_daemon
+  show_new
 }
 
 # Show what the daemon has done to the kernel so far.

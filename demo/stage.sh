@@ -53,8 +53,16 @@ start_agent() {
 }
 
 start_daemon() {
-  "$bin/rynd" -e 2>"$root/log" &
+  : >>"$root/log"
+  before=$(grep -c "rynd setup completed" "$root/log" || true)
+  "$bin/rynd" -e 2>>"$root/log" &
   daemon=$!
   pids="$daemon $pids"
-  wait_for "$root/log" "rynd setup completed"
+  for _ in $(seq 1 500); do
+    [ "$(grep -c "rynd setup completed" "$root/log")" -gt "$before" ] && return 0
+    sleep 0.02
+  done
+  echo "demo: the daemon does not start:" >&2
+  cat "$root/log" >&2
+  exit 1
 }
