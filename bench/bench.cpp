@@ -104,6 +104,10 @@ int main(int argc, char **argv) {
   bench::Probe(&setting);
   printf("%ld threads, event of %zu bytes, %zu log records with an event and %zu without\n", setting.threads,
          setting.eventLength, setting.postingLogs.size(), setting.silentLogs.size());
+  puts(getenv("RYND_BENCH_BLOCKING") == nullptr
+           ? "the bare program waits as the daemon has to: ppoll over its 31 sockets, poll on its stream"
+           : "the bare program does not wait by ppoll and poll, as the daemon has to: it blocks in one socket and one "
+             "pipe");
   const bench::Measures measures = bench::MeasureAll(options.quick ? bench::kQuick : bench::Effort(), &setting);
   bench::PrintTable(measures.All());
   if (!options.csvPath.empty() && !bench::WriteCsv(options.csvPath, measures.All())) bench::Fail(options.csvPath);
