@@ -6,7 +6,9 @@ namespace rynd {
 
 std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
+      RyndNetCorrelator,
       RyndApdCorrelator,
+      RyndMigrateCorrelator,
       RyndFabraCorrelator,
   });
   return kAgents;

@@ -1,10 +1,11 @@
 #include "correlators/catalog.h"
 
 #include <algorithm>
-#include <array>
 #include <span>
 
 #include "correlators/correlators.h"
+#include "correlators/linkFlapping.h"
+#include "correlators/uplinkMonitor.h"
 
 namespace rynd {
 namespace {
@@ -13,8 +14,8 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows};
-constexpr std::array<Messages, 0> kMessages = {};
+constexpr Rows kRows[] = {ApdPostRows, NetPostRows, NetFirewallConfigPostRows, NetFirewallPortPostRows};
+constexpr Messages kMessages[] = {NetMessages, UplinkMessages, LinkFlappingMessages, MigrateMessages};
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);
