@@ -1,6 +1,7 @@
 #include "correlators/uplinkTimers.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "core/timerThread.h"
@@ -40,19 +41,22 @@ void UplinkTimers::ClearTransitionPending(const std::string &uplink, uint32_t st
   if (IsTransitionPending(uplink, state)) pendingTransitions_[uplink] &= ~state;
 }
 
-template <typename Condition>
-void UplinkTimers::DropTimers(const Condition &condition) {
-  if (std::erase_if(uplinkTimers_, condition) == 0) return;
-  std::make_heap(uplinkTimers_.begin(), uplinkTimers_.end(), IsLater());
-}
-
 void UplinkTimers::Cancel(const std::string &uplink, uint32_t state) {
-  DropTimers([&](const UplinkTimer &timer) { return timer.state == state && timer.uplink == uplink; });
   ClearTransitionPending(uplink, state);
+  const auto place = std::find_if(uplinkTimers_.begin(), uplinkTimers_.end(), [&](const UplinkTimer &timer) {
+    return timer.state == state && timer.uplink == uplink;
+  });
+  if (place == uplinkTimers_.end()) return;
+  // To the top and off it.
+  place->deadlineNs = std::numeric_limits<int64_t>::min();
+  std::push_heap(uplinkTimers_.begin(), place + 1, IsLater());
+  std::pop_heap(uplinkTimers_.begin(), uplinkTimers_.end(), IsLater());
+  uplinkTimers_.pop_back();
 }
 
 void UplinkTimers::CancelAll(const std::string &uplink) {
-  DropTimers([&](const UplinkTimer &timer) { return timer.uplink == uplink; });
+  std::erase_if(uplinkTimers_, [&](const UplinkTimer &timer) { return timer.uplink == uplink; });
+  std::make_heap(uplinkTimers_.begin(), uplinkTimers_.end(), IsLater());
   pendingTransitions_[uplink] = 0;
 }
 

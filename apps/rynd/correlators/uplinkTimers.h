@@ -54,9 +54,6 @@ class UplinkTimers {
   const std::vector<UplinkTimer> &Held() const { return uplinkTimers_; }
 
  private:
-  template <typename Condition>
-  void DropTimers(const Condition &condition);
-
   const int timerId_;
   std::map<std::string, uint32_t> pendingTransitions_;
   std::vector<UplinkTimer> uplinkTimers_;  ///< a heap, the earliest deadline on top
