@@ -2,11 +2,11 @@
 // something. Network correlator's thread.
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace rynd {
@@ -15,7 +15,10 @@ namespace rynd {
 struct UplinkPort {
   std::string name;
   std::string switchName;  ///< empty for a port group: its switch is looked up by its name
-  auto operator<=>(const UplinkPort &) const = default;
+  bool operator==(const UplinkPort &) const = default;
+  bool operator<(const UplinkPort &other) const {
+    return std::tie(name, switchName) < std::tie(other.name, other.switchName);
+  }
 };
 
 /// The virtual switch of a port group; "" when it can't be found.
