@@ -228,6 +228,28 @@ TEST_F(UplinkMonitorTest, AnUplinkThatIsUpForOneKindOfPortIsUpForBoth) {
   EXPECT_TRUE(monitor.PortGroups().connectivityLost.Empty());
 }
 
+TEST_F(UplinkMonitorTest, AnUplinkOrAPortThatIsBackHasLostNothing) {
+  Down("pg-a", 0, 0);
+  Down("pg-b", 0, 0);
+  At(2000);
+  Up("pg-a", 1, 3000);
+  EXPECT_EQ(At(5000).size(), 1u) << "pg-b was lost to the same uplink";
+  Down("pg-a", 0, 6000);
+  At(8000);
+  monitor.PortGroupUplinkUp("hynic1", "pg-b", 1, Ms(9000));
+  EXPECT_EQ(At(11'000), Events{});
+  monitor.PortGroupUplinkUp("hynic1", "pg-a", 1, Ms(12'000));
+  EXPECT_EQ(At(14'000).size(), 1u) << "another uplink serves it";
+  // A port of the same name on another switch is another port.
+  Put("dvports/other/7", "");
+  monitor.DVPortUplinkDown("hynic0", kPort7, 0, Ms(15'000));
+  At(17'000);
+  monitor.DVPortUplinkUp("hynic1", {"7", "other"}, 1, Ms(18'000));
+  EXPECT_EQ(At(20'000), Events{});
+  monitor.DVPortUplinkUp("hynic1", kPort7, 1, Ms(21'000));
+  EXPECT_EQ(At(23'000).size(), 1u);
+}
+
 TEST_F(UplinkMonitorTest, WhatHasDisappearedIsLostNoMore) {
   Down("pg-a", 0, 0);
   monitor.PortGroupUplinkDown("hynic1", "pg-c", 0, Ms(0));
@@ -326,12 +348,14 @@ TEST_F(UplinkMonitorTest, AWatchdogThatFindsOneDirectionDecidesOnce) {
   monitor.DVPortUplinkDown("hynic1", kPort7, 0, Ms(16'900));
   EXPECT_EQ(At(17'000), Events{"amb.problem.net.dvport.connectivity.lost Lost network connectivity on DVPorts: \"7\". "
                                "Physical NIC hynic1 is down."});
+  EXPECT_TRUE(monitor.Timers().Held().empty()) << "the ports' own timer goes with their report";
   monitor.UplinkWatchdogTimeout("hynic2", Ms(20'000));
   monitor.DVPortUplinkDown("hynic2", kPort8, 0, Ms(20'000));
-  monitor.PortGroupUplinkDown("hynic2", "pg-c", 0, Ms(20'000));
+  monitor.PortGroupUplinkDown("hynic2", "pg-c", 0, Ms(26'900));
   EXPECT_EQ(At(27'000), Events{"amb.problem.net.connectivity.lost Lost network connectivity on virtual switch "
                                "vSwitch1. Physical NIC hynic2 is down. Affected port groups: \"pg-c\""});
   EXPECT_TRUE(monitor.Timers().IsTransitionPending("hynic2", DVPORT_DOWN));
+  EXPECT_TRUE(monitor.Timers().Held().empty());
   // Up alone, and nothing at all.
   monitor.UplinkWatchdogTimeout("hynic3", Ms(30'000));
   monitor.PortGroupUplinkUp("hynic3", "pg-c", 1, Ms(30'000));
