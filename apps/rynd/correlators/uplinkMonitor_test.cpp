@@ -49,6 +49,15 @@ class UplinkMonitorTest : public testing::Test {
     return TakeEvents();
   }
   bool IsPending(uint32_t state) { return (monitor.Timers().PendingOf("hynic0") & state) != 0; }
+  /// The same: names only, without "amb." and their namespace.
+  Events NamesAt(int64_t ms) {
+    Events names;
+    for (const std::string &event : At(ms)) {
+      const size_t begin = event.find('.', 4) + 1;
+      names.push_back(event.substr(begin, event.find(' ') - begin));
+    }
+    return names;
+  }
   /// hynic0 goes down at `ms` for pg-a, which has `remaining` uplinks left.
   void Down(const char *portGroup, int32_t remaining, int64_t ms) {
     monitor.PortGroupUplinkDown("hynic0", portGroup, remaining, Ms(ms));
@@ -56,16 +65,16 @@ class UplinkMonitorTest : public testing::Test {
   void Up(const char *portGroup, int32_t remaining, int64_t ms) {
     monitor.PortGroupUplinkUp("hynic0", portGroup, remaining, Ms(ms));
   }
+  void DVPortDown(const UplinkPort &port, int32_t remaining, int64_t ms) {
+    monitor.DVPortUplinkDown("hynic0", port, remaining, Ms(ms));
+  }
+  void DVPortUp(const UplinkPort &port, int32_t remaining, int64_t ms) {
+    monitor.DVPortUplinkUp("hynic0", port, remaining, Ms(ms));
+  }
 
   UplinkMonitor monitor{TimerId()};
 };
 using UplinkMonitorDeathTest = UplinkMonitorTest;
-
-TEST_F(UplinkMonitorTest, QuotesNames) {
-  EXPECT_EQ(JoinQuotedList({}), "");
-  EXPECT_EQ(JoinQuotedList({"pg-a"}), "\"pg-a\"");
-  EXPECT_EQ(JoinQuotedList({"pg-a", "", "pg-b"}), "\"pg-a\", \"\", \"pg-b\"");
-}
 
 TEST_F(UplinkMonitorTest, PortGroupsOfOneUplinkMakeOneBatch) {
   const int32_t remaining[] = {0, 1, 2, 0, 1, 2, -1, 3, -7, 0};
@@ -74,8 +83,6 @@ TEST_F(UplinkMonitorTest, PortGroupsOfOneUplinkMakeOneBatch) {
     monitor.PortGroupUplinkDown("hynic0", name, remaining[i], Ms(i * 100));
   }
   EXPECT_EQ(Timer().armings, 1u);
-  EXPECT_EQ(Timer().intervalS, 2);
-  EXPECT_EQ(Timer().periodic, 0u);
   EXPECT_EQ(At(1000), Events{});  // a whole second is left
   EXPECT_EQ(At(1001),
             (Events{"amb.problem.net.connectivity.lost Lost network connectivity on virtual switch vSwitch0. Physical "
@@ -86,16 +93,13 @@ TEST_F(UplinkMonitorTest, PortGroupsOfOneUplinkMakeOneBatch) {
                     "Physical NIC hynic0 is down. Affected port groups: \"pg-2\", \"pg-5\", \"pg-7\""}));
   EXPECT_FALSE(IsPending(PG_DOWN));
   EXPECT_EQ(At(9000), Events{});
-  // A batch in which no one is left out of luck says nothing.
-  Down("pg-a", -1, 10'000);
-  EXPECT_EQ(At(12'000), Events{});
 }
 
 TEST_F(UplinkMonitorTest, DVPortsListTheirNamesAndExtendTheirDeadline) {
-  monitor.DVPortUplinkDown("hynic0", kPort7, 1, Ms(0));
-  monitor.DVPortUplinkDown("hynic0", kPort8, 1, Ms(0));
-  monitor.DVPortUplinkDown("hynic0", {"7", "other"}, 2, Ms(500));  // another port
-  monitor.DVPortUplinkDown("hynic0", kPort7, 0, Ms(1500));         // in place of the first report
+  DVPortDown(kPort7, 1, 0);
+  DVPortDown(kPort8, 1, 0);
+  DVPortDown({"7", "other"}, 2, 500);  // another port
+  DVPortDown(kPort7, 0, 1500);         // in place of the first report
   EXPECT_EQ(monitor.Timers().Held().size(), 1u);
   EXPECT_EQ(At(2000), Events{});
   EXPECT_EQ(At(2500), Events{});
@@ -113,6 +117,8 @@ TEST_F(UplinkMonitorTest, DVPortsListTheirNamesAndExtendTheirDeadline) {
 
 TEST_F(UplinkMonitorTest, TheTimerIsArmedForTheEarliestInWholeSeconds) {
   Down("pg-a", 0, 0);
+  EXPECT_EQ(Timer().intervalS, 2);
+  EXPECT_EQ(Timer().periodic, 0u);
   monitor.UplinkWatchdogTimeout("hynic1", Ms(100));
   EXPECT_EQ(Timer().armings, 1u) << "a later deadline arms nothing";
   monitor.HynicLinkDown("hynic2", Ms(200));
@@ -136,18 +142,14 @@ TEST_F(UplinkMonitorTest, PortsSpeakForTheirLink) {
   EXPECT_FALSE(IsPending(LINK_DOWN));
   monitor.HynicLinkDown("hynic1", Ms(10));
   monitor.DVPortUplinkDown("hynic1", kPort7, 2, Ms(20));
-  EXPECT_EQ(At(1010), (Events{"amb.problem.net.redundancy.degraded Uplink redundancy degraded on virtual switch "
-                              "vSwitch0. Physical NIC hynic0 is down. Affected port groups: \"pg-a\""}));
-  EXPECT_EQ(At(2020).size(), 1u);
+  EXPECT_EQ(NamesAt(1010), Events{"net.redundancy.degraded"});
+  EXPECT_EQ(NamesAt(2020), Events{"net.dvport.redundancy.degraded"});
   monitor.HynicLinkUp("hynic0", Ms(10'000));
   Up("pg-a", 3, 10'500);
   monitor.DVPortUplinkUp("hynic1", kPort7, 3, Ms(10'500));
   monitor.HynicLinkUp("hynic1", Ms(10'500));
   EXPECT_EQ(At(11'000), Events{});
-  EXPECT_EQ(At(12'500), (Events{"amb.clear.net.redundancy.restored Uplink redundancy restored on virtual switch "
-                                "vSwitch0, portgroups: \"pg-a\". Physical NIC hynic0 is up",
-                                "amb.clear.net.dvport.redundancy.restored Uplink redundancy restored on DVPorts: "
-                                "\"7\". Physical NIC hynic1 is up recently"}));
+  EXPECT_EQ(NamesAt(12'500), (Events{"net.redundancy.restored", "net.dvport.redundancy.restored"}));
 }
 
 TEST_F(UplinkMonitorTest, ALinkThatIsUpClearsEverythingThatNoOtherHolds) {
@@ -165,8 +167,8 @@ TEST_F(UplinkMonitorTest, ALinkThatIsUpClearsEverythingThatNoOtherHolds) {
   EXPECT_EQ(At(1000), everything) << "nothing was lost";
   Down("pg-a", 0, 2000);
   Down("pg-b", 1, 2000);
-  monitor.DVPortUplinkDown("hynic0", kPort7, 0, Ms(2000));
-  monitor.DVPortUplinkDown("hynic0", kPort8, 1, Ms(2000));
+  DVPortDown(kPort7, 0, 2000);
+  DVPortDown(kPort8, 1, 2000);
   EXPECT_EQ(At(4000).size(), 4u);
   monitor.HynicLinkUp("hynic0", Ms(5000));
   EXPECT_EQ(At(6000), everything) << "all that was lost was its own";
@@ -199,13 +201,12 @@ TEST_F(UplinkMonitorTest, ARestoreWaitsForAllLossesOfItsKind) {
                                "vSwitch1, portgroups: \"pg-b\", \"pg-c\". Physical NIC hynic1 is up"});
   EXPECT_TRUE(monitor.PortGroups().redundancyRestored.empty());
   Up("pg-a", 1, 14'000);
-  EXPECT_EQ(At(16'000), Events{"amb.clear.net.connectivity.restored Network connectivity restored on virtual switch "
-                               "vSwitch0, portgroups: \"pg-a\". Physical NIC hynic0 is up"});
+  EXPECT_EQ(NamesAt(16'000), Events{"net.connectivity.restored"});
 }
 
 TEST_F(UplinkMonitorTest, AnUplinkThatIsUpForOneKindOfPortIsUpForBoth) {
-  monitor.DVPortUplinkDown("hynic0", kPort7, 0, Ms(0));
-  monitor.DVPortUplinkDown("hynic0", kPort8, 1, Ms(0));
+  DVPortDown(kPort7, 0, 0);
+  DVPortDown(kPort8, 1, 0);
   At(2000);
   Up("pg-a", 1, 3000);
   EXPECT_EQ(At(5000).size(), 1u);
@@ -216,15 +217,16 @@ TEST_F(UplinkMonitorTest, AnUplinkThatIsUpForOneKindOfPortIsUpForBoth) {
   EXPECT_TRUE(monitor.DVPorts().redundancyLost.Empty());
   // The other way round. Ports without an active uplink restore nothing.
   Down("pg-a", 0, 10'000);
-  Down("pg-b", 1, 10'000);
   At(12'000);
-  monitor.DVPortUplinkUp("hynic0", kPort7, 0, Ms(13'000));
-  monitor.DVPortUplinkUp("hynic0", kPort8, -1, Ms(13'000));
+  DVPortUp(kPort7, 0, 13'000);
+  DVPortUp(kPort8, -1, 13'000);
   EXPECT_EQ(At(15'000), Events{});
   EXPECT_FALSE(monitor.PortGroups().connectivityLost.Empty());
-  monitor.DVPortUplinkUp("hynic0", kPort7, 2, Ms(16'000));
-  EXPECT_EQ(At(18'000), Events{"amb.clear.net.dvport.redundancy.restored Uplink redundancy restored on DVPorts: "
-                               "\"7\". Physical NIC hynic0 is up recently"});
+  DVPortUp(kPort7, 2, 16'000);
+  EXPECT_EQ(
+      At(18'000),
+      Events{"amb.clear.net.dvport.redundancy.restored Uplink redundancy restored on DVPorts: \"7\". Physical NIC "
+             "hynic0 is up recently"});
   EXPECT_TRUE(monitor.PortGroups().connectivityLost.Empty());
 }
 
@@ -242,7 +244,7 @@ TEST_F(UplinkMonitorTest, AnUplinkOrAPortThatIsBackHasLostNothing) {
   EXPECT_EQ(At(14'000).size(), 1u) << "another uplink serves it";
   // A port of the same name on another switch is another port.
   Put("dvports/other/7", "");
-  monitor.DVPortUplinkDown("hynic0", kPort7, 0, Ms(15'000));
+  DVPortDown(kPort7, 0, 15'000);
   At(17'000);
   monitor.DVPortUplinkUp("hynic1", {"7", "other"}, 1, Ms(18'000));
   EXPECT_EQ(At(20'000), Events{});
@@ -260,7 +262,7 @@ TEST_F(UplinkMonitorTest, WhatHasDisappearedIsLostNoMore) {
   EXPECT_EQ(At(5000).size(), 1u) << "pg-c is gone, and with it its loss";
   // Port 9 of the switch never was; port and switch are asked for in the right order.
   Put("dvports/9/dvs", "");
-  monitor.DVPortUplinkUp("hynic0", kPort7, 2, Ms(6000));
+  DVPortUp(kPort7, 2, 6000);
   EXPECT_EQ(At(8000).size(), 1u);
   EXPECT_TRUE(monitor.DVPorts().redundancyLost.Empty());
 }
@@ -289,7 +291,7 @@ TEST_F(UplinkMonitorTest, LosingTheSameAgainKeepsOneLoss) {
   for (int64_t ms = 0; ms < 100'000; ms += 2000) {
     Down("pg-a", 0, ms);
     Down("pg-a", 0, ms);
-    monitor.DVPortUplinkDown("hynic0", kPort7, 1, Ms(ms));
+    DVPortDown(kPort7, 1, ms);
     EXPECT_EQ(At(ms + 2000).size(), 2u);
   }
   EXPECT_EQ(monitor.PortGroups().connectivityLost.Size(), 1u);
@@ -297,35 +299,29 @@ TEST_F(UplinkMonitorTest, LosingTheSameAgainKeepsOneLoss) {
 }
 
 TEST_F(UplinkMonitorTest, AWatchdogThatFindsDownAndUpReportsAResetOnly) {
-  const Events reset = {
-      "amb.problem.net.hynic.watchdog.reset Uplink hynic0 has recovered from a transient failure due to watchdog "
-      "timeout"};
   // The link alone.
   monitor.UplinkWatchdogTimeout("hynic0", Ms(0));
   monitor.HynicLinkDown("hynic0", Ms(100));
   EXPECT_EQ(At(1100), Events{});
   monitor.HynicLinkUp("hynic0", Ms(2000));
   EXPECT_EQ(At(3000), Events{});
-  EXPECT_EQ(At(7000), reset);
+  EXPECT_EQ(At(7000), Events{"amb.problem.net.hynic.watchdog.reset Uplink hynic0 has recovered from a transient "
+                             "failure due to watchdog timeout"});
   EXPECT_EQ(monitor.Timers().PendingOf("hynic0"), 0u);
   // All kinds, some of them with timers that would still fire.
   monitor.UplinkWatchdogTimeout("hynic0", Ms(10'000));
   Down("pg-a", 0, 10'000);
-  monitor.DVPortUplinkDown("hynic0", kPort7, 0, Ms(10'000));
+  DVPortDown(kPort7, 0, 10'000);
   EXPECT_EQ(At(12'000), Events{});
   monitor.HynicLinkDown("hynic1", Ms(16'500));
   monitor.HynicLinkUp("hynic0", Ms(16'600));
   Up("pg-a", 1, 16'700);
-  monitor.DVPortUplinkUp("hynic0", kPort7, 1, Ms(16'800));
-  EXPECT_EQ(At(17'000), (Events{reset[0],
-                                "amb.problem.net.hynic.linkstate.down Physical NIC hynic1 linkstate is "
-                                "down"}));
+  DVPortUp(kPort7, 1, 16'800);
+  EXPECT_EQ(NamesAt(17'000), (Events{"net.hynic.watchdog.reset", "net.hynic.linkstate.down"}));
   EXPECT_EQ(monitor.Timers().PendingOf("hynic0"), 0u);
   EXPECT_TRUE(monitor.Timers().Held().empty());
   for (const auto *ports : {&monitor.PortGroups(), &monitor.DVPorts()}) {
-    EXPECT_TRUE(ports->downRecords.empty());
-    EXPECT_TRUE(ports->upRecords.empty());
-    EXPECT_TRUE(ports->connectivityLost.Empty());
+    EXPECT_TRUE(ports->downRecords.empty() && ports->upRecords.empty() && ports->connectivityLost.Empty());
   }
   EXPECT_EQ(At(30'000), Events{});
   // The next failure is an ordinary one.
@@ -340,20 +336,18 @@ TEST_F(UplinkMonitorTest, AWatchdogThatFindsOneDirectionDecidesOnce) {
   EXPECT_EQ(At(1000), Events{});
   EXPECT_TRUE(IsPending(LINK_DOWN));
   monitor.UplinkWatchdogTimeout("hynic0", Ms(3000));  // does not extend the window
-  EXPECT_EQ(At(7000), Events{"amb.problem.net.hynic.linkstate.down Physical NIC hynic0 linkstate is down"});
+  EXPECT_EQ(NamesAt(7000), Events{"net.hynic.linkstate.down"});
   EXPECT_TRUE(IsPending(WATCHDOG));
   // Port groups before ports, ports before the link.
   monitor.UplinkWatchdogTimeout("hynic1", Ms(10'000));
   monitor.HynicLinkDown("hynic1", Ms(10'000));
   monitor.DVPortUplinkDown("hynic1", kPort7, 0, Ms(16'900));
-  EXPECT_EQ(At(17'000), Events{"amb.problem.net.dvport.connectivity.lost Lost network connectivity on DVPorts: \"7\". "
-                               "Physical NIC hynic1 is down."});
+  EXPECT_EQ(NamesAt(17'000), Events{"net.dvport.connectivity.lost"});
   EXPECT_TRUE(monitor.Timers().Held().empty()) << "the ports' own timer goes with their report";
   monitor.UplinkWatchdogTimeout("hynic2", Ms(20'000));
   monitor.DVPortUplinkDown("hynic2", kPort8, 0, Ms(20'000));
   monitor.PortGroupUplinkDown("hynic2", "pg-c", 0, Ms(26'900));
-  EXPECT_EQ(At(27'000), Events{"amb.problem.net.connectivity.lost Lost network connectivity on virtual switch "
-                               "vSwitch1. Physical NIC hynic2 is down. Affected port groups: \"pg-c\""});
+  EXPECT_EQ(NamesAt(27'000), Events{"net.connectivity.lost"});
   EXPECT_TRUE(monitor.Timers().IsTransitionPending("hynic2", DVPORT_DOWN));
   EXPECT_TRUE(monitor.Timers().Held().empty());
   // Up alone, and nothing at all.
@@ -374,19 +368,10 @@ TEST_F(UplinkMonitorTest, TransitionsThatNothingDecidesAreBounded) {
 }
 
 TEST_F(UplinkMonitorDeathTest, StatesThatDoNotExistAreFatal) {
-  EXPECT_DEATH(
-      {
-        monitor.Timers().ScheduleUplinkTimer(1, "hynic0", 0x80, Ms(0));
-        At(1000);
-      },
-      "Received timeout event for unknown state: 80\n");
-  EXPECT_DEATH(
-      {
-        monitor.Timers().ScheduleUplinkTimer(60, "hynic0", 0x80, Ms(0));
-        monitor.UplinkWatchdogTimeout("hynic0", Ms(0));
-        At(7000);
-      },
-      "Unknown state: c0\n");
+  monitor.Timers().ScheduleUplinkTimer(60, "hynic0", 0x80, Ms(0));
+  EXPECT_DEATH(At(60'000), "Received timeout event for unknown state: 80\n");
+  monitor.UplinkWatchdogTimeout("hynic0", Ms(0));
+  EXPECT_DEATH(At(7000), "Unknown state: c0\n");
 }
 
 }  // namespace
