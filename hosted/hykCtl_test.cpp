@@ -6,6 +6,8 @@
 #include "hosted/hostTree.h"
 #include "hosted/testSupport.h"
 #include "platform/hostMgmt.h"
+#include "platform/hostMgmtNetwork.h"
+#include "platform/hykCtlAdv.h"
 #include "platform/hykCtlStorage.h"
 #include "platform/hykCtlUtil.h"
 
@@ -76,6 +78,62 @@ TEST_F(HykCtlTest, FileSystemsHaveALabelAndAUuid) {
   EXPECT_EQ(all[1].GetLabel(), "datastore1");
   Put("storage/filesystems/5f1a-22", "two\nlines");
   EXPECT_THROW(HykCtl::Storage::StorageInfoImpl().GetFileSystems(), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, OptionsAreUnsignedAnd32BitsWide) {
+  const HykCtl::Adv::AdvancedIntegerOptionImpl option({"Net"}, "LinkFlappingThreshold");
+  EXPECT_EQ(option.GetValue(), 0u);
+  Put("sysinfo/config/intOpts/Net/LinkFlappingThreshold", "4294967295\n");
+  EXPECT_EQ(option.GetValue(), 4294967295u);
+  for (const char *bad : {"4294967296", "-1", "many"}) {
+    Put("sysinfo/config/intOpts/Net/LinkFlappingThreshold", bad);
+    EXPECT_THROW(static_cast<void>(option.GetValue()), HostMgmtException) << bad;
+  }
+}
+
+TEST_F(HykCtlTest, TheGroupOfAVirtualMachineHasItsDisplayName) {
+  HsiVmmGroupInfo info{};
+  const auto read = [&info](int64_t id, size_t size = sizeof info) {
+    Sysinfo("vm/vmmGroupInfo").AddInstancePath(id).Get(&info, size);
+  };
+  EXPECT_THROW(read(77), HostMgmtException);
+  Put("sysinfo/vm/vmmGroupInfo/77", "web server\n");
+  read(77);
+  EXPECT_EQ(info.groupId, 77u);
+  EXPECT_STREQ(info.displayName, "web server");
+  EXPECT_THROW(read(77, 3395), HostMgmtException);
+  Put("sysinfo/vm/vmmGroupInfo/77", std::string(3391, 'n'));
+  read(77);
+  EXPECT_EQ(std::string(info.displayName), std::string(3391, 'n'));
+  Put("sysinfo/vm/vmmGroupInfo/77", std::string(3392, 'n'));
+  EXPECT_THROW(read(77), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, FindsPortGroupsAndPortsOfSwitches) {
+  using HostMgmt::Network::NetworkFactory;
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName("pg/1"), HostMgmtException);
+  Put("net/portgroups/pg%2F1", "vSwitch0\n");
+  EXPECT_EQ(NetworkFactory::GetPortGroupByName("pg/1")->GetVirtualSwitchName(), "vSwitch0");
+  Put("net/portgroups/pg%2F1", "two\nlines");
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName("pg/1"), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName(""), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName(".."), HostMgmtException);
+
+  Put("net/dvports/dvs/17", "whatever\nstands here");
+  const auto port = NetworkFactory::GetDVPort("dvs", "17");
+  EXPECT_TRUE(port->Exists());
+  std::filesystem::remove(HostTreePath("net/dvports/dvs/17"));
+  EXPECT_FALSE(port->Exists());
+  EXPECT_THROW(NetworkFactory::GetDVPort("dvs", "17"), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetDVPort("dvs", ""), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetDVPort("dvs", std::string(300, 'p')), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, AFlappingLinkIsTakenDown) {
+  std::filesystem::remove(RootPath(kActionsLog));
+  Sysinfo("net/pNics/linkFlapping").AddInstancePath("hynic0").AddInput(1).Set();
+  EXPECT_TRUE(testing_support::ReadFile(RootPath(kActionsLog)).ends_with("\tnet/pNics/linkFlapping\thynic0\t1\n"));
+  EXPECT_THROW(Sysinfo("net/pNics/linkFlapping").AddInstancePath("hynic0").Get(nullptr, 0), HostMgmtException);
 }
 
 }  // namespace

@@ -14,7 +14,9 @@ namespace {
 
 constexpr auto kNodes = std::to_array<SysinfoNode>({
     {"config/intOpts", GetIntOption, SetIntOption},
+    {"net/pNics/linkFlapping", nullptr, RecordSet},
     {"system/systemUuid", GetSystemUuid, nullptr},
+    {"vm/vmmGroupInfo", GetVmmGroupInfo, nullptr},
 });
 
 /// The platform's own statuses hold an errno value in their lower half.

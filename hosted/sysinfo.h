@@ -36,6 +36,7 @@ int PutInteger(int64_t value, void *output, size_t size);
 int RecordSet(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values);
 int GetIntOption(const HSI_ParamList *instance, void *output, size_t size);
 int SetIntOption(const SysinfoNode &node, const HSI_ParamList *instance, const HSI_ParamList *values);
+int GetVmmGroupInfo(const HSI_ParamList *instance, void *output, size_t size);
 int GetSystemUuid(const HSI_ParamList *instance, void *output, size_t size);
 
 }  // namespace hosted

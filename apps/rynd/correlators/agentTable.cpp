@@ -6,11 +6,13 @@ namespace rynd {
 
 std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
+      RyndNetCorrelator,
       RyndApdCorrelator,
       RyndUserLevelCorrelator,
       RyndUserWorldCorrelator,
       RyndVmCorrelator,
       RyndGenericCorrelator,
+      RyndMigrateCorrelator,
       RyndFabraCorrelator,
   });
   return kAgents;

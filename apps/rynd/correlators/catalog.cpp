@@ -4,6 +4,8 @@
 #include <span>
 
 #include "correlators/correlators.h"
+#include "correlators/linkFlapping.h"
+#include "correlators/uplinkMonitor.h"
 
 namespace rynd {
 namespace {
@@ -12,8 +14,10 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows, UserWorldPostRows, VmPostRows};
-constexpr Messages kMessages[] = {UserLevelMessages, UserWorldMessages, GenericMessages};
+constexpr Rows kRows[] = {ApdPostRows, UserWorldPostRows,         VmPostRows,
+                          NetPostRows, NetFirewallConfigPostRows, NetFirewallPortPostRows};
+constexpr Messages kMessages[] = {UserLevelMessages, UserWorldMessages,    GenericMessages, NetMessages,
+                                  UplinkMessages,    LinkFlappingMessages, MigrateMessages};
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);
@@ -31,8 +35,8 @@ std::vector<CatalogMessage> MakeCatalog() {
     for (const EventMessage &message : messages()) all.push_back(ToCatalog(message));
   }
   std::ranges::stable_sort(all, {}, &CatalogMessage::name);
-  const auto repeated = std::ranges::unique(all, {}, &CatalogMessage::name);
-  all.erase(repeated.begin(), repeated.end());
+  const auto haveOneName = [](const CatalogMessage &a, const CatalogMessage &b) { return a.name == b.name; };
+  all.erase(std::unique(all.begin(), all.end(), haveOneName), all.end());
   return all;
 }
 

@@ -15,6 +15,17 @@ void RyndApdCorrelator();
 HandlerTable ApdHandlers();
 std::span<const PostRow> ApdPostRows();
 
+void RyndNetCorrelator();
+HandlerTable NetHandlers();
+std::span<const PostRow> NetPostRows();
+std::span<const PostRow> NetFirewallConfigPostRows();
+std::span<const PostRow> NetFirewallPortPostRows();
+std::span<const EventMessage> NetMessages();
+
+void RyndMigrateCorrelator();
+HandlerTable MigrateHandlers();
+std::span<const EventMessage> MigrateMessages();
+
 void RyndFabraCorrelator();
 
 void RyndUserLevelCorrelator();

@@ -16,6 +16,13 @@ struct HSI_ParamList;
 constexpr size_t kHsiBuildDateSize = 21;   ///< "Mmm dd yyyy hh:mm:ss" with its NUL
 constexpr size_t kHsiSystemUuidSize = 54;  ///< system/systemUuid: 16 binary bytes, then 38 of NUL-padded text
 
+/// The reply of vm/vmmGroupInfo, whose instance is the group's id.
+struct HsiVmmGroupInfo {
+  uint32_t groupId;
+  char displayName[3392];  ///< of the virtual machine, NUL-padded, at least one NUL
+};
+static_assert(sizeof(HsiVmmGroupInfo) == 3396);
+
 /// Compare the running kernel's build with this program's. `kernelDate` (of `size` bytes) receives the kernel's build
 /// date, `*ownDate` this program's (static text). 0 when they match.
 int HSI_CheckSig(char *kernelDate, size_t size, const char **ownDate);
