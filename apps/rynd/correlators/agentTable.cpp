@@ -6,8 +6,18 @@ namespace rynd {
 
 std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
+      RyndScsiCorrelator,
+      RyndPsaStorCorrelator,
       RyndApdCorrelator,
+      RyndIscsiCorrelator,
+      RyndHyfsCorrelator,
+      RyndSwapCorrelator,
+      RyndVelfsCorrelator,
+      RyndVfatCorrelator,
+      RyndVscsiCorrelator,
       RyndFabraCorrelator,
+      RyndKvolCorrelator,
+      RyndBootDeviceCorrelator,
   });
   return kAgents;
 }

@@ -13,8 +13,11 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows};
-constexpr std::array<Messages, 0> kMessages = {};
+constexpr Rows kRows[] = {ScsiPostRows, PsaStorPostRows, ApdPostRows,  IscsiPostRows,
+                          HyfsPostRows, VscsiPostRows,   KvolPostRows, BootDevicePostRows};
+constexpr auto kMessages =
+    std::to_array<Messages>({StoragePathMessages, ScsiMessages, PsaStorMessages, IscsiMessages, HyfsMessages,
+                             SwapMessages, VelfsMessages, VfatMessages, VscsiMessages});
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);
