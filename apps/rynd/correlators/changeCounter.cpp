@@ -20,7 +20,7 @@ bool ChangeCounter::Count(std::string_view path, Change change, int64_t now) {
     resetS_ = now;
   }
   Enter(path, change);
-  // Kept: swept behind the change, not before it, so that the change that comes with a sweep is lost.
+  // Kept: swept behind the change, not before it: a tenth change alarms after any pause, a count below is lost.
   if (now - sweepS_ > kSweepS) {
     counts_.ForEach([](uint32_t &count) {
       if (count < kAlarmCount) count = 0;
