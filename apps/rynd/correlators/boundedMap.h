@@ -12,9 +12,10 @@
 
 namespace rynd {
 
-/// Far more than any host has of devices, paths or files that are reported at once.
-constexpr size_t kMostMapEntries = 65'536;
-constexpr size_t kMostMapKeyBytes = size_t{16} << 20;
+/// Several times what the largest hosts have of devices, paths or files that are reported at once. A full table takes
+/// less than 8 MiB.
+constexpr size_t kMostMapEntries = 16'384;
+constexpr size_t kMostMapKeyBytes = size_t{4} << 20;
 
 /// Holds at most `kMostEntries` entries, and `kMostKeyBytes` bytes of keys unless a single key is longer.
 template <typename Value, size_t kMostEntries = kMostMapEntries, size_t kMostKeyBytes = kMostMapKeyBytes>
