@@ -38,8 +38,9 @@ TEST(ChangeCounter, StartsAgainAfterMoreThan600Seconds) {
 
 TEST(ChangeCounter, SweepsCountsBelowTenAfterMoreThan60Seconds) {
   ChangeCounter counter;
-  EXPECT_EQ(Alarms(&counter, 10, kNow), 0);      // 9
-  EXPECT_EQ(Alarms(&counter, 1, kNow + 60), 1);  // not swept at exactly 60
+  EXPECT_EQ(Alarms(&counter, 9, kNow), 0);       // 8
+  EXPECT_EQ(Alarms(&counter, 1, kNow + 60), 0);  // 9: not swept at exactly 60
+  EXPECT_EQ(Alarms(&counter, 1, kNow + 60), 1);
   ChangeCounter eight;
   EXPECT_EQ(Alarms(&eight, 9, kNow), 0);       // 8
   EXPECT_EQ(Alarms(&eight, 1, kNow + 61), 0);  // 9, swept

@@ -120,6 +120,8 @@ TEST(VfatCorrelator, ReportsEachFileSystemOnceAndKnowsTheScratchPartition) {
   std::filesystem::create_symlink("bare", scratch);
   EXPECT_TRUE(full(Str("bare"))[0].starts_with("amb.problem.vfat.filesystem.full.scratch "));
   std::filesystem::remove(scratch);
+  EXPECT_TRUE(full(Str("scratch"))[0].starts_with("amb.problem.vfat.filesystem.full.scratch "))
+      << "no link: its own name";
   EXPECT_TRUE(full(Str("bare2"))[0].starts_with("amb.problem.vfat.filesystem.full.other "));
   EXPECT_TRUE(full(NullStr())[0].ends_with("(UUID (null)) is full."));
   EXPECT_EQ(full(Str("")), Events{}) << "a null string and an empty one are one key";

@@ -63,7 +63,8 @@ TEST(StorageRows, PostTheirOwnEventWithAllArgumentsOrNone) {
       const Events events = EventsOf(correlator.handlers, row.id, arguments);
       ASSERT_EQ(events.size(), 1u) << row.id;
       const std::string format = row.message.format + kEventMarker.size();
-      EXPECT_TRUE(events[0].starts_with(format.substr(0, format.find(')')) + " ")) << events[0];
+      const std::string name = format.substr(0, format.find(')'));
+      EXPECT_TRUE(events[0].starts_with(name + " ") && name.ends_with(row.id + 4)) << row.id << ": " << events[0];
       EXPECT_TRUE(ShowsSample(row, events[0])) << events[0];
       log.Messages();  // makes room in its socket
       if (arguments.empty()) continue;
