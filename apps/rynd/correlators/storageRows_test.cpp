@@ -198,12 +198,12 @@ TEST(ScsiCorrelator, SharesNoStateWithTheOtherStack) {
   EXPECT_EQ(times(9, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", {Str("shared"), Str("on")}), 0u);
   EXPECT_EQ(times(9, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.standby", {Str("shared"), Str("on")}), 0u);
   EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.add", {Str("shared")}), 1u);
-  times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")});
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")}), 0u);
   EXPECT_EQ(times(9, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", {Str("shared"), Str("on")}), 0u);
   // What one reported down the other does not report as restored.
   const Arguments lost = {Str("shared"), Str("on"), Str("naa.7")};
   const Arguments restored = {Str("shared"), Str("dead")};
-  times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")});
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")}), 0u);
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.deadver2", lost), 1u);
   EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.on", restored), 0u);
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", restored), 1u);
