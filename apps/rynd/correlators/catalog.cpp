@@ -1,6 +1,7 @@
 #include "correlators/catalog.h"
 
 #include <algorithm>
+#include <array>
 #include <span>
 
 #include "correlators/correlators.h"
@@ -14,10 +15,39 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows, UserWorldPostRows,         VmPostRows,
-                          NetPostRows, NetFirewallConfigPostRows, NetFirewallPortPostRows};
-constexpr Messages kMessages[] = {UserLevelMessages, UserWorldMessages,    GenericMessages, NetMessages,
-                                  UplinkMessages,    LinkFlappingMessages, MigrateMessages};
+constexpr auto kRows = std::to_array<Rows>({
+    NetPostRows,
+    NetFirewallConfigPostRows,
+    NetFirewallPortPostRows,
+    ScsiPostRows,
+    PsaStorPostRows,
+    ApdPostRows,
+    IscsiPostRows,
+    HyfsPostRows,
+    UserWorldPostRows,
+    VmPostRows,
+    VscsiPostRows,
+    KvolPostRows,
+    BootDevicePostRows,
+});
+constexpr auto kMessages = std::to_array<Messages>({
+    NetMessages,
+    UplinkMessages,
+    LinkFlappingMessages,
+    ScsiMessages,
+    StoragePathMessages,
+    PsaStorMessages,
+    IscsiMessages,
+    HyfsMessages,
+    UserLevelMessages,
+    UserWorldMessages,
+    SwapMessages,
+    GenericMessages,
+    MigrateMessages,
+    VelfsMessages,
+    VfatMessages,
+    VscsiMessages,
+});
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);

@@ -11,10 +11,6 @@
 
 namespace rynd {
 
-void RyndApdCorrelator();
-HandlerTable ApdHandlers();
-std::span<const PostRow> ApdPostRows();
-
 void RyndNetCorrelator();
 HandlerTable NetHandlers();
 std::span<const PostRow> NetPostRows();
@@ -22,11 +18,32 @@ std::span<const PostRow> NetFirewallConfigPostRows();
 std::span<const PostRow> NetFirewallPortPostRows();
 std::span<const EventMessage> NetMessages();
 
-void RyndMigrateCorrelator();
-HandlerTable MigrateHandlers();
-std::span<const EventMessage> MigrateMessages();
+void RyndScsiCorrelator();
+HandlerTable ScsiHandlers();
+std::span<const PostRow> ScsiPostRows();
+std::span<const EventMessage> ScsiMessages();
 
-void RyndFabraCorrelator();
+void RyndPsaStorCorrelator();
+HandlerTable PsaStorHandlers();
+std::span<const PostRow> PsaStorPostRows();
+std::span<const EventMessage> PsaStorMessages();
+
+/// What the SCSI and the pluggable storage correlators both post.
+std::span<const EventMessage> StoragePathMessages();
+
+void RyndApdCorrelator();
+HandlerTable ApdHandlers();
+std::span<const PostRow> ApdPostRows();
+
+void RyndIscsiCorrelator();
+HandlerTable IscsiHandlers();
+std::span<const PostRow> IscsiPostRows();
+std::span<const EventMessage> IscsiMessages();
+
+void RyndHyfsCorrelator();
+HandlerTable HyfsHandlers();
+std::span<const PostRow> HyfsPostRows();
+std::span<const EventMessage> HyfsMessages();
 
 void RyndUserLevelCorrelator();
 HandlerTable UserLevelHandlers();
@@ -37,6 +54,10 @@ HandlerTable UserWorldHandlers();
 std::span<const PostRow> UserWorldPostRows();
 std::span<const EventMessage> UserWorldMessages();
 
+void RyndSwapCorrelator();
+HandlerTable SwapHandlers();
+std::span<const EventMessage> SwapMessages();
+
 void RyndVmCorrelator();
 HandlerTable VmHandlers();
 std::span<const PostRow> VmPostRows();
@@ -44,6 +65,35 @@ std::span<const PostRow> VmPostRows();
 void RyndGenericCorrelator();
 HandlerTable GenericHandlers();
 std::span<const EventMessage> GenericMessages();
+
+void RyndMigrateCorrelator();
+HandlerTable MigrateHandlers();
+std::span<const EventMessage> MigrateMessages();
+
+void RyndVelfsCorrelator();
+HandlerTable VelfsHandlers();
+/// Reports what velfs has no handler for.
+Handler VelfsDefaultHandler();
+std::span<const EventMessage> VelfsMessages();
+
+void RyndVfatCorrelator();
+HandlerTable VfatHandlers();
+std::span<const EventMessage> VfatMessages();
+
+void RyndVscsiCorrelator();
+HandlerTable VscsiHandlers();
+std::span<const PostRow> VscsiPostRows();
+std::span<const EventMessage> VscsiMessages();
+
+void RyndFabraCorrelator();
+
+void RyndKvolCorrelator();
+HandlerTable KvolHandlers();
+std::span<const PostRow> KvolPostRows();
+
+void RyndBootDeviceCorrelator();
+HandlerTable BootDeviceHandlers();
+std::span<const PostRow> BootDevicePostRows();
 
 /// The agents in the order in which they start.
 std::span<const AgentFunction> AgentTable();

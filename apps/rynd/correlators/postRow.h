@@ -92,6 +92,13 @@ consteval bool UniqueIds(const std::array<PostRow, kSize> &rows) {
   return true;
 }
 
+/// The rows of several tables in one.
+template <typename... Tables>
+consteval auto JoinRows(const Tables &...tables) {
+  return std::apply([](const auto &...row) { return std::array<PostRow, sizeof...(row)>{row...}; },
+                    std::tuple_cat(tables...));
+}
+
 namespace post_row {
 
 /// How reading the arguments went: 0, or the status of `field`, the first that can't be read (0 for an extraction).
