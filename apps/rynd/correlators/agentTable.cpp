@@ -7,7 +7,11 @@ namespace rynd {
 std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
       RyndApdCorrelator,
+      RyndHwCorrelator,
+      RyndMemtierCorrelator,
+      RyndSchedCorrelator,
       RyndFabraCorrelator,
+      RyndHcmCorrelator,
   });
   return kAgents;
 }

@@ -15,7 +15,36 @@ void RyndApdCorrelator();
 HandlerTable ApdHandlers();
 std::span<const PostRow> ApdPostRows();
 
+void RyndHwCorrelator();
+HandlerTable HardwareHandlers();
+std::span<const PostRow> HardwarePostRows();
+
+void RyndCpuCorrelator();
+HandlerTable CpuHandlers();
+std::span<const PostRow> CpuPostRows();
+std::span<const EventMessage> CpuMessages();
+
+void RyndMemtierCorrelator();
+HandlerTable MemtierHandlers();
+std::span<const PostRow> MemtierPostRows();
+
+void RyndPageRetireCorrelator();
+HandlerTable PageRetireHandlers();
+std::span<const EventMessage> PageRetireMessages();
+
+void RyndClockCorrelator();
+HandlerTable ClockHandlers();
+std::span<const PostRow> ClockPostRows();
+
+void RyndSchedCorrelator();
+HandlerTable SchedHandlers();
+std::span<const PostRow> SchedPostRows();
+
 void RyndFabraCorrelator();
+
+void RyndHcmCorrelator();
+HandlerTable HcmHandlers();
+std::span<const PostRow> HcmPostRows();
 
 /// The agents in the order in which they start.
 std::span<const AgentFunction> AgentTable();
