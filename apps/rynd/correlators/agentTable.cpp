@@ -9,6 +9,7 @@ std::span<const AgentFunction> AgentTable() {
       RyndApdCorrelator,
       RyndHwCorrelator,
       RyndMemtierCorrelator,
+      RyndClockCorrelator,
       RyndSchedCorrelator,
       RyndFabraCorrelator,
       RyndHcmCorrelator,

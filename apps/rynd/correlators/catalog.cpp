@@ -13,7 +13,7 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows, HardwarePostRows, MemtierPostRows, SchedPostRows, HcmPostRows};
+constexpr Rows kRows[] = {ApdPostRows, HardwarePostRows, MemtierPostRows, ClockPostRows, SchedPostRows, HcmPostRows};
 constexpr std::array<Messages, 0> kMessages = {};
 
 CatalogMessage ToCatalog(const EventMessage &message) {

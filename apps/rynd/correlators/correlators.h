@@ -34,6 +34,8 @@ std::span<const EventMessage> PageRetireMessages();
 
 void RyndClockCorrelator();
 HandlerTable ClockHandlers();
+void LogNoClockCorrelator(Observation *observation);  ///< its default handler
+void ReadClockReportInterval();                       ///< part of its start
 std::span<const PostRow> ClockPostRows();
 
 void RyndSchedCorrelator();
