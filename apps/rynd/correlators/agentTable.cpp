@@ -8,6 +8,7 @@ std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
       RyndApdCorrelator,
       RyndHwCorrelator,
+      RyndCpuCorrelator,
       RyndMemtierCorrelator,
       RyndClockCorrelator,
       RyndSchedCorrelator,

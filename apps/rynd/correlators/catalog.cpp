@@ -13,8 +13,9 @@ using Rows = std::span<const PostRow> (*)();
 using Messages = std::span<const EventMessage> (*)();
 
 /// The rows of all correlators, and the messages of their other handlers.
-constexpr Rows kRows[] = {ApdPostRows, HardwarePostRows, MemtierPostRows, ClockPostRows, SchedPostRows, HcmPostRows};
-constexpr std::array<Messages, 0> kMessages = {};
+constexpr Rows kRows[] = {ApdPostRows,   HardwarePostRows, CpuPostRows, MemtierPostRows,
+                          ClockPostRows, SchedPostRows,    HcmPostRows};
+constexpr auto kMessages = std::to_array<Messages>({CpuMessages});
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);
