@@ -10,6 +10,7 @@ std::span<const AgentFunction> AgentTable() {
       RyndHwCorrelator,
       RyndCpuCorrelator,
       RyndMemtierCorrelator,
+      RyndPageRetireCorrelator,
       RyndClockCorrelator,
       RyndSchedCorrelator,
       RyndFabraCorrelator,

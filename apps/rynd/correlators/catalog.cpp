@@ -15,7 +15,7 @@ using Messages = std::span<const EventMessage> (*)();
 /// The rows of all correlators, and the messages of their other handlers.
 constexpr Rows kRows[] = {ApdPostRows,   HardwarePostRows, CpuPostRows, MemtierPostRows,
                           ClockPostRows, SchedPostRows,    HcmPostRows};
-constexpr auto kMessages = std::to_array<Messages>({CpuMessages});
+constexpr auto kMessages = std::to_array<Messages>({CpuMessages, PageRetireMessages});
 
 CatalogMessage ToCatalog(const EventMessage &message) {
   const std::string_view text(message.format);
