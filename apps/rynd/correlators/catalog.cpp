@@ -33,8 +33,8 @@ std::vector<CatalogMessage> MakeCatalog() {
     for (const EventMessage &message : messages()) all.push_back(ToCatalog(message));
   }
   std::ranges::stable_sort(all, {}, &CatalogMessage::name);
-  const auto repeated = std::ranges::unique(all, {}, &CatalogMessage::name);
-  all.erase(repeated.begin(), repeated.end());
+  const auto haveOneName = [](const CatalogMessage &a, const CatalogMessage &b) { return a.name == b.name; };
+  all.erase(std::unique(all.begin(), all.end(), haveOneName), all.end());
   return all;
 }
 
