@@ -136,7 +136,7 @@ TEST(PageStates, AskForRetirementUntilTheKernelHasThePage) {
   EXPECT_EQ(states.Judge(0, NoItIsNot), PageAction::kNone);  // page 0 is never retired
   EXPECT_EQ(states.StateOf(0), 1u);
   EXPECT_EQ(asked, 3);
-  for (const uint64_t page : {0, 7}) {
+  for (const uint64_t page : {0u, 7u}) {
     states.SetState(page, UINT32_MAX - 1);
     EXPECT_EQ(states.Judge(page, YesItIs), PageAction::kNone);
     EXPECT_EQ(states.Judge(page, YesItIs), PageAction::kReport);
