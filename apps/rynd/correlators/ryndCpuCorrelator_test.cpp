@@ -317,11 +317,6 @@ TEST_F(CpuCorrelator, TimersAndHandlersKeepOutOfEachOthersWay) {
 TEST_F(CpuCorrelator, PostsWhatIsWrongWithTheProcessors) {
   const HandlerTable handlers = CpuHandlers();
   EXPECT_EQ(handlers.Size(), 11u);
-  EXPECT_EQ(EventsOf(handlers, "ryn.cpu.mce.invalid", {}),
-            Events{"amb.problem.cpu.mce.invalid MCE monitoring will be disabled as an unsupported CPU was detected. "
-                   "Please consult the AMB HCL for information on supported hardware."});
-  EXPECT_EQ(EventsOf(handlers, "ryn.cpu.amd.mce.dram.disabled", {}),
-            Events{"amb.problem.cpu.amd.mce.dram.disabled DRAM ECC not enabled. Please enable it in BIOS."});
   EXPECT_EQ(EventsOf(handlers, "ryn.cpu.intel.ioapic.listing.error", {}),
             Events{"amb.problem.cpu.intel.ioapic.listing.error Not all IO-APICs are listed in the DMAR. Not enabling "
                    "interrupt remapping on this platform. "});
@@ -331,11 +326,8 @@ TEST_F(CpuCorrelator, PostsWhatIsWrongWithTheProcessors) {
   EXPECT_EQ(EventsOf(handlers, "ryn.cpu.smp.ht.partner.missing", {Int(3), Long(8)}),
             Events{"amb.problem.cpu.smp.ht.partner.missing Disabling HyperThreading due to invalid configuration: HT "
                    "partner 3 is missing from PCPU 8."});
-  EXPECT_EQ(EventsOf(handlers, "ryn.cpu.smp.ht.numpcpus.max", {Int(3), Int(-1)}),
-            Events{"amb.problem.cpu.smp.ht.numpcpus.max Found 3 PCPUs, but only using -1 of them due to specified "
-                   "limit."});
-  for (const char *id : {"ryn.cpu.smp.ht.invalid", "ryn.cpu.smp.ht.numpcpus.max", "ryn.cpu.mce.log4",
-                         "ryn.cpu.mem.ce.log", "ryn.cpu.mcax.log", "ryn.cpu.nmi.ipi2.log", "ryn.cpu.nmi.ipi2.savebt"}) {
+  for (const char *id : {"ryn.cpu.smp.ht.invalid", "ryn.cpu.mce.log4", "ryn.cpu.mem.ce.log", "ryn.cpu.mcax.log",
+                         "ryn.cpu.nmi.ipi2.log", "ryn.cpu.nmi.ipi2.savebt"}) {
     EXPECT_EQ(EventsOf(handlers, id, {}), Events{}) << id;
     EXPECT_EQ(EventsOf(handlers, id, Arguments(11, Str("x"))), Events{}) << id;
     const Arguments eleven(11, Long(1));
