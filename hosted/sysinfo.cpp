@@ -8,6 +8,7 @@
 #include <new>
 
 #include "hosted/actionsLog.h"
+#include "hosted/hostNodes.h"
 
 namespace hosted {
 namespace {
@@ -17,6 +18,14 @@ constexpr auto kNodes = std::to_array<SysinfoNode>({
     {"net/pNics/linkFlapping", nullptr, RecordSet},
     {"system/systemUuid", GetSystemUuid, nullptr},
     {"vm/vmmGroupInfo", GetVmmGroupInfo, nullptr},
+    {"system/ntpclock/rynReportInterval", GetClockReportInterval, nullptr},
+    {"system/pageRetire/threshold", GetRetireThreshold, nullptr},
+    {"system/pageRetire/MPNStatus", GetPageStatus, nullptr},
+    {"system/pageRetire/retireMPNs", nullptr, RecordSet},
+    {"hardware/cpu/cpuInfo", GetCpuInfo, nullptr},
+    {"hardware/cpu/cpuList", GetCpuList, nullptr},
+    {"sched/offline/enabled", GetOfflineEnabled, nullptr},
+    {"sched/pcpus/offline", nullptr, RecordSet},
 });
 
 /// The platform's own statuses hold an errno value in their lower half.

@@ -6,23 +6,12 @@ namespace rynd {
 
 std::span<const AgentFunction> AgentTable() {
   static constexpr auto kAgents = std::to_array<AgentFunction>({
-      RyndNetCorrelator,
-      RyndScsiCorrelator,
-      RyndPsaStorCorrelator,
-      RyndApdCorrelator,
-      RyndIscsiCorrelator,
-      RyndHyfsCorrelator,
-      RyndUserLevelCorrelator,
-      RyndUserWorldCorrelator,
-      RyndSwapCorrelator,
-      RyndVmCorrelator,
-      RyndGenericCorrelator,
-      RyndMigrateCorrelator,
-      RyndVelfsCorrelator,
-      RyndVfatCorrelator,
-      RyndVscsiCorrelator,
-      RyndFabraCorrelator,
-      RyndKvolCorrelator,
+      RyndNetCorrelator,        RyndScsiCorrelator,      RyndPsaStorCorrelator,   RyndApdCorrelator,
+      RyndIscsiCorrelator,      RyndHyfsCorrelator,      RyndUserLevelCorrelator, RyndHwCorrelator,
+      RyndCpuCorrelator,        RyndUserWorldCorrelator, RyndSwapCorrelator,      RyndMemtierCorrelator,
+      RyndVmCorrelator,         RyndGenericCorrelator,   RyndMigrateCorrelator,   RyndPageRetireCorrelator,
+      RyndVelfsCorrelator,      RyndVfatCorrelator,      RyndClockCorrelator,     RyndSchedCorrelator,
+      RyndVscsiCorrelator,      RyndFabraCorrelator,     RyndHcmCorrelator,       RyndKvolCorrelator,
       RyndBootDeviceCorrelator,
   });
   return kAgents;

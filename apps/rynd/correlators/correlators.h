@@ -49,6 +49,15 @@ void RyndUserLevelCorrelator();
 HandlerTable UserLevelHandlers();
 std::span<const EventMessage> UserLevelMessages();
 
+void RyndHwCorrelator();
+HandlerTable HardwareHandlers();
+std::span<const PostRow> HardwarePostRows();
+
+void RyndCpuCorrelator();
+HandlerTable CpuHandlers();
+std::span<const PostRow> CpuPostRows();
+std::span<const EventMessage> CpuMessages();
+
 void RyndUserWorldCorrelator();
 HandlerTable UserWorldHandlers();
 std::span<const PostRow> UserWorldPostRows();
@@ -57,6 +66,10 @@ std::span<const EventMessage> UserWorldMessages();
 void RyndSwapCorrelator();
 HandlerTable SwapHandlers();
 std::span<const EventMessage> SwapMessages();
+
+void RyndMemtierCorrelator();
+HandlerTable MemtierHandlers();
+std::span<const PostRow> MemtierPostRows();
 
 void RyndVmCorrelator();
 HandlerTable VmHandlers();
@@ -70,6 +83,10 @@ void RyndMigrateCorrelator();
 HandlerTable MigrateHandlers();
 std::span<const EventMessage> MigrateMessages();
 
+void RyndPageRetireCorrelator();
+HandlerTable PageRetireHandlers();
+std::span<const EventMessage> PageRetireMessages();
+
 void RyndVelfsCorrelator();
 HandlerTable VelfsHandlers();
 /// Reports what velfs has no handler for.
@@ -80,12 +97,26 @@ void RyndVfatCorrelator();
 HandlerTable VfatHandlers();
 std::span<const EventMessage> VfatMessages();
 
+void RyndClockCorrelator();
+HandlerTable ClockHandlers();
+void LogNoClockCorrelator(Observation *observation);  ///< its default handler
+void ReadClockReportInterval();                       ///< part of its start
+std::span<const PostRow> ClockPostRows();
+
+void RyndSchedCorrelator();
+HandlerTable SchedHandlers();
+std::span<const PostRow> SchedPostRows();
+
 void RyndVscsiCorrelator();
 HandlerTable VscsiHandlers();
 std::span<const PostRow> VscsiPostRows();
 std::span<const EventMessage> VscsiMessages();
 
 void RyndFabraCorrelator();
+
+void RyndHcmCorrelator();
+HandlerTable HcmHandlers();
+std::span<const PostRow> HcmPostRows();
 
 void RyndKvolCorrelator();
 HandlerTable KvolHandlers();
