@@ -12,6 +12,7 @@
 #include "platform/hostMgmtStorage.h"
 #include "platform/hykCtlStorage.h"
 #include "platform/hykCtlSystem.h"
+#include "platform/ryn.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 #include "testing/testRoot.h"
@@ -135,14 +136,15 @@ TEST_P(StorageFaults, StopTheReportOfAPath) {
 
 TEST_P(StorageFaults, OnlyTheLibrarysOwnIsAFailedReconfiguration) {
   inLookUp = GetParam();
-  const auto events = [] {
-    return EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", {Str("/hyfs/volumes/ds1/swap")});
-  };
+  const char *const id = "ryn.swap.systemSwap.isPDL.removed";
+  const char *const path = "/hyfs/volumes/ds1/swap";
   if (GetParam() == Thrown::kForeign) {
-    EXPECT_THROW(events(), int);
+    Observation *observation = MakeObservation(id, {path});
+    EXPECT_THROW(SwapHandlers()[id](observation), int);
+    Ryn_Free(observation);
     return;
   }
-  EXPECT_EQ(events().size(), GetParam() == Thrown::kLibrary ? 1u : 0u);
+  EXPECT_EQ(EventsOf(SwapHandlers(), id, {Str(path)}).size(), GetParam() == Thrown::kLibrary ? 1u : 0u);
   EXPECT_EQ(log_.CountOf("the library's own"), GetParam() == Thrown::kLibrary ? 1u : 0u);
 }
 
