@@ -7,6 +7,7 @@
 #include "correlators/defaultHandlers.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
+#include "testing/sampleRows.h"
 
 namespace rynd {
 namespace {
@@ -23,39 +24,6 @@ std::vector<Correlator> Correlators() {
           {MemtierHandlers(), MemtierPostRows()},
           {HcmHandlers(), HcmPostRows()},
           {SchedHandlers(), SchedPostRows()}};
-}
-
-/// Arguments that tell each field of a row apart, and the way that an event shows them in their order.
-Arguments SampleOf(const PostRow &row) {
-  Arguments arguments;
-  for (size_t i = 0; i < post_row::Count(row.fields.types); ++i) {
-    switch (row.fields.types[i]) {
-      case ArgType::kStr:
-        arguments.push_back(Str("text" + std::to_string(i)));
-        break;
-      case ArgType::kLong:
-        arguments.push_back(Long((uint64_t{1} << 63) + i));
-        break;
-      default:
-        arguments.push_back(Int(static_cast<int64_t>(40 + i)));
-    }
-  }
-  return arguments;
-}
-
-/// True when the event shows what `SampleOf` gave, each in its turn.
-bool ShowsSample(const PostRow &row, const std::string &event) {
-  size_t at = 0;
-  for (size_t i = 0; i < post_row::Count(row.fields.types) && at != std::string::npos; ++i) {
-    const ArgType type = row.fields.types[i];
-    const bool hex = i == 0 && event.find("handle 0x") != std::string::npos;
-    const std::string number = hex ? "0x28" : std::to_string(40 + i);
-    at = event.find(type == ArgType::kStr    ? "text" + std::to_string(i)
-                    : type == ArgType::kLong ? std::to_string((uint64_t{1} << 63) + i)
-                                             : number,
-                    at);
-  }
-  return at != std::string::npos;
 }
 
 TEST(HostRows, PostEachRowWithItsArgumentsOrNothing) {
@@ -92,15 +60,9 @@ TEST(HardwareCorrelator, PostsTheWholeText) {
   EXPECT_EQ(EventsOf(HardwareHandlers(), "ryn.hardware.nvd.health.module.es.charged", {Int(1), Str("D")}),
             Events{"amb.clear.hardware.nvd.health.module.es.charged NVDIMM (handle 0x1, idString D): Energy Source is "
                    "sufficiently charged."});
-  EXPECT_EQ(EventsOf(HardwareHandlers(), "ryn.hardware.ipmi.bmc.bad", {Str("any"), Int(1)}),
-            Events{"amb.problem.hardware.ipmi.bmc.bad Failed to communicate with the BMC. IPMI functionality will be "
-                   "unavailable on this system."});
   EXPECT_EQ(EventsOf(HardwareHandlers(), "ryn.hardware.acpi.interrupt.routing.pin.invalid", {Int(-1)}),
             Events{"amb.problem.hardware.acpi.interrupt.routing.pin.invalid Skipping interrupt routing entry with bad "
                    "device pin: 4294967295. This is a BIOS bug."});
-  EXPECT_EQ(EventsOf(HardwareHandlers(), "ryn.hardware.ioapic.missing", {Int(-1)}),
-            Events{"amb.problem.hardware.ioapic.missing IOAPIC Num -1 is missing. Please check BIOS settings to enable "
-                   "this IOAPIC."});
 }
 
 TEST(HardwareCorrelator, KnowsCxlDeviceTypes) {

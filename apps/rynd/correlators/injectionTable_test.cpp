@@ -148,7 +148,7 @@ TEST_F(InjectionTableTest, TriesAgainWhatCouldNotBeFound) {
 
 TEST_F(InjectionTableTest, DecidesAsThePlainAlgorithmDoes) {
   size_t decided = 0, failed = 0;
-  for (unsigned seed = 0; seed < 30; ++seed) {
+  for (unsigned seed = 0; seed < 15; ++seed) {
     std::mt19937 random(seed);
     const auto below = [&random](unsigned end) { return static_cast<unsigned>(random() % end); };
     unknownMachines.clear();
@@ -179,8 +179,8 @@ TEST_F(InjectionTableTest, DecidesAsThePlainAlgorithmDoes) {
       }
     }
   }
-  EXPECT_GT(decided - failed, 300u);  // the run means something
-  EXPECT_GT(failed, 300u);
+  EXPECT_GT(decided - failed, 150u);  // the run means something
+  EXPECT_GT(failed, 150u);
 }
 
 TEST_F(InjectionTableTest, HoldsWhatAMinuteHolds) {

@@ -6,6 +6,7 @@
 #include "correlators/correlators.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
+#include "testing/sampleRows.h"
 #include "testing/testRoot.h"
 
 namespace rynd {
@@ -81,47 +82,35 @@ class ClockCorrelator : public testing::Test {
   }
 };
 
-TEST_F(ClockCorrelator, PostsTheWholeText) {
-  struct Row {
-    const char *id;
-    Arguments arguments;
-    const char *text;
-  };
-  const Row rows[] = {
-      {"parameter.set.rynReportInterval", {Int(3600)}, "setting system clock RYN report interval to 3600"},
-      {"correction.changed",
-       {Str("ntpd"), Int(1700000000), Int(12345)},
-       "ntpd changed system clock to 1700000000.000012345, lost synchronization to upstream time servers"},
-      {"correction.step.unsync",
-       {Int(1), Int(999999999)},
-       "system clock stepped to 1.999999999, lost sync to upstream time servers"},
-      {"correction.adjtime.sync", {}, "system clock synchronized to upstream time servers"},
-      {"correction.adjtime.unsync", {}, "system clock lost synchronization to upstream time servers"},
-      {"correction.adjtime.lostsync", {}, "system clock apparently no longer synchronized to upstream time servers"},
-      {"correction.delta.warning",
-       {Int(1), Int(2), Int(3), Int(4), Int(5), Int(6)},
-       "system clock stepped to 1.000000002, but delta 3 > 4 seconds, 5/6 large corrections"},
-      {"correction.delta.failed",
-       {Int(1), Int(2), Int(3), Int(4), Int(5)},
-       "system clock step to 1.000000002 failed, delta 3 > 4 seconds, number of large corrections > 5"},
-      {"correction.delta.allowed",
-       {Int(1), Int(2), Int(-3), Int(4)},
-       "system clock stepped to 1.000000002, but delta -3 > 4 seconds"},
-      {"state.reset", {}, "resetting system clock state"},
-      {"parameter.set.maxNegPhaseCorrection", {Int(7)}, "setting system clock parameter maxNegPhaseCorrection to 7"},
-      {"parameter.set.maxPosPhaseCorrection", {Int(7)}, "setting system clock parameter maxPosPhaseCorrection to 7"},
-      {"parameter.set.numLargeCorrections", {Int(7)}, "setting system clock parameter numLargeCorrections to 7"},
-      {"parameter.set.maxLargeCorrections", {Int(7)}, "setting system clock parameter maxLargeCorrections to 7"},
-  };
-  for (const Row &row : rows) {
-    if (!row.arguments.empty()) {
-      Arguments fewer = row.arguments;
-      fewer.pop_back();
-      EXPECT_EQ(Post(row.id, fewer), Events{}) << row.id;  // and it is not remembered
+TEST_F(ClockCorrelator, PostsEachRowOnceAnHour) {
+  StartWithInterval("3600");
+  ASSERT_EQ(ClockPostRows().size(), 14u);
+  for (const PostRow &row : ClockPostRows()) {
+    Arguments arguments = SampleOf(row);
+    if (std::string_view(row.id).ends_with("rynReportInterval")) arguments = {Int(4000)};
+    if (!arguments.empty()) {
+      const Arguments fewer(arguments.begin(), arguments.end() - 1);
+      EXPECT_EQ(EventsOf(ClockHandlers(), row.id, fewer), Events{}) << row.id;  // and it is not remembered
     }
-    EXPECT_EQ(Post(row.id, row.arguments), Events{std::string("amb.problem.clock.") + row.id + " " + row.text});
-    EXPECT_EQ(Post(row.id, row.arguments), Events{}) << row.id;
+    const Events events = EventsOf(ClockHandlers(), row.id, arguments);
+    ASSERT_EQ(events.size(), 1u) << row.id;
+    EXPECT_TRUE(events[0].starts_with(std::string("amb.problem.") + (row.id + 4) + " ")) << events[0];
+    EXPECT_TRUE(ShowsSample(row, events[0]) || arguments.size() == 1) << events[0];
+    EXPECT_EQ(EventsOf(ClockHandlers(), row.id, arguments), Events{}) << row.id;
   }
+}
+
+TEST_F(ClockCorrelator, PostsTheWholeText) {
+  StartWithInterval("-1");
+  EXPECT_EQ(Post("correction.changed", {Str("ntpd"), Int(1700000000), Int(12345)}),
+            Events{"amb.problem.clock.correction.changed ntpd changed system clock to 1700000000.000012345, lost "
+                   "synchronization to upstream time servers"});
+  EXPECT_EQ(Post("correction.changed", {NullStr(), Int(1), Int(2)}),
+            Events{"amb.problem.clock.correction.changed (null) changed system clock to 1.000000002, lost "
+                   "synchronization to upstream time servers"});
+  EXPECT_EQ(Post("correction.delta.warning", {Int(1), Int(999999999), Int(-3), Int(4), Int(5), Int(6)}),
+            Events{"amb.problem.clock.correction.delta.warning system clock stepped to 1.999999999, but delta -3 > 4 "
+                   "seconds, 5/6 large corrections"});
 }
 
 TEST_F(ClockCorrelator, MeasuresAnObservationAgainstTheIntervalBeforeIt) {
@@ -136,9 +125,6 @@ TEST_F(ClockCorrelator, MeasuresAnObservationAgainstTheIntervalBeforeIt) {
   EXPECT_EQ(reset(), 0u);
   StartWithInterval("0");
   EXPECT_EQ(reset(), 1u);
-  EXPECT_EQ(Post("correction.changed", {NullStr(), Int(1), Int(2)}),
-            Events{"amb.problem.clock.correction.changed (null) changed system clock to 1.000000002, lost "
-                   "synchronization to upstream time servers"});
 }
 
 TEST_F(ClockCorrelator, LogsWhatItDoesNotKnow) {
