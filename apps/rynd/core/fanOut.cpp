@@ -80,9 +80,11 @@ int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
 /// Write one sound record to every stream that wants it. 0 or the errno value of a failed write.
 int FanOutRecord(const std::byte *record, size_t length) REQUIRES(streamLock) {
   const char *id = RecordId(record);
-  for (ListLinks *links = StreamList()->next; links != StreamList(); links = links->next) {
+  const uint64_t key = IdKey(id);
+  const ListLinks *const end = StreamList();
+  for (ListLinks *links = end->next; links != end; links = links->next) {
     auto *stream = static_cast<Stream *>(links);
-    if (stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
+    if (!stream->filter.MayMatch(key) || stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
     const int status = WriteRecord(stream, record, length);
     if (status != 0 || StopRequested()) return status;
   }

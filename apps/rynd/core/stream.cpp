@@ -102,6 +102,7 @@ int StreamOpen(const char *name, const Subscription &subscription, Stream **stre
   if (MakePipe(&opened->readEnd, &opened->writeEnd) != 0) return 2;
   try {
     opened->name = name;
+    opened->filter = MakeIdFilter(subscription);
     opened->subscription = new Subscription(subscription);
   } catch (const std::bad_alloc &) {
     CloseEnd(&opened->readEnd);

@@ -1,6 +1,7 @@
 // The observation stream of one agent: a pipe of raw records from the poll loop's thread to the agent's.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -16,12 +17,15 @@ namespace rynd {
 
 /// One agent's stream. Links, subscription and write end: guarded by the stream lock. Read end and reassembly state:
 /// the agent's own thread.
-struct Stream : ListLinks {  // linked in order of registration
-  int readEnd = -1;
-  int writeEnd = -1;  ///< non-blocking: a full pipe is waited for where a stop is noticed
+struct Stream : ListLinks {           // linked in order of registration
+  IdFilter filter;                    ///< of the subscription
+  std::atomic<bool> closing = false;  ///< the agent reads no more; its pipe may be broken
+  int writeEnd = -1;                  ///< non-blocking: a full pipe is waited for where a stop is noticed
   Subscription *subscription = nullptr;
   std::string name;
-  std::atomic<bool> closing = false;  ///< the agent reads no more; its pipe may be broken
+  // The poll loop reads what is above for each record, the agent writes what is below: not in one cache line.
+  [[maybe_unused]] std::array<std::byte, 64> apart{};
+  int readEnd = -1;
 
   // Reassembly: `held` bytes of the record that `buffer` will hold, and how many are still `wanted` for this phase.
   std::unique_ptr<std::byte[]> buffer;

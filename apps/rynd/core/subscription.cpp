@@ -1,5 +1,7 @@
 #include "core/subscription.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -19,14 +21,41 @@ int Add(std::array<std::string, kMaxSubscriptions> *texts, size_t *count, std::s
   return 0;
 }
 
+constexpr std::string_view kIdStart = "ryn.";
+
+/// Up to eight bytes of `text` as they would stand in memory, and with them, in `*mask`, which bytes they are.
+uint64_t FirstBytes(std::string_view text, uint64_t *mask) {
+  uint64_t bytes = 0;
+  uint64_t given = 0;
+  const size_t count = std::min(text.size(), sizeof bytes);
+  std::memcpy(&bytes, text.data(), count);
+  std::memset(&given, 0xff, count);
+  *mask = given;
+  return bytes;
+}
+
 }  // namespace
+
+uint64_t IdKey(const char *id) {
+  if (std::strncmp(id, kIdStart.data(), kIdStart.size()) != 0) return 0;
+  const char *rest = id + kIdStart.size();
+  uint64_t mask = 0;
+  return FirstBytes({rest, strnlen(rest, sizeof mask)}, &mask);
+}
+
+IdFilter MakeIdFilter(const Subscription &subscription) {
+  IdFilter filter;
+  if (subscription.idCount > 0 || subscription.prefixCount != 1) return filter;
+  filter.key = FirstBytes((subscription.prefixes[0] + ".").substr(kIdStart.size()), &filter.mask);
+  return filter;
+}
 
 Subscription *SubscriptionCreate() {
   return new (std::nothrow) Subscription;
 }
 
 int SubscriptionAddPrefix(Subscription *subscription, const char *prefix) {
-  return Add(&subscription->prefixes, &subscription->prefixCount, "ryn.", prefix);
+  return Add(&subscription->prefixes, &subscription->prefixCount, kIdStart, prefix);
 }
 
 int SubscriptionAddId(Subscription *subscription, const char *id) {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace rynd {
@@ -16,6 +17,18 @@ struct Subscription {
   std::array<std::string, kMaxSubscriptions> ids;
   size_t idCount = 0;
 };
+
+/// The first bytes of an id behind "ryn.", up to eight; 0 for an id that does not begin so.
+uint64_t IdKey(const char *id);
+
+/// A quick no: which keys the ids of a subscription may have.
+struct IdFilter {
+  uint64_t mask = 0;  ///< 0: any
+  uint64_t key = 0;
+  bool MayMatch(uint64_t idKey) const { return (idKey & mask) == key; }
+};
+/// The filter that suits `subscription`.
+IdFilter MakeIdFilter(const Subscription &subscription);
 
 /// A new empty subscription, or null without memory. SubscriptionDestroy frees it.
 Subscription *SubscriptionCreate();
