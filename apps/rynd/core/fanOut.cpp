@@ -81,10 +81,8 @@ int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
 int FanOutRecord(const std::byte *record, size_t length) REQUIRES(streamLock) {
   const char *id = RecordId(record);
   const uint64_t key = IdKey(id);
-  const ListLinks *const end = StreamList();
-  for (ListLinks *links = end->next; links != end; links = links->next) {
-    auto *stream = static_cast<Stream *>(links);
-    if (!stream->filter.MayMatch(key) || stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
+  for (const auto &[filter, stream] : StreamRoutes()) {
+    if (!filter.MayMatch(key) || stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
     const int status = WriteRecord(stream, record, length);
     if (status != 0 || StopRequested()) return status;
   }

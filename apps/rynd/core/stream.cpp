@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <vector>
 
 #include "core/rawRecord.h"
 #include "platform/ryn.h"
@@ -82,6 +83,22 @@ int CloseEnd(int *fd) {
 }
 
 ListLinks streamList;
+std::vector<StreamRoute> &streamRoutes = *new std::vector<StreamRoute>;  // agents may outlive main()
+
+/// False without memory.
+bool AddRoute(const Subscription &subscription, Stream *stream) REQUIRES(streamLock) try {
+  streamRoutes.push_back({MakeIdFilter(subscription), stream});
+  return true;
+} catch (const std::bad_alloc &) {
+  return false;
+}
+
+/// Give back what a stream holds that was never registered.
+void Discard(Stream *stream) {
+  CloseEnd(&stream->readEnd);
+  CloseEnd(&stream->writeEnd);
+  SubscriptionDestroy(stream->subscription);
+}
 
 }  // namespace
 
@@ -89,10 +106,15 @@ ListLinks *StreamList() {
   return &streamList;
 }
 
+std::span<const StreamRoute> StreamRoutes() {
+  return streamRoutes;
+}
+
 int StreamListInit() {
   const int status = streamLock.Init();
   streamList.previous = &streamList;
   streamList.next = &streamList;
+  streamRoutes.clear();
   return status;
 }
 
@@ -102,17 +124,20 @@ int StreamOpen(const char *name, const Subscription &subscription, Stream **stre
   if (MakePipe(&opened->readEnd, &opened->writeEnd) != 0) return 2;
   try {
     opened->name = name;
-    opened->filter = MakeIdFilter(subscription);
     opened->subscription = new Subscription(subscription);
   } catch (const std::bad_alloc &) {
-    CloseEnd(&opened->readEnd);
-    CloseEnd(&opened->writeEnd);
+    Discard(opened.get());
+    return 1;
+  }
+  streamLock.Acquire();
+  const bool registered = AddRoute(subscription, opened.get());
+  if (registered) ListAppend(&streamList, opened.get());
+  streamLock.Release();
+  if (!registered) {
+    Discard(opened.get());
     return 1;
   }
   *stream = opened.release();
-  streamLock.Acquire();
-  ListAppend(&streamList, *stream);
-  streamLock.Release();
   return 0;
 }
 
@@ -149,6 +174,7 @@ int StreamClose(Stream *stream) {
   const int status = readStatus != 0 ? readStatus : CloseEnd(&stream->writeEnd);
   SubscriptionDestroy(stream->subscription);
   ListRemove(stream);
+  std::erase_if(streamRoutes, [stream](const StreamRoute &route) { return route.stream == stream; });
   streamLock.Release();
   delete stream;
   return status == 0 ? 0 : 2;
