@@ -62,6 +62,10 @@ TEST_F(ConfigStoreTest, KeepsWhatIsCommittedAndNothingElse) {
   // The whole object is replaced.
   EXPECT_EQ(Commit({{"c", "only"}}), 0);
   EXPECT_EQ(Value("a"), "(2)");
+  // The longest text that an observation carries, of bytes that take six each.
+  const std::string longest(131'071, '\x01');
+  EXPECT_EQ(Commit({{"a", longest}}), 0);
+  EXPECT_TRUE(Value("a") == longest);
 }
 
 TEST_F(ConfigStoreTest, RefusesBadAddressesAndBadFiles) {

@@ -18,7 +18,9 @@
 namespace hosted {
 namespace {
 
-constexpr size_t kMaxValue = 65'536;  // bytes; a longer file holds no value of the tree
+/// Bytes; a longer file holds no value of the tree. The longest text of an observation fits, as the configuration store
+/// writes it: up to six bytes for one.
+constexpr size_t kMaxValue = size_t{1} << 20;
 
 int ReadFailed(std::string_view path, int error, const char *reason) {
   Log("Cannot read %s: %s", HostTreePath(path).c_str(), reason);

@@ -59,7 +59,7 @@ TEST(HostTree, ReadsOneValueWithAtMostOneLineEnd) {
     EXPECT_EQ(ReadHostText("test/text", &text), EINVAL);
     EXPECT_TRUE(log.NextMessage().starts_with("Cannot read " + HostTreePath("test/text") + ": it holds "));
   }
-  Put("test/text", std::string(1'000'000, 'x'));
+  Put("test/text", std::string(2'000'000, 'x'));
   EXPECT_EQ(ReadHostText("test/text", &text), EFBIG);
   EXPECT_EQ(ReadHostText("test", &text), EISDIR);
   EXPECT_EQ(ReadHostText("test/text/below", &text), ENOTDIR);

@@ -4,10 +4,13 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <linux/sockios.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <time.h>
@@ -19,9 +22,9 @@ struct rynsubmit {
   sockaddr_un address;
   int timeoutMs;
   int fd;
-  uint64_t sequence;     ///< the last record's number; atomic
-  uint64_t connections;  ///< how often it has connected; atomic, raised under `reconnecting`
-  pthread_mutex_t reconnecting;
+  uint64_t sequence;  ///< the last record's number; atomic
+  uint64_t settled;   ///< how many connections the daemon has taken something from; atomic, raised under `settling`
+  pthread_mutex_t settling;
 };
 
 namespace {
@@ -34,6 +37,8 @@ constexpr size_t kArgumentHeaderSize = 8;
 constexpr int kSendBuffer = 2 * 128 * 1024;
 constexpr int kBacklogPauseMs = 10;
 constexpr int kPollSliceMs = 50;
+/// How long a daemon that has no room may take to close a connection.
+constexpr int kRefusalMs = 100;
 
 int64_t MillisecondsNow() {
   timespec now{};
@@ -86,29 +91,6 @@ int Connect(const sockaddr_un &address, const Deadline &deadline, int *out) {
   return 0;
 }
 
-/// Connect anew, unless another thread has done so since there were `seen` connections.
-int Reconnect(rynsubmit *connection, uint64_t seen, const Deadline &deadline) {
-  timespec end{};
-  clock_gettime(CLOCK_MONOTONIC, &end);
-  const int left = deadline.Left();
-  end.tv_sec += left / 1000 + 1;
-  const int locked = left < 0 ? pthread_mutex_lock(&connection->reconnecting)
-                              : pthread_mutex_clocklock(&connection->reconnecting, CLOCK_MONOTONIC, &end);
-  if (locked != 0) return locked;
-  int error = 0;
-  if (__atomic_load_n(&connection->connections, __ATOMIC_ACQUIRE) == seen) {
-    int fd = -1;
-    error = Connect(connection->address, deadline, &fd);
-    if (error == 0) {
-      if (dup3(fd, connection->fd, O_CLOEXEC) < 0) error = errno;
-      close(fd);
-      if (error == 0) __atomic_add_fetch(&connection->connections, 1, __ATOMIC_RELEASE);
-    }
-  }
-  pthread_mutex_unlock(&connection->reconnecting);
-  return error;
-}
-
 /// Send one packet. 0, or an errno value.
 int Send(int fd, const void *bytes, size_t size, const Deadline &deadline) {
   while (send(fd, bytes, size, MSG_NOSIGNAL) < 0) {
@@ -130,6 +112,85 @@ int Send(int fd, const void *bytes, size_t size, const Deadline &deadline) {
 
 bool IsGone(int error) {
   return error == EPIPE || error == ECONNRESET || error == ENOTCONN || error == ECONNREFUSED;
+}
+
+/// Wait until the daemon has read all that was sent on `fd`. 0, also when the deadline passes first; ECONNRESET when
+/// the daemon has hung up without.
+int WaitTaken(int fd, const Deadline &deadline) {
+  for (int sliceMs = 1;; sliceMs = sliceMs < kPollSliceMs ? 2 * sliceMs : kPollSliceMs) {
+    int unread = 0;
+    if (ioctl(fd, SIOCOUTQ, &unread) != 0) return 0;
+    const int left = deadline.Left();
+    const bool isLast = unread == 0 || left == 0;
+    // Asked last: a connection first hangs up, and then what is unread in it goes.
+    pollfd hungUp{fd, 0, 0};
+    if (poll(&hungUp, 1, isLast ? 0 : sliceMs) > 0) {
+      int error = 0;
+      socklen_t size = sizeof error;
+      getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+      return error == 0 ? 0 : ECONNRESET;
+    }
+    if (isLast) return 0;
+  }
+}
+
+/// Send the first packet of a connection, of a new one when this one `isGone`, and see that it is taken: while the
+/// daemon serves as many connections as it can, it accepts a further one only to close it, with what is in it. A new
+/// one takes the place of the old one once it is served. Under `settling`. 0 or an errno value.
+int SendFirst(rynsubmit *connection, bool isGone, const void *bytes, size_t size, const Deadline &deadline) {
+  for (bool isRefused = false;; isRefused = isGone, isGone = true) {
+    int left = deadline.Left();
+    if (isRefused) {
+      if (left == 0) return ETIMEDOUT;
+      Pause(left < 0 || left > kBacklogPauseMs ? kBacklogPauseMs : left);
+      left = deadline.Left();
+    }
+    int fd = connection->fd;
+    if (isGone) {
+      if (const int error = Connect(connection->address, deadline, &fd); error != 0) return error;
+    }
+    int error = Send(fd, bytes, size, deadline);
+    // Near the end of the wait a further refusal would come too late to be seen.
+    const bool isLate = isRefused && left >= 0 && left < kRefusalMs;
+    if (error == 0) error = WaitTaken(fd, isLate ? Deadline(kRefusalMs) : deadline);
+    if (error == 0 && (!isGone || dup3(fd, connection->fd, O_CLOEXEC) >= 0)) {
+      __atomic_add_fetch(&connection->settled, 1, __ATOMIC_RELEASE);
+    }
+    if (isGone) close(fd);
+    if (!IsGone(error)) return error;
+  }
+}
+
+/// A thread that holds `settling` waits no longer than its own deadline, which is about ours. 0 or an errno value.
+int LockSettling(rynsubmit *connection, const Deadline &deadline) {
+  const int left = deadline.Left();
+  if (left < 0) return pthread_mutex_lock(&connection->settling);
+  // Tried again and again, since thread checkers do not know the lock that is timed by the monotonic clock.
+  const Deadline patience(left > INT_MAX - 1000 ? left : left + 1000);
+  int error = 0;
+  while ((error = pthread_mutex_trylock(&connection->settling)) == EBUSY) {
+    if (patience.Left() == 0) return ETIMEDOUT;
+    Pause(1);
+  }
+  return error;
+}
+
+/// Send one packet, over a new connection when the daemon has closed this one. 0 or an errno value.
+int SendOrReconnect(rynsubmit *connection, const void *bytes, size_t size, const Deadline &deadline) {
+  while (true) {
+    const uint64_t seen = __atomic_load_n(&connection->settled, __ATOMIC_ACQUIRE);
+    if (seen > 0) {
+      const int error = Send(connection->fd, bytes, size, deadline);
+      if (!IsGone(error)) return error;
+    }
+    int error = LockSettling(connection, deadline);
+    if (error != 0) return error;
+    // Unless another thread has seen to it in the meantime.
+    const bool isMine = __atomic_load_n(&connection->settled, __ATOMIC_ACQUIRE) == seen;
+    if (isMine) error = SendFirst(connection, seen > 0, bytes, size, deadline);
+    pthread_mutex_unlock(&connection->settling);
+    if (isMine) return error;
+  }
 }
 
 bool IsGood(const rynsubmit_argument &argument) {
@@ -193,9 +254,7 @@ uint64_t MicrosecondsSinceTheEpoch() {
 
 /// The size of the record that holds all this. 0, EINVAL or EMSGSIZE.
 int SizeOf(const char *id, const char *message, const rynsubmit_argument *arguments, size_t count, size_t *size) {
-  if (id == nullptr || strncmp(id, kIdPrefix, sizeof kIdPrefix - 1) != 0 || id[sizeof kIdPrefix - 1] == '\0') {
-    return EINVAL;
-  }
+  if (id == nullptr || strncmp(id, kIdPrefix, sizeof kIdPrefix - 1) != 0) return EINVAL;
   if (arguments == nullptr && count > 0) return EINVAL;
   size_t total = kHeaderSize + strlen(id) + 1 + strlen(message) + 1;
   for (size_t i = 0; i < count; ++i) {
@@ -210,14 +269,17 @@ int SizeOf(const char *id, const char *message, const rynsubmit_argument *argume
 }  // namespace
 
 int rynsubmit_connect(int timeout_ms, rynsubmit **connection) {
+  if (connection == nullptr) return EINVAL;
   *connection = nullptr;
   const char *root = secure_getenv("CORVANE_ROOT");
   if (root == nullptr) root = "";
+  size_t rootLength = strlen(root);
+  while (rootLength > 0 && root[rootLength - 1] == '/') --rootLength;
   rynsubmit made{};
   made.address.sun_family = AF_UNIX;
-  if (strlen(root) + sizeof kSocket > sizeof made.address.sun_path) return ENAMETOOLONG;
-  strcpy(made.address.sun_path, root);
-  strcat(made.address.sun_path, kSocket);
+  if (rootLength + sizeof kSocket > sizeof made.address.sun_path) return ENAMETOOLONG;
+  memcpy(made.address.sun_path, root, rootLength);
+  memcpy(made.address.sun_path + rootLength, kSocket, sizeof kSocket);
   made.timeoutMs = timeout_ms;
   const int error = Connect(made.address, Deadline(timeout_ms), &made.fd);
   if (error != 0) return error;
@@ -227,7 +289,7 @@ int rynsubmit_connect(int timeout_ms, rynsubmit **connection) {
     return ENOMEM;
   }
   *kept = made;
-  pthread_mutex_init(&kept->reconnecting, nullptr);
+  pthread_mutex_init(&kept->settling, nullptr);
   *connection = kept;
   return 0;
 }
@@ -252,13 +314,7 @@ int rynsubmit_submit(rynsubmit *connection, const char *id, const char *message,
   record.Bytes(message, messageSize);
   for (size_t i = 0; i < count; ++i) record.Argument(arguments[i]);
 
-  const Deadline deadline(connection->timeoutMs);
-  const uint64_t seen = __atomic_load_n(&connection->connections, __ATOMIC_ACQUIRE);
-  int error = Send(connection->fd, bytes, size, deadline);
-  if (IsGone(error)) {
-    error = Reconnect(connection, seen, deadline);
-    if (error == 0) error = Send(connection->fd, bytes, size, deadline);
-  }
+  const int error = SendOrReconnect(connection, bytes, size, Deadline(connection->timeoutMs));
   free(bytes);
   return error;
 }
@@ -266,6 +322,6 @@ int rynsubmit_submit(rynsubmit *connection, const char *id, const char *message,
 void rynsubmit_close(rynsubmit *connection) {
   if (connection == nullptr) return;
   close(connection->fd);
-  pthread_mutex_destroy(&connection->reconnecting);
+  pthread_mutex_destroy(&connection->settling);
   free(connection);
 }

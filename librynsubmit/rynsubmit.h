@@ -84,6 +84,8 @@ static inline rynsubmit_argument rynsubmit_string(const char *text) {
  * timeout_ms bounds every wait of this and of later calls for a daemon that takes nothing: milliseconds, 0 for not
  * waiting at all, negative for waiting without end. On success *connection is a new connection, else NULL.
  *
+ * The daemon serves eight connections at once, of all programs: keep one no longer than it is of use.
+ *
  * ENOENT, ECONNREFUSED  no daemon serves the context
  * EACCES                the caller may not use it
  * ETIMEDOUT             more callers wait than the daemon's backlog holds
@@ -97,9 +99,13 @@ RYNSUBMIT_API int rynsubmit_connect(int timeout_ms, rynsubmit **connection);
  * It is stamped with the time of day. The observation is taken whole or not at all. When the daemon was started anew
  * since the connection was made, connects again.
  *
+ * The first observation of a connection waits until the daemon has taken it, for timeout_ms at most: so a connection
+ * that the daemon had no room for, and has closed, is noticed and made again until there is room. With a timeout_ms of
+ * 0 it may go unnoticed, and the observation be lost.
+ *
  * EINVAL                an id, argument kind, width or value that the daemon would discard
- * EMSGSIZE              a record of more than RYNSUBMIT_MAX_RECORD bytes
- * ETIMEDOUT             the daemon's queue stayed full for timeout_ms
+ * EMSGSIZE              a record of more than RYNSUBMIT_MAX_RECORD bytes, or than a socket of this host holds
+ * ETIMEDOUT             the daemon's queue stayed full, or it had no room for the connection, for timeout_ms
  * ENOMEM                no memory for the record
  * others                as rynsubmit_connect: the daemon is gone
  */

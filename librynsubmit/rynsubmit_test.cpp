@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "hosted/paths.h"
@@ -96,7 +97,9 @@ TEST_F(RynSubmit, SendsWhatItIsGiven) {
 TEST_F(RynSubmit, RefusesWhatTheDaemonWouldDiscard) {
   ASSERT_EQ(rynsubmit_connect(0, &connection_), 0);
   Accept();
-  for (const char *id : {"", "ryn.user.", "ryn.users", "ryn.storage.apd.start"}) EXPECT_EQ(Submit(id), EINVAL) << id;
+  EXPECT_EQ(Submit("ryn.user."), 0);
+  EXPECT_EQ(Receive().id, "ryn.user.");
+  for (const char *id : {"", "ryn.user", "ryn.users", "ryn.storage.apd.start"}) EXPECT_EQ(Submit(id), EINVAL) << id;
   EXPECT_EQ(Submit(nullptr), EINVAL);
   EXPECT_EQ(rynsubmit_submit(nullptr, "ryn.user.a", "", nullptr, 0), EINVAL);
   EXPECT_EQ(rynsubmit_submit(connection_, "ryn.user.a", "", nullptr, 1), EINVAL);
@@ -131,7 +134,11 @@ TEST_F(RynSubmit, SaysWhyItCannotConnect) {
   const std::string root = getenv("CORVANE_ROOT");
   setenv("CORVANE_ROOT", std::string(200, 'x').c_str(), 1);
   EXPECT_EQ(rynsubmit_connect(0, &connection_), ENAMETOOLONG);
+  // Slashes behind the root are no part of it, as for the daemon.
+  setenv("CORVANE_ROOT", (root + std::string(200, '/')).c_str(), 1);
+  EXPECT_EQ(rynsubmit_connect(0, &connection_), ENOENT);
   setenv("CORVANE_ROOT", root.c_str(), 1);
+  EXPECT_EQ(rynsubmit_connect(0, nullptr), EINVAL);
   rynsubmit_close(nullptr);
 }
 
@@ -155,7 +162,7 @@ TEST_F(RynSubmit, WaitsNoLongerThanItIsTold) {
 }
 
 TEST_F(RynSubmit, ConnectsAgainToANewDaemon) {
-  ASSERT_EQ(rynsubmit_connect(1000, &connection_), 0);
+  ASSERT_EQ(rynsubmit_connect(50, &connection_), 0);
   Accept();
   ASSERT_EQ(Submit("ryn.user.a"), 0);
   caller_.Reset();
@@ -165,6 +172,34 @@ TEST_F(RynSubmit, ConnectsAgainToANewDaemon) {
   EXPECT_EQ(Submit("ryn.user.c"), 0);
   Accept();
   EXPECT_EQ(Receive().id, "ryn.user.c");
+}
+
+/// A daemon that serves as many connections as it can accepts a further one and closes it, with what is in it.
+TEST_F(RynSubmit, WaitsUntilTheDaemonServesIt) {
+  ASSERT_EQ(rynsubmit_connect(30'000, &connection_), 0);
+  std::thread submitter([&] { EXPECT_EQ(Submit("ryn.user.a"), 0); });
+  for (int i = 0; i < 4; ++i) {
+    caller_.Reset();
+    pollfd call{context_.Get(), POLLIN, 0};
+    if (poll(&call, 1, 5000) != 1) break;
+    Accept();
+    pollfd record{caller_.Get(), POLLIN, 0};
+    poll(&record, 1, 5000);
+  }
+  EXPECT_EQ(Receive().id, "ryn.user.a");
+  submitter.join();
+  // It never does, and says so in time.
+  rynsubmit_close(std::exchange(connection_, nullptr));
+  ASSERT_EQ(rynsubmit_connect(50, &connection_), 0);
+  std::thread busy([&] {
+    pollfd call{context_.Get(), POLLIN, 0};
+    while (poll(&call, 1, 500) == 1) {
+      Accept();
+      caller_.Reset();
+    }
+  });
+  EXPECT_EQ(Submit("ryn.user.b"), ETIMEDOUT);
+  busy.join();
 }
 
 /// Threads that submit at once, over a daemon that goes away and comes back, lose nothing that a living one has taken.

@@ -69,6 +69,7 @@ int RebootReasonRecorded() {
 std::string RebootTimestamp(int64_t now) {
   const time_t seconds = now;
   tm local{};
+  tzset();  // localtime_r alone would stay in the time zone that the process began in
   localtime_r(&seconds, &local);
   std::array<char, 128> text{};
 #pragma GCC diagnostic push
