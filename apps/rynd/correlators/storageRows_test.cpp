@@ -20,7 +20,8 @@ struct Correlator {
   std::span<const PostRow> rows;
 };
 std::vector<Correlator> Correlators() {
-  return {{ScsiHandlers(), 36, ScsiPostRows()},
+  return {{ApdHandlers(), 3, ApdPostRows()},
+          {ScsiHandlers(), 36, ScsiPostRows()},
           {PsaStorHandlers(), 25, PsaStorPostRows()},
           {HyfsHandlers(), 27, HyfsPostRows()},
           {IscsiHandlers(), 12, IscsiPostRows()},
