@@ -103,6 +103,9 @@ TEST_F(HostMgmtStorageTest, SwapIsReconfiguredAndRecordedOrFailsAsTold) {
   } catch (const HostMgmtException &failure) {
     EXPECT_EQ(failure.GetDetailedMessage(), "no datastore takes it");
   }
+  std::filesystem::remove(HostTreePath("storage/swap/reconfigure"));
+  std::filesystem::create_directory(HostTreePath("storage/swap/reconfigure"));
+  EXPECT_THROW(HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0), HostMgmtException) << "it can't be read";
   EXPECT_EQ(actions(), "");
   std::filesystem::remove(HostTreePath("storage/swap/reconfigure"));
   HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0);

@@ -63,6 +63,8 @@ TEST(HostTree, ReadsOneValueWithAtMostOneLineEnd) {
   EXPECT_EQ(ReadHostText("test/text", &text), EFBIG);
   EXPECT_EQ(ReadHostText("test", &text), EISDIR);
   EXPECT_EQ(ReadHostText("test/text/below", &text), ENOTDIR);
+  ASSERT_EQ(mkfifo(HostTreePath("test/pipe").c_str(), 0600), 0);
+  EXPECT_EQ(ReadHostText("test/pipe", &text), 0) << "without a wait for its writer";
 }
 
 TEST(HostTree, ReadsIntegersExactly) {
@@ -142,6 +144,7 @@ TEST(HostTree, TellsWhatItCannotWrite) {
   std::filesystem::create_directories(HostTreePath("test/folder"));
   EXPECT_EQ(WriteHostText("test/folder", "y"), EISDIR);
   EXPECT_TRUE(log.NextMessage().starts_with("Cannot write " + HostTreePath("test/folder") + ": "));
+  EXPECT_FALSE(std::filesystem::exists(HostTreePath("test/.new"))) << "nothing is left behind";
 }
 
 TEST(ActionsLog, KeepsLinesWholeAndInOrder) {

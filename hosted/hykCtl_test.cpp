@@ -76,6 +76,11 @@ TEST_F(HykCtlTest, FileSystemsHaveALabelAndAUuid) {
   EXPECT_EQ(all[0].GetLabel(), "");
   EXPECT_EQ(all[1].GetUuid(), "5f1a-22");
   EXPECT_EQ(all[1].GetLabel(), "datastore1");
+  Put("storage/filesystems/a%2Fb", "remote");
+  std::filesystem::create_symlink("nowhere", HostTreePath("storage/filesystems/gone"));
+  const auto now = HykCtl::Storage::StorageInfoImpl().GetFileSystems();
+  ASSERT_EQ(now.size(), 3u) << "one that has just gone is none";
+  EXPECT_EQ(now[2].GetUuid() + now[2].GetLabel(), "a/bremote");
   Put("storage/filesystems/5f1a-22", "two\nlines");
   EXPECT_THROW(HykCtl::Storage::StorageInfoImpl().GetFileSystems(), HostMgmtException);
 }

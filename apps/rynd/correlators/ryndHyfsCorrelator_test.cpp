@@ -80,9 +80,6 @@ TEST(HyfsCorrelator, PostsTheWholeText) {
   EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold",
                      {Str("v"), Long(1), Long(UINT64_MAX), Long(3)}),
             Events{"amb.problem.hyfs.nfs.volume.io.latency.high.exceed.threshold v 1 18446744073709551615 3"});
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.volume.mounted", {Str("fs"), Str("vol"), Str("rw")}),
-            Events{"amb.audit.hyfs.volume.mounted File system fs on volume vol has been mounted in 'rw' mode. The "
-                   "datastore is now accessible on this host."});
 }
 
 /// Hand an observation `id` to the handler of `handlerOf`.

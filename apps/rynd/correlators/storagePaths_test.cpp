@@ -82,11 +82,12 @@ TEST_F(StoragePathsTest, ListsEachVolumeOfADeviceOnce) {
 }
 
 TEST_F(StoragePathsTest, ANameThatDoesNotFitTheQueryIsNotCutOff) {
-  const std::string name(125, 'n');  // ":1" fits, ":12" does not
-  Put("devices/" + name + "/partitions/1", "first");
-  EXPECT_EQ(DatastoreList(name.c_str()), "\"first\"");
-  Put("devices/" + name + "/partitions/12", "twelfth");
-  EXPECT_EQ(DatastoreList(name.c_str()), "\"first\"");
+  Put("devices/d/partitions/3", "another device's");
+  for (const size_t digits : {123U, 125U}) {  // ":1" just fits; what is left of it would name d's partition
+    const std::string name = "d:" + std::string(digits - 1, '0') + "3";
+    Put("devices/" + name + "/partitions/1", "first");
+    EXPECT_EQ(DatastoreList(name.c_str()), digits == 123 ? "\"first\"" : "");
+  }
 }
 
 TEST_F(StoragePathsTest, ReportsALostPathByWhatIsLeft) {

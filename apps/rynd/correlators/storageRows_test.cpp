@@ -20,7 +20,8 @@ struct Correlator {
   std::span<const PostRow> rows;
 };
 std::vector<Correlator> Correlators() {
-  return {{ScsiHandlers(), 36, ScsiPostRows()},
+  return {{ApdHandlers(), 3, ApdPostRows()},
+          {ScsiHandlers(), 36, ScsiPostRows()},
           {PsaStorHandlers(), 25, PsaStorPostRows()},
           {HyfsHandlers(), 27, HyfsPostRows()},
           {IscsiHandlers(), 12, IscsiPostRows()},
@@ -84,30 +85,46 @@ TEST(StorageRows, SayWhichArgumentCannotBeRead) {
   };
   const HandlerTable scsi = ScsiHandlers();
   const HandlerTable psa = PsaStorHandlers();
-  EXPECT_EQ(said(scsi, "scsi.scsipath.limitreached", {}), "Failed to get path limit reached path count: 75");
+  const auto eachSays = [&](const std::string &front, bool withId, const std::vector<std::string> &ids) {
+    for (const std::string &id : ids) {
+      EXPECT_EQ(said(id.starts_with("psastor.") ? psa : scsi, id, {}), front + (withId ? " ryn." + id : "") + ": 75");
+    }
+  };
+  eachSays("Failed to correlate", true,
+           {"scsi.device.io.latency.high", "scsi.device.io.latency.improved", "psastor.device.io.latency.high",
+            "scsi.device.close.failed", "scsi.device.is.ssd.failed", "psastor.device.is.local.failed",
+            "scsi.device.io.qerr.change.config", "scsi.device.io.qerr.changed", "scsi.unsupported.plugin.type",
+            "psastor.unsupported.plugin.type"});
+  eachSays("Failed to get params for correlation", true,
+           {"scsi.device.invalid.xcopy.request", "scsi.device.filter.attach.failed", "scsi.device.detach.failed",
+            "scsi.device.too.many.io.error", "psastor.device.too.many.io.error"});
+  eachSays(
+      "Failed to get device name", false,
+      {"scsi.device.state.on", "scsi.device.state.permanentloss", "scsi.device.state.permanentloss.noopens",
+       "scsi.device.state.permanentloss.pluggedback", "psastor.device.state.off",
+       "psastor.device.state.permanentloss.deviceonline", "psastor.device.state.permanentloss.withreservationheld"});
+  eachSays("Failed to get path limit reached path count", false,
+           {"scsi.scsipath.limitreached", "psastor.psastorpath.limitreached"});
+  eachSays("Failed to get device limit reached device count", false,
+           {"scsi.device.limitreached", "psastor.device.limitreached"});
+  eachSays("Failed to get path add remove path name", false, {"scsi.scsipath.add", "psastor.psastorpath.remove"});
+  eachSays("Failed to get path name", false, {"scsi.scsipath.badpath.unsafepe", "scsi.scsipath.badpath.unreachpe"});
   EXPECT_EQ(said(scsi, "scsi.scsipath.limitreached", {Int(1)}), "Failed to get path limit reached path name: 75");
-  EXPECT_EQ(said(psa, "psastor.device.limitreached", {Str("")}), "Failed to get device limit reached device count: 22");
   EXPECT_EQ(said(psa, "psastor.device.limitreached", {Int(1), Int(1)}),
             "Failed to get device limit reached plugin name: 22");
-  EXPECT_EQ(said(psa, "psastor.device.state.off", {}), "Failed to get device name: 75");
-  EXPECT_EQ(said(scsi, "scsi.device.state.permanentloss", {}), "Failed to get device name: 75");
   EXPECT_EQ(said(scsi, "scsi.device.thinprov.atquota", {}), "Failed to get thin provisioned device name: 75");
   EXPECT_EQ(said(scsi, "scsi.device.nmp.satp.option.failed", {}), "Failed to get NMP SATP options: 75");
   EXPECT_EQ(said(scsi, "scsi.device.nmp.satp.option.failed", {Str("o")}), "Failed to get path name: 75");
-  EXPECT_EQ(said(scsi, "scsi.scsipath.badpath.unsafepe", {}), "Failed to get path name: 75");
   EXPECT_EQ(said(scsi, "scsi.scsipath.badpath.unreachpe", {NullStr()}),
             "Failed to get PE-incapable adapter name for path (null) : 75");
-  EXPECT_EQ(said(scsi, "scsi.scsipath.add", {Int(1)}), "Failed to get path add remove path name: 22");
-  EXPECT_EQ(said(scsi, "scsi.device.invalid.xcopy.request", {}),
-            "Failed to get params for correlation ryn.scsi.device.invalid.xcopy.request: 75");
   EXPECT_EQ(said(scsi, "scsi.device.too.many.io.error", {Str("d"), Int(65536)}),
             "Failed to get params for correlation ryn.scsi.device.too.many.io.error: 34");
-  EXPECT_EQ(said(scsi, "scsi.device.io.latency.improved", {}),
-            "Failed to correlate ryn.scsi.device.io.latency.improved: 75");
   EXPECT_EQ(said(HyfsHandlers(), "hyfs.nfs.volume.io.latency.high.exceed.threshold", {Str("v"), Long(1), Long(2)}),
             "Failed to correlate ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold: 75");
-  EXPECT_EQ(said(VscsiHandlers(), "vscsi.shared.hydk.filter.attach.failed", {Str("f"), Str("d")}),
-            "Failed to get worldName: 75");
+  const char *const attach = "vscsi.shared.hydk.filter.attach.failed";
+  EXPECT_EQ(said(VscsiHandlers(), attach, {}), "Failed to get filterName: 75");
+  EXPECT_EQ(said(VscsiHandlers(), attach, {Str("f")}), "Failed to get devName: 75");
+  EXPECT_EQ(said(VscsiHandlers(), attach, {Str("f"), Str("d")}), "Failed to get worldName: 75");
 }
 
 TEST(StorageRows, OthersStopWithoutALine) {
@@ -125,6 +142,7 @@ TEST(StorageRows, OthersStopWithoutALine) {
 }
 
 TEST(ScsiCorrelator, PostsTheWholeText) {
+  const CapturedLog log;
   EXPECT_EQ(
       EventsOf(ScsiHandlers(), "ryn.scsi.device.io.latency.high", {Str("naa.1"), Long(1343), Long(uint64_t{1} << 40)}),
       Events{"amb.problem.scsi.device.io.latency.high Device naa.1 performance has deteriorated. I/O latency increased "
@@ -143,6 +161,12 @@ TEST(ScsiCorrelator, PostsTheWholeText) {
   EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unreachpe", {Str("p"), Str("vmhba1")}),
             Events{"amb.problem.scsi.scsipath.badpath.unreachpe Sanity check failed for path p. The path is to a KVol "
                    "PE, but it goes out of adapter vmhba1 which is not PE capable. Path dropped."});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unsafepe", {Str("p")}),
+            Events{"amb.problem.scsi.scsipath.badpath.unsafepe Sanity check failed for path p. Could not safely "
+                   "determine if the path is to a KVol PE. Path dropped."});
+  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.device.too.many.io.error", {Str("naa.1"), Int(5)}),
+            Events{"amb.problem.psastor.device.too.many.io.error Too many errors observed for device naa.1 "
+                   "errPercentage 5"});
   EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.unsupported.plugin.type", {Int(31)}),
             Events{"amb.problem.psastor.unsupported.plugin.type Storage Device Allocation not supported for plugin "
                    "type 1f"});
@@ -206,6 +230,7 @@ TEST(ScsiCorrelator, SharesNoStateWithTheOtherStack) {
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")}), 0u);
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.deadver2", lost), 1u);
   EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.on", restored), 0u);
+  EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.dead", lost), 1u);
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", restored), 1u);
   EXPECT_EQ(times(10, ScsiHandlers(), "ryn.scsi.scsipath.por", {Str("shared")}), 0u);
   EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.por", {Str("shared")}), 1u);

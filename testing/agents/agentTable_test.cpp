@@ -1,0 +1,108 @@
+// What every agent asks of the runner, which is replaced: nothing else would notice an agent that hears nothing.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "core/runner.h"
+#include "correlators/correlators.h"
+#include "platform/ryn.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+
+namespace rynd {
+namespace {
+
+/// The request of the agent that ran last.
+struct Request {
+  std::string name;
+  std::vector<std::string> prefixes;
+  Handler defaultHandler = nullptr;
+  size_t ids = 0;
+};
+Request last;
+
+/// What an agent's default handler logs and posts about "ryn.t.other".
+std::vector<std::string> Answer(Handler handler, CapturedLog *log) {
+  const size_t before = log->Messages().size();
+  Observation *observation = MakeObservation("ryn.t.other", {}, "seen");
+  handler(observation);
+  Ryn_Free(observation);
+  const std::vector<std::string> &all = log->Messages();
+  std::vector<std::string> answer(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
+  for (const std::string &event : TakeEvents()) answer.push_back(event.substr(0, event.find(' ')));
+  return answer;
+}
+
+}  // namespace
+
+void RunCorrelatorFiltered(const char *name, const std::vector<const char *> &prefixes,
+                           const std::vector<const char *> &exactIds, Handler defaultHandler, HandlerTable table) {
+  EXPECT_TRUE(exactIds.empty());
+  last = {name, {prefixes.begin(), prefixes.end()}, defaultHandler, table.Size()};
+}
+void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
+                           HandlerTable table) {
+  RunCorrelatorFiltered(name, prefixes, {}, defaultHandler, std::move(table));
+}
+void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table) {
+  RunCorrelatorFiltered(name, {prefix}, {}, defaultHandler, std::move(table));
+}
+void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table,
+                            void (* /*timerCallback*/)(), const int *extraFds, int extraFdCount) {
+  EXPECT_EQ(extraFdCount, 1);
+  EXPECT_GE(extraFds[0], 0);
+  RunCorrelator(name, prefix, defaultHandler, std::move(table));
+}
+void DispatchObservation(Handler /*defaultHandler*/, HandlerTable * /*table*/, Observation * /*observation*/) {}
+
+namespace {
+
+TEST(AgentTable, AgentsStartInOrderAndHearTheirSubsystem) {
+  using Texts = std::vector<std::string>;
+  const Texts kNothing, kSaysSo = {"No correlator for ryn.t.other "}, kPrints = {"0us: [ryn.t.other] seen"};
+  const struct {
+    const char *name;
+    Texts prefixes, answer;
+  } rows[] = {
+      {"net", {"net"}, kSaysSo},
+      {"scsi", {"scsi"}, kSaysSo},
+      {"psastor", {"psastor"}, kSaysSo},
+      {"APD", {"storage.apd"}, kSaysSo},
+      {"iscsi", {"iscsi"}, kNothing},
+      {"hyfs", {"hyfs"}, kNothing},
+      {"UserLevel", {"user"}, kNothing},
+      {"Hardware", {"hardware"}, kNothing},
+      {"cpu", {"cpu"}, kNothing},
+      {"UserWorld", {"uw"}, kSaysSo},
+      {"SWAP", {"swap"}, kSaysSo},
+      {"Memtier", {"memory"}, kNothing},
+      {"VM", {"vm"}, kSaysSo},
+      {"Generic", {"user", "external"}, kPrints},
+      {"migrate", {"migrate"}, kSaysSo},
+      {"pageretire", {"pageretire"}, kNothing},
+      {"Velfs", {"velfs"}, {kPrints[0], "amb.problem.velfs.failure"}},
+      {"Vfat", {"vfat"}, kSaysSo},
+      {"Clock", {"clock"}, {"No system clock correlator for ryn.t.other"}},
+      {"sched", {"sched"}, kPrints},
+      {"vscsi", {"vscsi"}, kNothing},
+      {"Fabra", {"fabra"}, kSaysSo},
+      {"HCM", {"hcm"}, kNothing},
+      {"Kvol", {"kvol"}, kNothing},
+      {"BootDevice", {"bootdevice"}, kNothing},
+  };
+  CapturedLog log;
+  ASSERT_EQ(AgentTable().size(), std::size(rows));
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    last = {};
+    AgentTable()[i]();
+    EXPECT_EQ(last.name, rows[i].name);
+    EXPECT_EQ(last.prefixes, rows[i].prefixes) << last.name;
+    EXPECT_EQ(last.ids == 0, last.name == "Fabra") << last.name;
+    ASSERT_NE(last.defaultHandler, nullptr) << last.name;
+    EXPECT_EQ(Answer(last.defaultHandler, &log), rows[i].answer) << last.name;
+  }
+}
+
+}  // namespace
+}  // namespace rynd
