@@ -54,7 +54,8 @@ std::vector<Partition> DiskLun::GetPartitions() const {
   std::vector<Partition> partitions;
   for (const std::string &name : names) {
     int64_t number = 0;
-    if (!hosted::ParseIntegers(name, 0, std::numeric_limits<int32_t>::max(), {&number, 1})) Fail(what, EINVAL);
+    const bool isNumber = hosted::ParseIntegers(name, 0, std::numeric_limits<int32_t>::max(), {&number, 1});
+    if (!isNumber || std::to_string(number) != name) Fail(what, EINVAL);  // "01" is no other name of 1
     partitions.push_back({static_cast<int32_t>(number)});
   }
   std::ranges::sort(partitions, {}, &Partition::number);

@@ -87,8 +87,11 @@ TEST_F(HostMgmtStorageTest, PartitionsRiseAndNameTheirVolumes) {
   EXPECT_EQ(VolumeOf("2"), std::to_string(EINVAL));
   Put("devices/t10:x/partitions/2", std::string(kVolumesQueryAnswerSize, 'v'));
   EXPECT_EQ(VolumeOf("t10:x:2"), std::to_string(ENAMETOOLONG));
-  Put("devices/t10:x/partitions/two", "");
-  EXPECT_THROW(disk->GetPartitions(), HostMgmtException);
+  for (const std::string foreign : {"two", "01"}) {
+    Put("devices/t10:x/partitions/" + foreign, "");
+    EXPECT_THROW(disk->GetPartitions(), HostMgmtException) << foreign;
+    std::filesystem::remove(HostTreePath("storage/devices/t10:x/partitions/" + foreign));
+  }
   char request[kVolumesQueryRequestSize] = "t10:x:2", answer[kVolumesQueryAnswerSize];
   EXPECT_EQ(VolumesDirectoryQuery(-1, kVolumesQueryPartitionVolume, request, answer), EBADF);
   EXPECT_EQ(VolumesDirectoryQuery(0, 3037, request, answer), ENOTTY);

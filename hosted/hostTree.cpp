@@ -2,6 +2,7 @@
 #include "hosted/hostTree.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,6 +33,10 @@ int ReadAll(const std::string &path, std::string *content) {
   // A pipe in place of a file must not hold up the reader.
   const base::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd) return errno;
+  struct stat status {};
+  if (fstat(fd.Get(), &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
   content->clear();
   std::array<char, 1024> part;
   while (true) {
