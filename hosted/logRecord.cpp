@@ -30,10 +30,13 @@ class Appender {
   /// A parameter's value, escaped as RFC 5424 says; line ends would break the framing.
   void AddValue(std::string_view value) {
     value = value.substr(0, kValueLimit);
-    if (value.find_first_of("\"\\]\n\r") == std::string_view::npos) return Add(value);
+    const auto isSpecial = [](char c) { return c == '"' || c == '\\' || c == ']'; };
+    const auto isLineEnd = [](char c) { return c == '\n' || c == '\r'; };
+    // One pass for the usual value; a search for any of a set would be one for each character.
+    if (std::ranges::none_of(value, [&](char c) { return isSpecial(c) || isLineEnd(c); })) return Add(value);
     for (const char c : value) {
-      if (c == '"' || c == '\\' || c == ']') Add("\\");
-      const char kept = c == '\n' || c == '\r' ? ' ' : c;
+      if (isSpecial(c)) Add("\\");
+      const char kept = isLineEnd(c) ? ' ' : c;
       Add({&kept, 1});
     }
   }

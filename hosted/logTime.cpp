@@ -3,7 +3,10 @@
 
 #include <time.h>
 
+#include <array>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 
 namespace hosted {
 namespace {
@@ -35,14 +38,18 @@ CivilDate DateOfDay(int64_t day) {
   return {year + cycle * 400 + (month <= 2 ? 1 : 0), month, inYear - (153 * fromMarch + 2) / 5 + 1};
 }
 
-}  // namespace
+/// A second and its text, "2024-01-31T23:59:59.".
+struct Second {
+  int64_t seconds = std::numeric_limits<int64_t>::min();
+  std::array<char, 20> text{};
+};
 
-void FormatLogTime(const timespec &time, char *text) {
+void FormatSecond(int64_t seconds, Second *out) {
   constexpr int64_t kDaySeconds = 86'400;
-  const int64_t seconds = time.tv_sec;
   const int64_t day = (seconds >= 0 ? seconds : seconds - (kDaySeconds - 1)) / kDaySeconds;
   const int64_t inDay = seconds - day * kDaySeconds;
   const CivilDate date = DateOfDay(day);
+  char *text = out->text.data();
   const auto put = [&text](int64_t value, int digits, char after) {
     text = Digits(text, value, digits);
     *text++ = after;
@@ -53,7 +60,17 @@ void FormatLogTime(const timespec &time, char *text) {
   put(inDay / 3600, 2, ':');
   put(inDay / 60 % 60, 2, ':');
   put(inDay % 60, 2, '.');
-  put(time.tv_nsec / 1000, 6, 'Z');
+  out->seconds = seconds;
+}
+
+}  // namespace
+
+void FormatLogTime(const timespec &time, char *text) {
+  // A storm's records mostly fall into the second of the one before.
+  thread_local Second last;
+  if (last.seconds != time.tv_sec) FormatSecond(time.tv_sec, &last);
+  std::memcpy(text, last.text.data(), last.text.size());
+  *Digits(text + last.text.size(), time.tv_nsec / 1000, 6) = 'Z';
 }
 
 void FormatLogTime(char *text) {
