@@ -5,7 +5,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
+
+#include "correlators/boundedNumberMap.h"
 
 namespace rynd {
 
@@ -26,27 +27,28 @@ constexpr uint64_t CoreOf(uint64_t pcpu, uint32_t cores, uint32_t pcpus) {
 
 class CoreErrors {
  public:
-  /// Records are kept for the daemon's life; numbers come from the kernel. No host has more cores: 9 MB at the most.
+  /// No host has more cores: 11 MB at the most. A further one takes the place of the one without errors for longest.
   static constexpr size_t kMaxCores = 16'384;
+  /// Cores that are offline are held apart, so that errors of others never push them out: 8 MB at the most.
+  static constexpr size_t kMaxOfflineCores = 65'536;
   static constexpr size_t kRingSize = 64;
   static constexpr int64_t kWindowS = 86'400;
 
   /// Note an error of `core` at `now` (whole seconds of the monotonic clock), twice with `overflow`. True when the
-  /// error `threshold` places back is less than a day old; a threshold above 64 wraps around. False for a further core
-  /// when kMaxCores are held.
+  /// error `threshold` places back is less than a day old; a threshold above 64 wraps around.
   bool Count(uint64_t core, bool overflow, int64_t threshold, int64_t now);
 
   /// The core is offline, or about to be: it is never judged again.
-  void SetOffline(uint64_t core) { records_[core].offline = true; }
-  bool IsOffline(uint64_t core) const;
+  void SetOffline(uint64_t core);
+  bool IsOffline(uint64_t core) { return offline_.Find(core) != nullptr; }
 
  private:
   struct Record {
     uint32_t index = 0;                      ///< of the place that is written next
     std::array<int64_t, kRingSize> times{};  ///< 0: empty
-    bool offline = false;
   };
-  std::map<uint64_t, Record> records_;
+  BoundedNumberMap<Record, kMaxCores> records_;
+  BoundedNumberMap<bool, kMaxOfflineCores> offline_;
 };
 
 }  // namespace rynd

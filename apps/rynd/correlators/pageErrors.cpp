@@ -5,16 +5,10 @@
 namespace rynd {
 
 bool PageErrorCounts::Add(uint64_t page, uint64_t errors) {
-  const auto place = counts_.find(page);
-  const uint32_t count = place != counts_.end() ? place->second : 0;
+  uint8_t &count = counts_[page];
   const uint32_t sum = count + static_cast<uint32_t>(errors);  // kept: a huge number of errors wraps
-  const auto now = static_cast<uint8_t>(sum <= std::numeric_limits<uint8_t>::max() ? sum : count);
-  if (place != counts_.end()) {
-    place->second = now;
-  } else if (counts_.size() < kMaxPages) {
-    counts_.emplace(page, now);
-  }
-  return now > threshold_;
+  if (sum <= std::numeric_limits<uint8_t>::max()) count = static_cast<uint8_t>(sum);
+  return count > threshold_;
 }
 
 PageAction PageStates::Judge(uint64_t page, bool (*isBeingRetired)(uint64_t page)) {

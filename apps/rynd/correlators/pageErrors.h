@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <map>
 
+#include "correlators/boundedNumberMap.h"
+
 namespace rynd {
 
 /// Pages are numbered by physical address; these are 4096 bytes.
@@ -14,9 +16,9 @@ constexpr unsigned kPageShift = 12;
 /// The errors of each page in the current period.
 class PageErrorCounts {
  public:
-  /// No host has so many failing pages within a period (1 GB of memory): 15 MB at the most. A further page is judged by
-  /// its observation alone.
-  static constexpr size_t kMaxPages = 262'144;
+  /// No host has so many failing pages within a period (256 MB of memory): 8 MB at the most. A further page takes the
+  /// place of the one without errors for longest.
+  static constexpr size_t kMaxPages = 65'536;
 
   /// More errors than this are too many.
   void SetThreshold(uint8_t errors) { threshold_ = errors; }
@@ -24,11 +26,11 @@ class PageErrorCounts {
   /// then.
   bool Add(uint64_t page, uint64_t errors);
   /// A new period begins.
-  void Reset() { counts_.clear(); }
+  void Reset() { counts_.Clear(); }
 
  private:
   uint8_t threshold_ = 2;
-  std::map<uint64_t, uint8_t> counts_;
+  BoundedNumberMap<uint8_t, kMaxPages> counts_;
 };
 
 /// What to do about a page whose count is too high.

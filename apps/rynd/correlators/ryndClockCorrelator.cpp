@@ -1,13 +1,12 @@
 // The clock correlator: steps of the system clock, gain and loss of its synchronisation, changes of its parameters;
 // each at most once per report interval. Runs on its agent's thread.
-#include <sys/time.h>
-
 #include <utility>
 
 #include "core/log.h"
 #include "core/runner.h"
 #include "correlators/clockReports.h"
 #include "correlators/correlators.h"
+#include "correlators/wallClock.h"
 #include "platform/hsi.h"
 
 namespace rynd {
@@ -77,18 +76,12 @@ ClockReports &Reports() {
   return *reports;
 }
 
-int64_t WallClockSeconds() {
-  timeval now{};
-  gettimeofday(&now, nullptr);
-  return now.tv_sec;
-}
-
 /// The handler of `kClockRows[kRow]`.
 template <size_t kRow>
 void OnClockObservation(Observation *observation) {
   constexpr std::string_view kId = kClockRows[kRow].id;
   constexpr auto kFields = std::make_index_sequence<post_row::Count(kClockRows[kRow].fields.types)>();
-  const int64_t now = WallClockSeconds();
+  const int64_t now = WallClockS();
   if (!Reports().IsDue(FamilyOf(kId), kId, now)) return;
   auto values = post_row::MakeValues<kClockRows, kRow>(kFields);
   if (post_row::ReadFields<kClockRows, kRow>(observation, &values, kFields).status != 0) return;

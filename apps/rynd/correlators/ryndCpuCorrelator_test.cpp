@@ -76,11 +76,30 @@ TEST(CoreErrors, ForgetsAfterADay) {
   EXPECT_FALSE(errors.Count(3, false, 1, 0));
 }
 
-TEST(CoreErrors, KeepsABoundedNumberOfCores) {
+TEST(CoreErrors, GoOnJudgingInAFloodOfInventedCores) {
   CoreErrors errors;
-  for (uint64_t core = 0; core < CoreErrors::kMaxCores; ++core) EXPECT_TRUE(errors.Count(core << 32, false, 1, 5));
-  EXPECT_FALSE(errors.Count(1, false, 1, 5));
-  EXPECT_TRUE(errors.Count(0, false, 1, 5));
+  EXPECT_TRUE(errors.Count(7, false, 1, 5));
+  errors.SetOffline(7);
+  EXPECT_FALSE(errors.Count(8, false, 3, 5));
+  EXPECT_FALSE(errors.Count(9, false, 2, 5));
+  for (uint64_t core = 1; core <= CoreErrors::kMaxCores; ++core) {
+    EXPECT_FALSE(errors.Count(core << 32, false, 2, 5));
+    if (core == CoreErrors::kMaxCores / 2) {
+      EXPECT_FALSE(errors.Count(8, false, 3, 5));
+    }
+  }
+  EXPECT_TRUE(errors.IsOffline(7));
+  EXPECT_TRUE(errors.Count(8, false, 3, 5)) << "its second error has kept it";
+  EXPECT_FALSE(errors.Count(9, false, 2, 5)) << "its first error is forgotten";
+  EXPECT_TRUE(errors.Count(9, false, 2, 5)) << "a full table takes it in anew";
+  for (uint64_t core = 1; core < CoreErrors::kMaxOfflineCores; ++core) errors.SetOffline(core << 32);
+  EXPECT_TRUE(errors.IsOffline(7));  // which is a use
+  for (uint64_t core = 1; core < CoreErrors::kMaxOfflineCores; ++core) errors.SetOffline(core << 40);
+  EXPECT_TRUE(errors.IsOffline(7));
+  EXPECT_FALSE(errors.IsOffline(1ULL << 32));
+}
+
+TEST(CoreErrors, TellAPcpusCore) {
   EXPECT_EQ(CoreOf(9, 4, 8), 4u);
   EXPECT_EQ(CoreOf(9, 4, 11), 4u);
   EXPECT_EQ(CoreOf(9, 0, 8), 0u);
@@ -103,13 +122,21 @@ TEST(PageErrorCounts, AddUpTo255) {
   EXPECT_FALSE(counts.Add(7, 250));
   counts.SetThreshold(255);
   EXPECT_FALSE(counts.Add(7, 5));
-  // Without room for a page it is judged by its observation alone.
-  PageErrorCounts full;
-  for (uint64_t page = 0; page < PageErrorCounts::kMaxPages; ++page) full.Add(page << 20, 1);
-  EXPECT_TRUE(full.Add(1, 3));
-  EXPECT_FALSE(full.Add(1, 1));
-  EXPECT_FALSE(full.Add(0, 1));
-  EXPECT_TRUE(full.Add(0, 1));
+}
+
+TEST(PageErrorCounts, GoOnInAFloodOfInventedPages) {
+  PageErrorCounts counts;
+  EXPECT_FALSE(counts.Add(7, 1));
+  EXPECT_FALSE(counts.Add(8, 2));
+  for (uint64_t page = 1; page <= PageErrorCounts::kMaxPages; ++page) {
+    EXPECT_FALSE(counts.Add(page << 20, 2));
+    if (page == PageErrorCounts::kMaxPages / 2) {
+      EXPECT_FALSE(counts.Add(7, 1));
+    }
+  }
+  EXPECT_TRUE(counts.Add(7, 1)) << "its second error has kept it";
+  EXPECT_FALSE(counts.Add(8, 2)) << "its first errors are forgotten";
+  EXPECT_TRUE(counts.Add(8, 1)) << "a full table takes it in anew";
 }
 
 int asked = 0;
