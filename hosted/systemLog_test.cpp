@@ -112,6 +112,28 @@ TEST(SystemLog, CarriesLongMessagesAndCutsTheLongest) {
   }
 }
 
+/// Every length of each argument around where the stack's room ends, written as the C library does.
+TEST(SystemLog, WritesLinesOfObservationsAsTheCLibraryDoes) {
+  LogListener listener;
+  const auto check = [&](unsigned long number, const char *id, const char *message) {
+    char expected[8192];
+    std::snprintf(expected, sizeof expected, "%luus: [%s] %s|", number, id == nullptr ? "(null)" : id,
+                  message == nullptr ? "(null)" : message);
+    Emit(nullptr, "%luus: [%s] %s|\n", number, id, message);
+    const std::string record = listener.Next();
+    ASSERT_TRUE(record.ends_with(" - - " + std::string(expected))) << record.size();
+  };
+  check(0, "", "");
+  check(UINT64_MAX, "ryn.a", "100% of it, %s and %lu");
+  check(1795244277409622, nullptr, nullptr);
+  for (size_t length = 1800; length < 2050; ++length) {
+    const std::string text(length, 'x');
+    check(1, text.c_str(), "");
+    check(12345678901234567890UL, "id", text.c_str());
+    check(10, text.substr(0, 1000).c_str(), text.substr(1000).c_str());
+  }
+}
+
 TEST(SystemLog, UsesAListenerThatComesOrComesBack) {
   EXPECT_EQ(StandardErrorOf([] { LogText("nobody\nthere\n"); }), "rynd: nobody there\n");
   for (int run = 0; run < 3; ++run) {
