@@ -37,36 +37,34 @@ typedef struct rynsubmit_argument {
   } value;
 } rynsubmit_argument;
 
+/* An integer of 1, 2, 4 or 8 bytes. */
+static inline rynsubmit_argument rynsubmit_signed(unsigned width, int64_t value) {
+  rynsubmit_argument argument;
+  argument.kind = RYNSUBMIT_SIGNED;
+  argument.width = width;
+  argument.value.i = value;
+  return argument;
+}
+
+static inline rynsubmit_argument rynsubmit_unsigned(unsigned width, uint64_t value) {
+  rynsubmit_argument argument;
+  argument.kind = RYNSUBMIT_UNSIGNED;
+  argument.width = width;
+  argument.value.u = value;
+  return argument;
+}
+
 static inline rynsubmit_argument rynsubmit_i32(int32_t value) {
-  rynsubmit_argument argument;
-  argument.kind = RYNSUBMIT_SIGNED;
-  argument.width = 4;
-  argument.value.i = value;
-  return argument;
+  return rynsubmit_signed(4, value);
 }
-
 static inline rynsubmit_argument rynsubmit_i64(int64_t value) {
-  rynsubmit_argument argument;
-  argument.kind = RYNSUBMIT_SIGNED;
-  argument.width = 8;
-  argument.value.i = value;
-  return argument;
+  return rynsubmit_signed(8, value);
 }
-
 static inline rynsubmit_argument rynsubmit_u32(uint32_t value) {
-  rynsubmit_argument argument;
-  argument.kind = RYNSUBMIT_UNSIGNED;
-  argument.width = 4;
-  argument.value.u = value;
-  return argument;
+  return rynsubmit_unsigned(4, value);
 }
-
 static inline rynsubmit_argument rynsubmit_u64(uint64_t value) {
-  rynsubmit_argument argument;
-  argument.kind = RYNSUBMIT_UNSIGNED;
-  argument.width = 8;
-  argument.value.u = value;
-  return argument;
+  return rynsubmit_unsigned(8, value);
 }
 
 /* NULL gives a null string. */

@@ -60,8 +60,7 @@ class RynSubmit : public testing::Test {
 TEST_F(RynSubmit, SendsWhatItIsGiven) {
   ASSERT_EQ(rynsubmit_connect(0, &connection_), 0);
   Accept();
-  rynsubmit_argument narrow = rynsubmit_i32(-128);
-  narrow.width = 1;
+  const rynsubmit_argument narrow = rynsubmit_signed(1, -128);
   ASSERT_EQ(Submit("ryn.user.a",
                    {rynsubmit_i32(-5), rynsubmit_i64(INT64_MIN), rynsubmit_u32(UINT32_MAX), rynsubmit_u64(UINT64_MAX),
                     rynsubmit_string("text"), rynsubmit_string(""), rynsubmit_string(nullptr), narrow},

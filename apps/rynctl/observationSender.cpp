@@ -28,11 +28,8 @@ uint64_t MicrosecondsNow() {
 rynsubmit_argument ToSubmit(const hosted::RawArgument &argument) {
   if (argument.kind == hosted::ArgumentKind::kString) return rynsubmit_string(argument.text.c_str());
   if (argument.kind == hosted::ArgumentKind::kNullString) return rynsubmit_string(nullptr);
-  rynsubmit_argument out{};
-  out.kind = argument.kind == hosted::ArgumentKind::kSigned ? RYNSUBMIT_SIGNED : RYNSUBMIT_UNSIGNED;
-  out.width = argument.width;
-  out.value.u = argument.bits;
-  return out;
+  if (argument.kind == hosted::ArgumentKind::kUnsigned) return rynsubmit_unsigned(argument.width, argument.bits);
+  return rynsubmit_signed(argument.width, static_cast<int64_t>(argument.bits));
 }
 
 }  // namespace
