@@ -11,4 +11,10 @@ Handler &HandlerTable::operator[](std::string_view id) {
   return rows_.insert(place, Row{id, nullptr})->handler;
 }
 
+std::vector<std::string_view> HandlerTable::Ids() const {
+  std::vector<std::string_view> ids;
+  for (const Row &row : rows_) ids.push_back(row.id);
+  return ids;
+}
+
 }  // namespace rynd

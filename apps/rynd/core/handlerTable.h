@@ -19,6 +19,8 @@ class HandlerTable {
   /// The handler of `id`; an id without a row gets one with an empty handler.
   Handler &operator[](std::string_view id);
   size_t Size() const { return rows_.size(); }
+  /// The ids in order.
+  std::vector<std::string_view> Ids() const;
 
  private:
   struct Row {
