@@ -129,8 +129,8 @@ TEST(NetCorrelator, UplinkTransitionsStartTheirTimerOnceAllArgumentsAreRead) {
   EXPECT_EQ(events.back(), "amb.problem.net.hynic.linkstate.down Physical NIC u2 linkstate is down");
 }
 
+/// The timer is registered once in a process: this runs before whatever else uses it, and in processes of its own.
 TEST(NetCorrelatorDeathTest, WithoutATimerItDoesNotRunAndWithoutAPipeItIsFatal) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: the timer is registered once
   EXPECT_EXIT(
       {
         CapturedLog log;
