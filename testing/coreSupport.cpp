@@ -10,6 +10,7 @@
 
 #include "base/unixAddress.h"
 #include "core/fanOut.h"
+#include "core/log.h"
 #include "hosted/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
@@ -77,6 +78,9 @@ CapturedLog::CapturedLog() {
   base::MakeUnixAddress(path, &address);
   fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (bind(fd_, address.Get(), base::UnixAddress::kLength) != 0) abort();
+  Log("this record tells of those that an earlier test has dropped\n");
+  Messages();
+  messages_.clear();
 }
 
 CapturedLog::~CapturedLog() {

@@ -76,6 +76,7 @@ TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
   const std::string actions = ProcessRoot() / "/var/lib/corvane/actions.log";
   const Arguments path = {Str("/hyfs/volumes/ds1/swap.sys")};
   std::filesystem::remove_all(storage);
+  std::filesystem::remove_all(actions);  // an earlier test may have made it unwritable
   WriteFile(storage + "filesystems/5f1a-22", "ds1");
   EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", path),
             Events{"amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on ds1 is affected by PDL but cannot "
