@@ -24,7 +24,7 @@ check:
 	@tools/format --check
 	@tools/lint --changed
 	cmake --preset debug && cmake --build --preset debug -j $(JOBS)
-	ctest --preset debug -j $(JOBS) -L 'rynd_test|correlators_test|startup_test|hosted_test|rynctl_test'
+	ctest --preset debug -j $(JOBS) -LE system_test
 
 bench: build
 	$(RELEASE)/bench/rynd_bench --csv $(RELEASE)/bench.csv
