@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "bench/barePeer.h"
-#include "hosted/rawRecord.h"
+#include "hosted/records/rawRecord.h"
 
 namespace bench {
 namespace {

@@ -15,8 +15,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 
 namespace bench {
 namespace {

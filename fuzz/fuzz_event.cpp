@@ -4,7 +4,7 @@
 
 #include "apps/rynctl/eventDecoder.h"
 #include "fuzz/seedRecord.h"
-#include "hosted/eventArguments.h"
+#include "hosted/records/eventArguments.h"
 
 namespace {
 

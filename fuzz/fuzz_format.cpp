@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "hosted/eventArguments.h"
+#include "hosted/records/eventArguments.h"
 #include "platform/messageFormat.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "hosted/rawRecord.h"
+#include "hosted/records/rawRecord.h"
 
 namespace fuzz {
 

@@ -1,6 +1,8 @@
 // Where the hosted platform keeps its sockets and files, below the root.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace hosted {
@@ -17,5 +19,9 @@ constexpr char kLogSocket[] = "/dev/log";
 std::string RootPath(const char *path);
 /// The socket of kernel context `id`, 0 to 28, such as "$ROOT/var/run/corvane/ryn/kernel-00".
 std::string KernelSocketPath(unsigned id);
+
+/// Make the folder `path` and its missing parents; `path` itself gets `mode` when it is made here, its parents 0755.
+/// 0 or an errno value.
+int MakeFolders(const std::string &path, mode_t mode);
 
 }  // namespace hosted

@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "base/uniqueFd.h"
-#include "hosted/log.h"
+#include "hosted/contexts/unixSocket.h"
+#include "hosted/log/log.h"
 #include "hosted/paths.h"
-#include "hosted/rawRecord.h"
-#include "hosted/unixSocket.h"
+#include "hosted/records/rawRecord.h"
 #include "platform/system.h"
 #include "testing/testRoot.h"
 

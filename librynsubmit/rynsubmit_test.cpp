@@ -15,9 +15,9 @@
 #include <utility>
 #include <vector>
 
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/rawRecord.h"
-#include "hosted/unixSocket.h"
+#include "hosted/records/rawRecord.h"
 #include "testing/testRoot.h"
 
 namespace {

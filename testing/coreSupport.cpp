@@ -11,7 +11,7 @@
 #include "base/unixAddress.h"
 #include "core/fanOut.h"
 #include "core/log.h"
-#include "hosted/rawRecord.h"
+#include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 #include "testing/testRoot.h"

@@ -14,9 +14,9 @@
 #include <filesystem>
 #include <sstream>
 
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/rawRecord.h"
-#include "hosted/unixSocket.h"
+#include "hosted/records/rawRecord.h"
 
 namespace testing_support {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/handlerTable.h"
-#include "hosted/rawRecord.h"
+#include "hosted/records/rawRecord.h"
 
 namespace rynd {
 

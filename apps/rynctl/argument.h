@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "hosted/rawRecord.h"
+#include "hosted/records/rawRecord.h"
 
 namespace rynctl {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "hosted/eventArguments.h"
+#include "hosted/records/eventArguments.h"
 #include "post/category.h"
 
 namespace rynctl {

@@ -12,9 +12,9 @@
 #include "commands.h"
 #include "eventPrinter.h"
 #include "eventReceiver.h"
-#include "hosted/folderLock.h"
+#include "hosted/contexts/folderLock.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "stopSignals.h"
 
 namespace rynctl {

@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include "eventReceiver.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "testEvent.h"
 #include "testing/testRoot.h"
 #include "toolRun.h"

@@ -7,7 +7,7 @@
 
 #include "base/uniqueFd.h"
 #include "daemonSocket.h"
-#include "hosted/rawRecord.h"
+#include "hosted/records/rawRecord.h"
 #include "librynsubmit/rynsubmit.h"
 
 namespace rynctl {

@@ -8,9 +8,9 @@
 #include <chrono>
 #include <sstream>
 
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/rawRecord.h"
-#include "hosted/unixSocket.h"
+#include "hosted/records/rawRecord.h"
 #include "observationSender.h"
 #include "submitFile.h"
 #include "testing/testRoot.h"

@@ -4,8 +4,8 @@
 
 #include <csignal>
 
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "testing/testRoot.h"
 #include "toolRun.h"
 #include "traceLine.h"

@@ -10,7 +10,6 @@
 #include "core/cancel.h"
 #include "core/pollLoop.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "platform/hsi.h"
 #include "startup/fakes.h"
 #include "testing/coreSupport.h"

@@ -9,7 +9,8 @@
 #include <filesystem>
 #include <random>
 
-#include "hosted/unixSocket.h"
+#include "hosted/contexts/unixSocket.h"
+#include "hosted/paths.h"
 #include "testing/daemon.h"
 
 namespace testing_support {

@@ -8,8 +8,8 @@
 #include "base/uniqueFd.h"
 #include "core/fanOut.h"
 #include "core/stream.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "testing/coreSupport.h"
 
 namespace rynd {

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "base/uniqueFd.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
 #include "post/rateLimit.h"

@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "base/uniqueFd.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/unixSocket.h"
 #include "platform/messageFormat.h"
 #include "post/eventRecord.h"
 #include "post/ryndKprobQueue.h"

@@ -1,0 +1,80 @@
+// Appends to the record of actions that were carried out. Any thread.
+#include "hosted/host/actionsLog.h"
+
+#include <fcntl.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "base/uniqueFd.h"
+#include "hosted/log/log.h"
+#include "hosted/paths.h"
+
+namespace hosted {
+namespace {
+
+/// Append `text` so that it neither ends a field nor a line.
+void AppendEscaped(std::string_view text, std::string *line) {
+  for (const char c : text) {
+    switch (c) {
+      case '\\':
+        line->append("\\\\");
+        break;
+      case '\t':
+        line->append("\\t");
+        break;
+      case '\n':
+        line->append("\\n");
+        break;
+      default:
+        line->push_back(c);
+    }
+  }
+}
+
+std::string MicrosecondsNow() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return std::to_string(int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000);
+}
+
+/// Append to the file with one write. 0 or an errno value.
+int AppendLine(const std::string &path, const std::string &line) {
+  if (const int error = MakeFolders(path.substr(0, path.rfind('/')), 0755); error != 0) return error;
+  const base::UniqueFd fd(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+  if (!fd) return errno;
+  const ssize_t written = write(fd.Get(), line.data(), line.size());
+  if (written < 0) return errno;
+  return static_cast<size_t>(written) == line.size() ? 0 : ENOSPC;
+}
+
+}  // namespace
+
+int RecordAction(std::string_view operation, const std::vector<ActionField> &fields) {
+  std::string line;
+  for (const ActionField &field : fields) {
+    line += '\t';
+    if (const int64_t *integer = std::get_if<int64_t>(&field)) {
+      line += std::to_string(*integer);
+    } else {
+      AppendEscaped(std::get<std::string_view>(field), &line);
+    }
+  }
+  line += '\n';
+  const std::string path = RootPath(kActionsLog);
+  // Guards nothing but the order: a line's time is taken and the line written before the next. Nothing nests in it.
+  static std::mutex order;
+  int error = 0;
+  {
+    const std::lock_guard lock(order);
+    error = AppendLine(path, MicrosecondsNow().append("\t").append(operation).append(line));
+  }
+  if (error != 0) Log("Cannot write %s: %s", path.c_str(), std::strerror(error));
+  return error;
+}
+
+}  // namespace hosted

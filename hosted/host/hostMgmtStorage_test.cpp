@@ -1,0 +1,119 @@
+#include "platform/hostMgmtStorage.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "hosted/host/hostTree.h"
+#include "hosted/testSupport.h"
+#include "platform/hostMgmt.h"
+#include "platform/hykCtlSystem.h"
+#include "platform/volumesDirectory.h"
+
+namespace hosted {
+namespace {
+
+using HostMgmt::Lib::HostMgmtException;
+
+/// Every test starts with an empty host tree.
+class HostMgmtStorageTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove_all(HostTreePath(""));
+    std::filesystem::remove(RootPath(kActionsLog));
+  }
+  static void Put(const std::string &path, const std::string &content) {
+    testing_support::WriteFile(HostTreePath("storage/" + path), content);
+  }
+  /// The volume that the query names for `request`, or its error.
+  static std::string VolumeOf(const char *request) {
+    char padded[kVolumesQueryRequestSize] = {};
+    snprintf(padded, sizeof padded, "%s", request);
+    char answer[kVolumesQueryAnswerSize];
+    const int error = VolumesDirectoryQuery(0, kVolumesQueryPartitionVolume, padded, answer);
+    return error == 0 ? answer : std::to_string(error);
+  }
+  LogListener log_;
+  std::unique_ptr<HostMgmt::Storage::StorageInfo> storage_ = HostMgmt::HostFactory::GetHost()->GetStorageInfo();
+};
+
+TEST_F(HostMgmtStorageTest, DevicesHaveARedundancyAndAType) {
+  EXPECT_THROW(storage_->GetLunByName("naa.1", true), HostMgmtException);
+  std::filesystem::create_directories(HostTreePath("storage/devices/naa.1"));
+  const auto lun = storage_->GetLunByName("naa.1", true);
+  EXPECT_EQ(lun->GetRedundancyStatus(), 0);
+  EXPECT_NE(dynamic_cast<HostMgmt::Storage::DiskLun *>(lun.get()), nullptr);
+  Put("devices/naa.1/redundancy", "-7\n");
+  EXPECT_EQ(lun->GetRedundancyStatus(), -7);
+  Put("devices/naa.1/redundancy", "4294967296");
+  EXPECT_THROW(static_cast<void>(lun->GetRedundancyStatus()), HostMgmtException);
+  Put("devices/naa.1/disk", "0");
+  EXPECT_EQ(dynamic_cast<HostMgmt::Storage::DiskLun *>(storage_->GetLunByName("naa.1", true).get()), nullptr);
+  Put("devices/naa.1/disk", "2");
+  EXPECT_THROW(storage_->GetLunByName("naa.1", true), HostMgmtException);
+}
+
+TEST_F(HostMgmtStorageTest, NamesStayInTheirFolder) {
+  Put("redundancy", "3");
+  Put("devices/a%2Fb/redundancy", "2");
+  Put("devices/%/redundancy", "1");
+  Put("paths/%2E.", "naa.9\n");
+  EXPECT_EQ(storage_->GetLunByName("a/b", true)->GetRedundancyStatus(), 2);
+  EXPECT_EQ(storage_->GetLunByName("", true)->GetRedundancyStatus(), 1);
+  EXPECT_EQ(storage_->GetPathByName("..")->GetDeviceName(), "naa.9");
+  const std::string endless(5000, 'x');
+  for (const char *name : {"..", ".", static_cast<const char *>(nullptr), endless.c_str()}) {
+    EXPECT_THROW(storage_->GetLunByName(name, true), HostMgmtException);
+  }
+  for (const char *name : {"", static_cast<const char *>(nullptr), endless.c_str()}) {
+    EXPECT_THROW(storage_->GetPathByName(name), HostMgmtException);
+  }
+}
+
+TEST_F(HostMgmtStorageTest, PartitionsRiseAndNameTheirVolumes) {
+  for (const char *number : {"10", "9", "0"}) Put(std::string("devices/t10:x/partitions/") + number, "");
+  Put("devices/t10:x/partitions/2", "datastore1\n");
+  const auto lun = storage_->GetLunByName("t10:x", true);
+  const auto *disk = dynamic_cast<HostMgmt::Storage::DiskLun *>(lun.get());
+  ASSERT_NE(disk, nullptr);
+  std::vector<int32_t> numbers;
+  for (const HostMgmt::Storage::Partition &partition : disk->GetPartitions()) numbers.push_back(partition.number);
+  EXPECT_EQ(numbers, (std::vector<int32_t>{0, 2, 9, 10}));
+  EXPECT_EQ(VolumeOf("t10:x:2"), "datastore1");
+  EXPECT_EQ(VolumeOf("t10:x:9"), std::to_string(ENOENT));
+  EXPECT_EQ(VolumeOf("t10:x:3"), std::to_string(ENOENT));
+  EXPECT_EQ(VolumeOf("t10:x"), std::to_string(EINVAL));
+  EXPECT_EQ(VolumeOf("2"), std::to_string(EINVAL));
+  Put("devices/t10:x/partitions/2", std::string(kVolumesQueryAnswerSize, 'v'));
+  EXPECT_EQ(VolumeOf("t10:x:2"), std::to_string(ENAMETOOLONG));
+  for (const std::string foreign : {"two", "01"}) {
+    Put("devices/t10:x/partitions/" + foreign, "");
+    EXPECT_THROW(disk->GetPartitions(), HostMgmtException) << foreign;
+    std::filesystem::remove(HostTreePath("storage/devices/t10:x/partitions/" + foreign));
+  }
+  char request[kVolumesQueryRequestSize] = "t10:x:2", answer[kVolumesQueryAnswerSize];
+  EXPECT_EQ(VolumesDirectoryQuery(-1, kVolumesQueryPartitionVolume, request, answer), EBADF);
+  EXPECT_EQ(VolumesDirectoryQuery(0, 3037, request, answer), ENOTTY);
+}
+
+TEST_F(HostMgmtStorageTest, SwapIsReconfiguredAndRecordedOrFailsAsTold) {
+  const auto actions = [] { return testing_support::ReadFile(RootPath(kActionsLog)); };
+  Put("swap/reconfigure", "no datastore takes it\n");
+  try {
+    HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0);
+    FAIL() << "it was reconfigured";
+  } catch (const HostMgmtException &failure) {
+    EXPECT_EQ(failure.GetDetailedMessage(), "no datastore takes it");
+  }
+  std::filesystem::remove(HostTreePath("storage/swap/reconfigure"));
+  std::filesystem::create_directory(HostTreePath("storage/swap/reconfigure"));
+  EXPECT_THROW(HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0), HostMgmtException) << "it can't be read";
+  EXPECT_EQ(actions(), "");
+  std::filesystem::remove(HostTreePath("storage/swap/reconfigure"));
+  HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0);
+  EXPECT_TRUE(actions().ends_with("\tstorage/swap/reconfigure\n"));
+}
+
+}  // namespace
+}  // namespace hosted

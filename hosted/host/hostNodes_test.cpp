@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+
+#include "hosted/host/hostTree.h"
+#include "hosted/host/machineCpu.h"
+#include "hosted/testSupport.h"
+#include "platform/hostMgmt.h"
+#include "platform/hsiRecords.h"
+#include "platform/hykCtlResource.h"
+#include "platform/hykCtlUtil.h"
+
+namespace hosted {
+namespace {
+
+using HostMgmt::Lib::HostMgmtException;
+using HykCtl::Util::Sysinfo;
+
+/// Every test starts with an empty host tree.
+class HostNodes : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove_all(HostTreePath(""));
+    std::filesystem::remove(RootPath(kActionsLog));
+  }
+  static void Put(const std::string &path, const std::string &content) {
+    testing_support::WriteFile(HostTreePath(path), content);
+  }
+  /// The errno value of reading a node without an instance.
+  template <typename T>
+  static int Get(const char *node, T *value) {
+    return HYK_ReturnStatusToErrno(HSI_Get(node, nullptr, value, sizeof *value));
+  }
+  LogListener log_;
+};
+
+TEST_F(HostNodes, NumbersHaveTheirRangesAndDefaults) {
+  int32_t interval = 7;
+  EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), ENOENT);
+  EXPECT_EQ(interval, 7);
+  Put("sysinfo/system/ntpclock/rynReportInterval", "-60\n");
+  EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), 0);
+  EXPECT_EQ(interval, -60);
+  Put("sysinfo/system/ntpclock/rynReportInterval", "2147483648");
+  EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), ERANGE);
+
+  uint64_t threshold = 0;
+  EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), 0);
+  EXPECT_EQ(threshold, 1000u);
+  Put("sysinfo/system/pageRetire/threshold", "9223372036854775807");
+  EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), 0);
+  EXPECT_EQ(threshold, uint64_t{std::numeric_limits<int64_t>::max()});
+  Put("sysinfo/system/pageRetire/threshold", "-1");
+  EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), EINVAL);
+  EXPECT_EQ(Get("system/pageRetire/threshold", &interval), EINVAL);  // four bytes
+
+  uint8_t enabled = 9;
+  EXPECT_EQ(Get("sched/offline/enabled", &enabled), 0);
+  EXPECT_EQ(enabled, 0);
+  Put("sysinfo/sched/offline/enabled", "1");
+  EXPECT_EQ(Get("sched/offline/enabled", &enabled), 0);
+  EXPECT_EQ(enabled, 1);
+  Put("sysinfo/sched/offline/enabled", "2");
+  EXPECT_EQ(Get("sched/offline/enabled", &enabled), EINVAL);
+}
+
+TEST_F(HostNodes, PagesHaveAStatusEach) {
+  uint8_t status[3] = {9, 9, 9};
+  const auto get = [&](uint64_t page, size_t size = 2) {
+    Sysinfo("system/pageRetire/MPNStatus").AddInput(static_cast<int64_t>(page)).Get(status, size);
+  };
+  get(0x1a);
+  EXPECT_EQ(std::memcmp(status, "\0\0\x9", 3), 0);
+  Put("sysinfo/system/pageRetire/MPNStatus/0x1a", "0 255");
+  Put("sysinfo/system/pageRetire/MPNStatus/0xffffffffffffffff", "1 0");
+  get(0x1a);
+  EXPECT_EQ(std::memcmp(status, "\0\xff\x9", 3), 0);
+  get(UINT64_MAX);
+  EXPECT_EQ(std::memcmp(status, "\x1\0\x9", 3), 0);
+  EXPECT_THROW(get(0x1a, 3), HostMgmtException);
+  for (const char *text : {"1", "1 256", "1 -1", ""}) {
+    Put("sysinfo/system/pageRetire/MPNStatus/0x1a", text);
+    EXPECT_THROW(get(0x1a), HostMgmtException) << text;
+  }
+  EXPECT_THROW(Sysinfo("system/pageRetire/MPNStatus").Get(status, 2), HostMgmtException);
+}
+
+TEST_F(HostNodes, ProcessorsAreTheMachinesOwnOrWhatTheTreeHolds) {
+  char info[kHsiCpuInfoSize + 1], list[kHsiCpuListSize + 1];
+  uint32_t cores = 0, pcpus = 0;
+  const auto getInfo = [&] {
+    info[kHsiCpuInfoSize] = 'x';
+    const int error = HYK_ReturnStatusToErrno(HSI_Get("hardware/cpu/cpuInfo", nullptr, info, kHsiCpuInfoSize));
+    std::memcpy(&cores, info + 24, sizeof cores);
+    std::memcpy(&pcpus, info + 28, sizeof pcpus);
+    EXPECT_EQ(info[kHsiCpuInfoSize], 'x');
+    return error;
+  };
+  const auto getVendor = [&] {
+    list[kHsiCpuListSize] = 'x';
+    Sysinfo("hardware/cpu/cpuList").AddInstancePath(int64_t{0}).Get(list, kHsiCpuListSize);
+    EXPECT_EQ(list[kHsiCpuListSize], 'x');
+    return std::string(list + 24);
+  };
+  EXPECT_EQ(getInfo(), 0);
+  EXPECT_GE(cores, 1u);
+  EXPECT_GE(pcpus, cores);
+  EXPECT_EQ(getVendor(), MachineCpuVendor());
+  Put("sysinfo/hardware/cpu/cpuInfo", "28 56");
+  Put("sysinfo/hardware/cpu/vendor", "GenuineIntel\n");
+  EXPECT_EQ(getInfo(), 0);
+  EXPECT_EQ(cores, 28u);
+  EXPECT_EQ(pcpus, 56u);
+  EXPECT_EQ(getVendor(), "GenuineIntel");
+  Put("sysinfo/hardware/cpu/vendor", std::string(107, 'v'));
+  EXPECT_EQ(getVendor(), std::string(107, 'v'));
+  Put("sysinfo/hardware/cpu/vendor", std::string(108, 'v'));
+  EXPECT_THROW(getVendor(), HostMgmtException);
+  for (const char *text : {"28", "28 4294967296", "-1 2", "1 2 3"}) {
+    Put("sysinfo/hardware/cpu/cpuInfo", text);
+    EXPECT_EQ(getInfo(), EINVAL) << text;
+  }
+}
+
+TEST_F(HostNodes, ActionsAreRecordedInOrder) {
+  Sysinfo("system/pageRetire/retireMPNs").AddInput(0x1a).AddInput(1).AddInput("NiceRetire").Set();
+  Sysinfo("sched/pcpus/offline").AddInstancePath(3).Set();
+  Put("vms/-7", "web 1\n");
+  const HykCtl::Resource::ResourceInfoImpl resources;
+  const auto machine = resources.GetVirtualMachineByWorldId(-7);
+  EXPECT_EQ(machine->GetName(), "web 1");
+  machine->Kill(0);
+  EXPECT_THROW(machine->Kill(1), HostMgmtException);
+  EXPECT_THROW(resources.GetVirtualMachineByWorldId(8), HostMgmtException);
+  Put("vms/8", "two\nlines");
+  EXPECT_THROW(resources.GetVirtualMachineByWorldId(8), HostMgmtException);
+
+  std::string actions = testing_support::ReadFile(RootPath(kActionsLog));
+  for (const char *expected :
+       {"\tsystem/pageRetire/retireMPNs\t26\t1\tNiceRetire\n", "\tsched/pcpus/offline\t3\n", "\tvm/kill\t-7\n"}) {
+    const size_t end = actions.find('\n') + 1;
+    EXPECT_TRUE(actions.substr(0, end).ends_with(expected)) << actions;
+    actions.erase(0, end);
+  }
+  EXPECT_EQ(actions, "");
+}
+
+}  // namespace
+}  // namespace hosted

@@ -1,0 +1,185 @@
+#include "hosted/host/hostTree.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <limits>
+#include <thread>
+
+#include "hosted/host/actionsLog.h"
+#include "hosted/testSupport.h"
+
+namespace hosted {
+namespace {
+
+constexpr int64_t kLeast = std::numeric_limits<int64_t>::min();
+constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
+
+void Put(const std::string &path, const std::string &content) {
+  testing_support::WriteFile(HostTreePath(path), content);
+}
+
+TEST(HostTree, MakesOneComponentOfAnyName) {
+  const std::pair<const char *, const char *> rows[] = {
+      {"naa.600508b1001c", "naa.600508b1001c"},
+      {"", "%"},
+      {nullptr, "%00"},
+      {".", "%2E"},
+      {"..", "%2E."},
+      {"../../etc/passwd", "%2E.%2F..%2Fetc%2Fpasswd"},
+      {".hidden.name", "%2Ehidden.name"},
+      {"a/b%c", "a%2Fb%25c"},
+      {"%00", "%2500"},
+      {"a\tb\n\x01\x1f\x7f", "a%09b%0A%01%1F%7F"},
+      {"vm name: \xc3\xa4", "vm name: \xc3\xa4"},
+  };
+  for (const auto &[name, component] : rows) EXPECT_EQ(HostComponent(name), component);
+}
+
+TEST(HostTree, ReadsOneValueWithAtMostOneLineEnd) {
+  LogListener log;
+  const std::pair<std::string, std::string> values[] = {
+      {"text\n", "text"}, {"text", "text"}, {"", ""}, {"\n", ""}, {" two words \n", " two words "}};
+  for (const auto &[content, value] : values) {
+    Put("test/text", content);
+    std::string text = "before";
+    EXPECT_EQ(ReadHostText("test/text", &text), 0);
+    EXPECT_EQ(text, value);
+  }
+  std::string text;
+  EXPECT_EQ(ReadHostText("test/missing", &text), ENOENT);
+  EXPECT_EQ(ReadHostText("missing/missing", &text), ENOENT);
+  EXPECT_EQ(ReadHostText("test/" + std::string(300, 'x'), &text), ENOENT);
+  EXPECT_EQ(log.NextMessage(), "");
+  for (const std::string &content : {std::string("a\nb"), std::string("a\n\n"), std::string("a\0b", 3)}) {
+    Put("test/text", content);
+    EXPECT_EQ(ReadHostText("test/text", &text), EINVAL);
+    EXPECT_TRUE(log.NextMessage().starts_with("Cannot read " + HostTreePath("test/text") + ": it holds "));
+  }
+  Put("test/text", std::string(2'000'000, 'x'));
+  EXPECT_EQ(ReadHostText("test/text", &text), EFBIG);
+  EXPECT_EQ(ReadHostText("test", &text), EISDIR);
+  EXPECT_EQ(ReadHostText("test/text/below", &text), ENOTDIR);
+  ASSERT_EQ(mkfifo(HostTreePath("test/pipe").c_str(), 0600), 0);
+  EXPECT_EQ(ReadHostText("test/pipe", &text), EINVAL) << "without a wait for its writer";
+}
+
+TEST(HostTree, ReadsIntegersExactly) {
+  LogListener log;  // keeps the failures off the terminal
+  struct Row {
+    const char *text;
+    int64_t least, most;
+    bool good;
+    int64_t value = 0;
+  };
+  const Row rows[] = {
+      {"0", kLeast, kMost, true, 0},
+      {"+7", kLeast, kMost, true, 7},
+      {"-7", kLeast, kMost, true, -7},
+      {"007", kLeast, kMost, true, 7},
+      {"9223372036854775807", kLeast, kMost, true, kMost},
+      {"-9223372036854775808", kLeast, kMost, true, kLeast},
+      {"9223372036854775808", kLeast, kMost, false},
+      {"-9223372036854775809", kLeast, kMost, false},
+      {"1", 0, 1, true, 1},
+      {"2", 0, 1, false},
+      {"-1", 0, 1, false},
+      {"", kLeast, kMost, false},
+      {"+", kLeast, kMost, false},
+      {"-", kLeast, kMost, false},
+      {"+-1", kLeast, kMost, false},
+      {"--1", kLeast, kMost, false},
+      {" 1", kLeast, kMost, false},
+      {"1 ", kLeast, kMost, false},
+      {"1x", kLeast, kMost, false},
+      {"0x10", kLeast, kMost, false},
+      {"1.5", kLeast, kMost, false},
+      {"1\r", kLeast, kMost, false},
+      {"1 2", kLeast, kMost, false},
+      {"on", kLeast, kMost, false},
+  };
+  for (const Row &row : rows) {
+    Put("test/number", std::string(row.text) + "\n");
+    int64_t value = 0;
+    EXPECT_EQ(ReadHostInteger("test/number", row.least, row.most, &value), row.good ? 0 : EINVAL) << row.text;
+    EXPECT_EQ(value, row.value) << row.text;
+  }
+  const std::pair<const char *, bool> pairs[] = {{"3 -4", true}, {"3 \t -4", true}, {"3", false},   {"3 ", false},
+                                                 {"3-4", false}, {"3 -4 5", false}, {"3 x", false}, {"", false}};
+  for (const auto &[text, good] : pairs) {
+    int64_t values[2] = {};
+    EXPECT_EQ(ParseIntegers(text, kLeast, kMost, values), good) << text;
+    EXPECT_TRUE(!good || values[0] + values[1] == -1) << text;
+  }
+}
+
+TEST(HostTree, ReplacesFilesAsAWhole) {
+  const std::string first(5000, 'a'), second(7000, 'b');
+  ASSERT_EQ(WriteHostText("test/made/here", first), 0);
+  EXPECT_EQ(testing_support::ReadFile(HostTreePath("test/made/here")), first + "\n");
+  std::thread writer([&] {
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(WriteHostText("test/made/here", i % 2 == 0 ? second : first), 0);
+  });
+  for (int i = 0; i < 500; ++i) {
+    std::string text;
+    ASSERT_EQ(ReadHostText("test/made/here", &text), 0);
+    ASSERT_TRUE(text == first || text == second) << text.size();
+  }
+  writer.join();
+  struct stat status {};
+  ASSERT_EQ(stat(HostTreePath("test/made/here").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0644u);
+  const std::filesystem::directory_iterator left(HostTreePath("test/made"));
+  EXPECT_EQ(std::distance(begin(left), end(left)), 1);
+}
+
+TEST(HostTree, TellsWhatItCannotWrite) {
+  LogListener log;
+  Put("test/file", "x");
+  EXPECT_EQ(WriteHostText("test/file/below", "y"), ENOTDIR);
+  EXPECT_TRUE(log.NextMessage().starts_with("Cannot write " + HostTreePath("test/file/below") + ": "));
+  std::filesystem::create_directories(HostTreePath("test/folder"));
+  EXPECT_EQ(WriteHostText("test/folder", "y"), EISDIR);
+  EXPECT_TRUE(log.NextMessage().starts_with("Cannot write " + HostTreePath("test/folder") + ": "));
+  EXPECT_FALSE(std::filesystem::exists(HostTreePath("test/.new"))) << "nothing is left behind";
+}
+
+TEST(ActionsLog, KeepsLinesWholeAndInOrder) {
+  const std::string path = RootPath(kActionsLog);
+  std::filesystem::remove(path);
+  EXPECT_EQ(RecordAction("vm/kill", {int64_t{-5}}), 0);
+  EXPECT_EQ(RecordAction("storage/swap/reconfigure", {}), 0);
+  EXPECT_EQ(RecordAction("a", {std::string_view("tab\tline\nback\\slash"), std::string_view(""), int64_t{7}}), 0);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int k = 0; k < 50; ++k) RecordAction("many", {std::string_view("text")});
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+
+  const std::string content = testing_support::ReadFile(path);
+  std::vector<std::string> lines;
+  uint64_t last = 0;
+  for (size_t at = 0; at < content.size();) {
+    const size_t end = content.find('\n', at);
+    const size_t tab = content.find('\t', at);
+    ASSERT_LT(tab, end);
+    const uint64_t time = std::stoull(content.substr(at, tab - at));
+    EXPECT_GE(time, last);
+    last = time;
+    lines.push_back(content.substr(tab + 1, end - tab - 1));
+    at = end + 1;
+  }
+  ASSERT_EQ(lines.size(), 203u);
+  EXPECT_EQ(lines[0], "vm/kill\t-5");
+  EXPECT_EQ(lines[1], "storage/swap/reconfigure");
+  EXPECT_EQ(lines[2], "a\ttab\\tline\\nback\\\\slash\t\t7");
+  for (size_t i = 3; i < lines.size(); ++i) ASSERT_EQ(lines[i], "many\ttext");
+}
+
+}  // namespace
+}  // namespace hosted

@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "hosted/host/hostTree.h"
+#include "hosted/testSupport.h"
+#include "platform/hostMgmt.h"
+#include "platform/hostMgmtNetwork.h"
+#include "platform/hykCtlAdv.h"
+#include "platform/hykCtlStorage.h"
+#include "platform/hykCtlUtil.h"
+
+namespace hosted {
+namespace {
+
+using HostMgmt::Lib::HostMgmtException;
+using HykCtl::Util::Sysinfo;
+
+/// Every test starts with an empty host tree.
+class HykCtlTest : public testing::Test {
+ protected:
+  void SetUp() override { std::filesystem::remove_all(HostTreePath("")); }
+  static void Put(const std::string &path, const std::string &content) {
+    testing_support::WriteFile(HostTreePath(path), content);
+  }
+  LogListener log_;
+};
+
+TEST_F(HykCtlTest, SysinfoReadsAndWritesByInstance) {
+  int64_t value = 0;
+  Sysinfo("config/intOpts").AddInstancePath("Net").AddInstancePath("X").AddInput(42).Set();
+  Sysinfo("config/intOpts").AddInstancePath("Net").AddInstancePath("X").Get(&value, sizeof value);
+  EXPECT_EQ(value, 42);
+  // Without an instance, what a read is about stands in the inputs.
+  value = 0;
+  Sysinfo("config/intOpts").AddInput("Net").AddInput("X").Get(&value, sizeof value);
+  EXPECT_EQ(value, 42);
+}
+
+TEST_F(HykCtlTest, SysinfoFailuresNameTheNodeAndTheReason) {
+  int64_t value = 7;
+  try {
+    Sysinfo("config/intOpts").AddInstancePath("Net").AddInstancePath("None").Get(&value, sizeof value);
+    FAIL() << "it was read";
+  } catch (const HostMgmtException &failure) {
+    EXPECT_EQ(failure.GetDetailedMessage(), "cannot read the sysinfo node config/intOpts: No such file or directory");
+  }
+  EXPECT_EQ(value, 7);
+  EXPECT_THROW(Sysinfo("no/such/node").Set(), HostMgmtException);
+  EXPECT_THROW(Sysinfo("config/intOpts").AddInstancePath(nullptr), HostMgmtException);
+  EXPECT_THROW(Sysinfo("config/intOpts").AddInstancePath(1).Get(&value, sizeof value), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, ListsWhatStandsInAFolder) {
+  std::vector<std::string> names = {"old"};
+  EXPECT_EQ(ListHostFolder("none", &names), 0);
+  EXPECT_TRUE(names.empty());
+  for (const char *name : {"b", "a/b%", "", ".a", "\n"}) {
+    Put("folder/" + HostComponent(name), "");
+  }
+  for (const char *foreign : {"%2f", "%4", "%41", ".hidden", "%00", "x%"}) Put(std::string("folder/") + foreign, "");
+  EXPECT_EQ(ListHostFolder("folder", &names), 0);
+  EXPECT_EQ(names, (std::vector<std::string>{"", "\n", ".a", "a/b%", "b"}));
+  Put("file", "");
+  EXPECT_EQ(ListHostFolder("file", &names), ENOTDIR);
+}
+
+TEST_F(HykCtlTest, FileSystemsHaveALabelAndAUuid) {
+  EXPECT_TRUE(HykCtl::Storage::StorageInfoImpl().GetFileSystems().empty());
+  Put("storage/filesystems/5f1a-22", "datastore1\n");
+  Put("storage/filesystems/11-aa", "");
+  const auto all = HykCtl::Storage::StorageInfoImpl().GetFileSystems();
+  ASSERT_EQ(all.size(), 2u);
+  EXPECT_EQ(all[0].GetUuid(), "11-aa");
+  EXPECT_EQ(all[0].GetLabel(), "");
+  EXPECT_EQ(all[1].GetUuid(), "5f1a-22");
+  EXPECT_EQ(all[1].GetLabel(), "datastore1");
+  Put("storage/filesystems/a%2Fb", "remote");
+  std::filesystem::create_symlink("nowhere", HostTreePath("storage/filesystems/gone"));
+  const auto now = HykCtl::Storage::StorageInfoImpl().GetFileSystems();
+  ASSERT_EQ(now.size(), 3u) << "one that has just gone is none";
+  EXPECT_EQ(now[2].GetUuid() + now[2].GetLabel(), "a/bremote");
+  Put("storage/filesystems/5f1a-22", "two\nlines");
+  EXPECT_THROW(HykCtl::Storage::StorageInfoImpl().GetFileSystems(), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, OptionsAreUnsignedAnd32BitsWide) {
+  const HykCtl::Adv::AdvancedIntegerOptionImpl option({"Net"}, "LinkFlappingThreshold");
+  EXPECT_EQ(option.GetValue(), 0u);
+  Put("sysinfo/config/intOpts/Net/LinkFlappingThreshold", "4294967295\n");
+  EXPECT_EQ(option.GetValue(), 4294967295u);
+  for (const char *bad : {"4294967296", "-1", "many"}) {
+    Put("sysinfo/config/intOpts/Net/LinkFlappingThreshold", bad);
+    EXPECT_THROW(static_cast<void>(option.GetValue()), HostMgmtException) << bad;
+  }
+}
+
+TEST_F(HykCtlTest, TheGroupOfAVirtualMachineHasItsDisplayName) {
+  HsiVmmGroupInfo info{};
+  const auto read = [&info](int64_t id, size_t size = sizeof info) {
+    Sysinfo("vm/vmmGroupInfo").AddInstancePath(id).Get(&info, size);
+  };
+  EXPECT_THROW(read(77), HostMgmtException);
+  Put("sysinfo/vm/vmmGroupInfo/77", "web server\n");
+  read(77);
+  EXPECT_EQ(info.groupId, 77u);
+  EXPECT_STREQ(info.displayName, "web server");
+  EXPECT_THROW(read(77, 3395), HostMgmtException);
+  Put("sysinfo/vm/vmmGroupInfo/77", std::string(3391, 'n'));
+  read(77);
+  EXPECT_EQ(std::string(info.displayName), std::string(3391, 'n'));
+  Put("sysinfo/vm/vmmGroupInfo/77", std::string(3392, 'n'));
+  EXPECT_THROW(read(77), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, FindsPortGroupsAndPortsOfSwitches) {
+  using HostMgmt::Network::NetworkFactory;
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName("pg/1"), HostMgmtException);
+  Put("net/portgroups/pg%2F1", "vSwitch0\n");
+  EXPECT_EQ(NetworkFactory::GetPortGroupByName("pg/1")->GetVirtualSwitchName(), "vSwitch0");
+  Put("net/portgroups/pg%2F1", "two\nlines");
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName("pg/1"), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName(""), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetPortGroupByName(".."), HostMgmtException);
+
+  Put("net/dvports/dvs/17", "whatever\nstands here");
+  const auto port = NetworkFactory::GetDVPort("dvs", "17");
+  EXPECT_TRUE(port->Exists());
+  std::filesystem::remove(HostTreePath("net/dvports/dvs/17"));
+  EXPECT_FALSE(port->Exists());
+  EXPECT_THROW(NetworkFactory::GetDVPort("dvs", "17"), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetDVPort("dvs", ""), HostMgmtException);
+  EXPECT_THROW(NetworkFactory::GetDVPort("dvs", std::string(300, 'p')), HostMgmtException);
+}
+
+TEST_F(HykCtlTest, AFlappingLinkIsTakenDown) {
+  std::filesystem::remove(RootPath(kActionsLog));
+  Sysinfo("net/pNics/linkFlapping").AddInstancePath("hynic0").AddInput(1).Set();
+  EXPECT_TRUE(testing_support::ReadFile(RootPath(kActionsLog)).ends_with("\tnet/pNics/linkFlapping\thynic0\t1\n"));
+  EXPECT_THROW(Sysinfo("net/pNics/linkFlapping").AddInstancePath("hynic0").Get(nullptr, 0), HostMgmtException);
+}
+
+}  // namespace
+}  // namespace hosted

@@ -1,0 +1,268 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include "hosted/log/log.h"
+#include "hosted/log/logTime.h"
+#include "hosted/testSupport.h"
+
+namespace hosted {
+namespace {
+
+[[gnu::format(printf, 2, 3)]] void Emit(const HykSyslogParam *params, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  Hyk_SyslogExtended(LOG_DAEMON, LOG_INFO, "", "", "", params == nullptr ? nullptr : "amb", params, format, arguments);
+  va_end(arguments);
+}
+
+/// Log as the daemon does.
+void LogText(const std::string &text) {
+  const HykSyslogParam params[] = {{"threadName", Hyk_GetThreadName()}, {"", ""}};
+  Emit(params, "%s", text.c_str());
+}
+
+TEST(LogTime, IsTheGregorianCalendars) {
+  const std::pair<time_t, std::string> rows[] = {
+      {0, "1970-01-01T00:00:00"},
+      {951'782'399, "2000-02-28T23:59:59"},
+      {951'782'400, "2000-02-29T00:00:00"},
+      {951'868'800, "2000-03-01T00:00:00"},
+      {1'735'689'599, "2024-12-31T23:59:59"},
+      {4'107'542'399, "2100-02-28T23:59:59"},
+      {4'107'542'400, "2100-03-01T00:00:00"},
+      {-1, "1969-12-31T23:59:59"},
+      {253'402'300'799, "9999-12-31T23:59:59"},
+  };
+  for (const auto &[seconds, text] : rows) {
+    std::string out(kLogTimeSize, '\0');
+    FormatLogTime({seconds, 1'002'999}, out.data());
+    EXPECT_EQ(out, text + ".001002Z");
+  }
+  for (time_t seconds = -86'400LL * 800; seconds < 86'400LL * 365 * 140; seconds += 86'400 * 13 + 3'601) {
+    tm civil{};
+    gmtime_r(&seconds, &civil);
+    char expected[32];
+    strftime(expected, sizeof expected, "%FT%T.000000Z", &civil);
+    std::string out(kLogTimeSize, '\0');
+    FormatLogTime({seconds, 0}, out.data());
+    ASSERT_EQ(out, expected);
+  }
+}
+
+TEST(SystemLog, WritesTheAgreedRecord) {
+  LogListener listener;
+  char host[256] = "";
+  ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+  std::thread named([] {
+    EXPECT_EQ(Hyk_SetThreadName("StorageAPDCorrelator"), 0);
+    LogText("rynd setup completed. Start polling loop.\n");
+    char kernelName[16];
+    pthread_getname_np(pthread_self(), kernelName, sizeof kernelName);
+    EXPECT_STREQ(kernelName, "StorageAPDCorre");
+  });
+  named.join();
+  const std::regex expected(
+      "<30>1 \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{6}Z " + std::string(host) + " rynd " +
+      std::to_string(getpid()) +
+      " - \\[amb threadName=\"StorageAPDCorrelator\"\\] rynd setup completed. Start polling loop.");
+  const std::string record = listener.Next();
+  EXPECT_TRUE(std::regex_match(record, expected)) << record;
+  LogText("x");
+  EXPECT_NE(listener.Next().find(" [amb threadName=\"rynd\"] x"), std::string::npos);
+  Emit(nullptr, "%d", 5);
+  EXPECT_TRUE(listener.Next().ends_with(" - - 5"));
+}
+
+TEST(SystemLog, KeepsLineEndsAndQuotesOutOfTheFraming) {
+  LogListener listener;
+  const std::pair<const char *, const char *> messages[] = {
+      {"a\nb\r\nc\rd", "a b  c d"}, {"a\n", "a"}, {"a\n\n", "a "}, {"a\r\n", "a"}, {"", ""}, {"\n", ""}, {" ", " "},
+  };
+  for (const auto &[message, expected] : messages) {
+    LogText(message);
+    EXPECT_EQ(listener.NextMessage(), expected);
+  }
+  const HykSyslogParam params[] = {{"threadName", "a\"b\\c]d\ne"}, {"second", ""}, {"", ""}};
+  Emit(params, "x");
+  EXPECT_NE(listener.Next().find(R"([amb threadName="a\"b\\c\]d e" second=""] x)"), std::string::npos);
+}
+
+TEST(SystemLog, CarriesLongMessagesAndCutsTheLongest) {
+  LogListener listener;
+  for (size_t length = 1700; length < 2100; ++length) {  // around where the stack's room ends
+    const std::string text(length, 'x');
+    LogText(text);
+    ASSERT_EQ(listener.NextMessage(), text);
+  }
+  LogText(std::string(100'000, 'y'));
+  EXPECT_EQ(listener.NextMessage(), std::string(100'000, 'y'));
+  for (const size_t length : {size_t{230'000}, size_t{5'000'000}}) {
+    LogText(std::string(length, 'z'));
+    const std::string cut = listener.NextMessage();
+    EXPECT_GT(cut.size(), 50'000u);
+    EXPECT_TRUE(cut.starts_with("zzz") && cut.ends_with("zz (cut)"));
+  }
+}
+
+/// Every length of each argument around where the stack's room ends, written as the C library does.
+TEST(SystemLog, WritesLinesOfObservationsAsTheCLibraryDoes) {
+  LogListener listener;
+  const auto check = [&](unsigned long number, const char *id, const char *message) {
+    char expected[8192];
+    std::snprintf(expected, sizeof expected, "%luus: [%s] %s|", number, id == nullptr ? "(null)" : id,
+                  message == nullptr ? "(null)" : message);
+    Emit(nullptr, "%luus: [%s] %s|\n", number, id, message);
+    const std::string record = listener.Next();
+    ASSERT_TRUE(record.ends_with(" - - " + std::string(expected))) << record.size();
+  };
+  check(0, "", "");
+  check(UINT64_MAX, "ryn.a", "100% of it, %s and %lu");
+  check(1795244277409622, nullptr, nullptr);
+  for (size_t length = 1800; length < 2050; ++length) {
+    const std::string text(length, 'x');
+    check(1, text.c_str(), "");
+    check(12345678901234567890UL, "id", text.c_str());
+    check(10, text.substr(0, 1000).c_str(), text.substr(1000).c_str());
+  }
+}
+
+TEST(SystemLog, UsesAListenerThatComesOrComesBack) {
+  EXPECT_EQ(StandardErrorOf([] { LogText("nobody\nthere\n"); }), "rynd: nobody there\n");
+  for (int run = 0; run < 3; ++run) {
+    const std::string errors = StandardErrorOf([] {
+      LogListener listener;
+      LogText("first");
+      LogText("second");
+      EXPECT_EQ(listener.AllMessages(), (std::vector<std::string>{"first", "second"}));
+    });
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(StandardErrorOf([] { LogText("gone"); }), "rynd: gone\n");
+  }
+  const std::string longText(20'000, 'x');
+  EXPECT_EQ(StandardErrorOf([&] { LogText(longText); }), "rynd: " + longText + "\n");
+}
+
+/// How long `action` takes.
+template <typename Action>
+std::chrono::milliseconds TimeOf(const Action &action) {
+  const auto start = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+/// The sum of what the messages say was dropped, and the messages without it.
+size_t TakeDropped(std::vector<std::string> *messages) {
+  size_t dropped = 0;
+  const std::regex told("(.*) \\((\\d+) records dropped\\)");
+  for (std::string &message : *messages) {
+    std::smatch match;
+    if (!std::regex_match(message, match, told)) continue;
+    dropped += std::stoul(match[2]);
+    message = std::string(match[1]);
+  }
+  return dropped;
+}
+
+TEST(SystemLog, DropsAndCountsWhatAStalledListenerDoesNotTake) {
+  LogListener listener;
+  // The queue holds some hundreds at most; of 1000 records each may not wait 100 ms for itself.
+  constexpr int kRecords = 1000;
+  const auto taken = TimeOf([] {
+    for (int i = 0; i < kRecords; ++i) LogText("stalled");
+  });
+  EXPECT_LT(taken, std::chrono::seconds(20));
+  std::vector<std::string> messages = listener.AllMessages();
+  size_t dropped = TakeDropped(&messages);
+  LogText("passes");
+  LogText("passes, too");
+  const std::string passed = listener.NextMessage();
+  EXPECT_TRUE(passed.starts_with("passes (")) << passed;
+  EXPECT_EQ(listener.NextMessage(), "passes, too");
+  messages.push_back(passed);
+  dropped += TakeDropped(&messages);
+  EXPECT_EQ(dropped + messages.size(), size_t{kRecords} + 1);
+}
+
+TEST(SystemLog, LosesNothingUncountedToASlowListener) {
+  LogListener listener;
+  std::vector<std::string> messages;
+  std::atomic<bool> ended{false};
+  std::thread reader([&] {
+    while (!ended) {
+      const std::string message = listener.NextMessage();
+      if (!message.empty()) messages.push_back(message);
+      ended = message.starts_with("end");
+      std::this_thread::yield();
+    }
+  });
+  size_t records = 0;
+  for (; records < 2000; ++records) LogText("slow");
+  for (; !ended; ++records) LogText("end");
+  reader.join();
+  for (std::string &late : listener.AllMessages()) messages.push_back(std::move(late));
+  LogText("takes the count of the dropped ones with it");
+  messages.push_back(listener.NextMessage());
+  EXPECT_EQ(TakeDropped(&messages) + messages.size(), records + 1);
+}
+
+TEST(SystemLog, DoesNotWaitForGoodOnStandardError) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const base::UniqueFd unread(ends[0]), full(ends[1]);
+  const StandardErrorAs redirected(full.Get());
+  EXPECT_LT(TimeOf([] {
+              for (int i = 0; i < 100; ++i) LogText(std::string(3000, 'x'));
+            }),
+            std::chrono::seconds(10));
+  LogListener listener;
+  LogText("passes");
+  EXPECT_TRUE(std::regex_match(listener.NextMessage(), std::regex("passes \\(\\d+ records dropped\\)")));
+}
+
+TEST(SystemLog, IsUsedByManyThreadsAtOnce) {
+  std::atomic<bool> stop{false};
+  const base::UniqueFd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  const StandardErrorAs redirected(nowhere.Get());
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([i, &stop] {
+      const std::string name = "thread " + std::to_string(i);
+      Hyk_SetThreadName(name.c_str());
+      while (!stop) LogText(name);
+    });
+  }
+  for (int run = 0; run < 3; ++run) {  // the listener comes and goes meanwhile
+    LogListener listener;
+    for (int i = 0; i < 100; ++i) {
+      const std::string record = listener.Next(5000);
+      const size_t name = record.find("thread ");
+      EXPECT_TRUE(name != std::string::npos && record.find("\"] " + record.substr(name, 8)) != std::string::npos)
+          << record;
+    }
+  }
+  stop = true;
+  for (std::thread &thread : threads) thread.join();
+  const LogListener last;  // takes the count of the dropped ones with it
+}
+
+TEST(ThreadName, IsKeptWholeUpToItsLimit) {
+  std::thread([] {
+    EXPECT_STREQ(Hyk_GetThreadName(), "rynd");
+    EXPECT_EQ(Hyk_SetThreadName(std::string(100, 'n').c_str()), 0);
+    EXPECT_EQ(std::string(Hyk_GetThreadName()), std::string(63, 'n'));
+    EXPECT_EQ(Hyk_SetThreadName(""), 0);
+    EXPECT_STREQ(Hyk_GetThreadName(), "");
+    EXPECT_NE(Hyk_SetThreadName(nullptr), 0);
+  }).join();
+}
+
+}  // namespace
+}  // namespace hosted
