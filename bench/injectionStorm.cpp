@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "correlators/injectionTable.h"
+#include "correlators/hardware/injectionTable.h"
 
 namespace rynd {
 namespace {

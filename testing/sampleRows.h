@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "correlators/postRow.h"
+#include "correlators/rows/postRow.h"
 #include "testing/postedEvents.h"
 
 namespace rynd {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "core/runner.h"
-#include "correlators/correlators.h"
+#include "correlators/agentTable.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"

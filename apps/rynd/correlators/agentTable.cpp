@@ -1,6 +1,10 @@
 #include <array>
 
-#include "correlators/correlators.h"
+#include "correlators/agentTable.h"
+#include "correlators/hardware/hardwareCorrelators.h"
+#include "correlators/network/networkCorrelators.h"
+#include "correlators/storage/storageCorrelators.h"
+#include "correlators/user/userCorrelators.h"
 
 namespace rynd {
 

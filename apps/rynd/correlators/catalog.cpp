@@ -4,9 +4,12 @@
 #include <array>
 #include <span>
 
-#include "correlators/correlators.h"
-#include "correlators/linkFlapping.h"
-#include "correlators/uplinkMonitor.h"
+#include "correlators/hardware/hardwareCorrelators.h"
+#include "correlators/network/networkCorrelators.h"
+#include "correlators/storage/storageCorrelators.h"
+#include "correlators/user/userCorrelators.h"
+#include "correlators/network/linkFlapping.h"
+#include "correlators/network/uplinkMonitor.h"
 
 namespace rynd {
 namespace {

@@ -1,0 +1,13 @@
+// The agents.
+#pragma once
+
+#include <span>
+
+#include "core/agents.h"
+
+namespace rynd {
+
+/// The agents in the order in which they start.
+std::span<const AgentFunction> AgentTable();
+
+}  // namespace rynd

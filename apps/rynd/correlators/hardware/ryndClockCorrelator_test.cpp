@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "correlators/hardware/clockReports.h"
+#include "correlators/hardware/hardwareCorrelators.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+#include "testing/sampleRows.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+using Family = ClockReports::Family;
+
+constexpr char kSync[] = "ryn.clock.correction.adjtime.sync";
+constexpr char kUnsync[] = "ryn.clock.correction.adjtime.unsync";
+constexpr char kWarning[] = "ryn.clock.correction.delta.warning";
+
+/// Pass `id` on at `now` when it is due.
+bool Pass(ClockReports *reports, Family family, const char *id, int64_t now) {
+  if (!reports->IsDue(family, id, now)) return false;
+  reports->Passed(family, id, now);
+  return true;
+}
+
+TEST(ClockReports, PassesAnIdOncePerInterval) {
+  ClockReports reports;
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, kWarning, 100'000));
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, kWarning, 100'010));
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, "ryn.clock.correction.delta.failed", 100'010));
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, kWarning, 103'599));
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, kWarning, 103'600));
+  EXPECT_TRUE(Pass(&reports, Family::kParameter, kWarning, 103'600));  // a table of its own
+  // What was due, but not passed on, stays due.
+  EXPECT_TRUE(reports.IsDue(Family::kDelta, kWarning, 107'200));
+  EXPECT_TRUE(reports.IsDue(Family::kDelta, kWarning, 107'200));
+}
+
+TEST(ClockReports, FollowAClockThatIsSteppedBack) {
+  ClockReports reports;
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, kWarning, 100'000));
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, kWarning, 10));
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, kWarning, 103'599));
+  reports.SetInterval(-10);
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, kWarning, 99'989));
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, kWarning, 99'990));
+  reports.SetInterval(0);
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, kWarning, 99'990));
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, kWarning, 99'989));
+  // An interval that is longer than the epoch is old stops even the first one.
+  reports.SetInterval(std::numeric_limits<int32_t>::max());
+  EXPECT_FALSE(Pass(&reports, Family::kDelta, "ryn.clock.correction.delta.allowed", 1'800'000'000));
+  EXPECT_TRUE(Pass(&reports, Family::kDelta, "ryn.clock.correction.delta.allowed", 2'147'483'647));
+}
+
+TEST(ClockReports, LetARegainedSynchronisationPassAfterEachLoss) {
+  for (const char *loss : {"ryn.clock.correction.changed", "ryn.clock.correction.step.unsync", kUnsync,
+                           "ryn.clock.correction.adjtime.lostsync"}) {
+    ClockReports reports;
+    EXPECT_TRUE(Pass(&reports, Family::kCorrection, kSync, 100'000));
+    EXPECT_TRUE(Pass(&reports, Family::kCorrection, loss, 100'010));
+    EXPECT_TRUE(Pass(&reports, Family::kCorrection, kSync, 100'020)) << loss;
+    EXPECT_FALSE(Pass(&reports, Family::kCorrection, kSync, 100'030));
+    EXPECT_FALSE(Pass(&reports, Family::kCorrection, loss, 100'040)) << loss;  // its own time stands
+    EXPECT_FALSE(Pass(&reports, Family::kCorrection, kSync, 100'050));  // a loss that was held back clears nothing
+  }
+}
+
+/// Dispatches with the real clock: an interval of an hour, or none, is all that it can tell apart.
+class ClockCorrelator : public testing::Test {
+ protected:
+  static Events Post(const std::string &id, const Arguments &arguments) {
+    return EventsOf(ClockHandlers(), "ryn.clock." + id, arguments);
+  }
+  static void StartWithInterval(const char *seconds) {
+    testing_support::WriteFile(
+        testing_support::ProcessRoot() / "/var/lib/corvane/host/sysinfo/system/ntpclock/rynReportInterval", seconds);
+    ReadClockReportInterval();
+  }
+};
+
+TEST_F(ClockCorrelator, PostsEachRowOnceAnHour) {
+  StartWithInterval("3600");
+  ASSERT_EQ(ClockPostRows().size(), 14u);
+  for (const PostRow &row : ClockPostRows()) {
+    Arguments arguments = SampleOf(row);
+    if (std::string_view(row.id).ends_with("rynReportInterval")) arguments = {Int(4000)};
+    if (!arguments.empty()) {
+      const Arguments fewer(arguments.begin(), arguments.end() - 1);
+      EXPECT_EQ(EventsOf(ClockHandlers(), row.id, fewer), Events{}) << row.id;  // and it is not remembered
+    }
+    const Events events = EventsOf(ClockHandlers(), row.id, arguments);
+    ASSERT_EQ(events.size(), 1u) << row.id;
+    EXPECT_TRUE(events[0].starts_with(std::string("amb.problem.") + (row.id + 4) + " ")) << events[0];
+    EXPECT_TRUE(ShowsSample(row, events[0]) || arguments.size() == 1) << events[0];
+    EXPECT_EQ(EventsOf(ClockHandlers(), row.id, arguments), Events{}) << row.id;
+  }
+}
+
+TEST_F(ClockCorrelator, PostsTheWholeText) {
+  StartWithInterval("-1");
+  EXPECT_EQ(Post("correction.changed", {Str("ntpd"), Int(1700000000), Int(12345)}),
+            Events{"amb.problem.clock.correction.changed ntpd changed system clock to 1700000000.000012345, lost "
+                   "synchronization to upstream time servers"});
+  EXPECT_EQ(Post("correction.changed", {NullStr(), Int(1), Int(2)}),
+            Events{"amb.problem.clock.correction.changed (null) changed system clock to 1.000000002, lost "
+                   "synchronization to upstream time servers"});
+  EXPECT_EQ(Post("correction.delta.warning", {Int(1), Int(999999999), Int(-3), Int(4), Int(5), Int(6)}),
+            Events{"amb.problem.clock.correction.delta.warning system clock stepped to 1.999999999, but delta -3 > 4 "
+                   "seconds, 5/6 large corrections"});
+}
+
+TEST_F(ClockCorrelator, MeasuresAnObservationAgainstTheIntervalBeforeIt) {
+  const auto setTo = [](int32_t seconds) { return Post("parameter.set.rynReportInterval", {Int(seconds)}).size(); };
+  const auto reset = [] { return Post("state.reset", {}).size(); };
+  StartWithInterval("-1");
+  EXPECT_EQ(setTo(3600), 1u);
+  EXPECT_EQ(setTo(0), 0u);  // dropped, its value too
+  reset();
+  EXPECT_EQ(reset(), 0u);
+  StartWithInterval("every hour");  // cannot be read: the interval stays
+  EXPECT_EQ(reset(), 0u);
+  StartWithInterval("0");
+  EXPECT_EQ(reset(), 1u);
+}
+
+TEST_F(ClockCorrelator, LogsWhatItDoesNotKnow) {
+  CapturedLog log;
+  Dispatch(ClockHandlers(), LogNoClockCorrelator, "ryn.clock.other", {});
+  EXPECT_EQ(log.Messages(), Events{"No system clock correlator for ryn.clock.other"});
+}
+
+}  // namespace
+}  // namespace rynd

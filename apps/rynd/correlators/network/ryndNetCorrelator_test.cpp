@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+
+#include "core/timerThread.h"
+#include "correlators/network/networkCorrelators.h"
+#include "correlators/network/uplinkHandlers.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+
+/// What an observation posts; one of it at the most.
+std::string EventOf(const std::string &id, const Arguments &arguments) {
+  const Events events = EventsOf(NetHandlers(), id, arguments);
+  EXPECT_LE(events.size(), 1u) << id;
+  return events.empty() ? "" : events[0];
+}
+
+/// An argument of `type` whose text in an event is unlike that of any other index.
+hosted::RawArgument SampleArgument(ArgType type, int index) {
+  return type == ArgType::kStr ? Str("text" + std::to_string(index)) : Int(-1000 - index);
+}
+
+TEST(NetCorrelator, EveryRowPostsItsOwnEventAndNothingWithoutAllItsArguments) {
+  size_t count = 0;
+  for (const auto rows : {NetPostRows(), NetFirewallConfigPostRows(), NetFirewallPortPostRows()}) {
+    for (const PostRow &row : rows) {
+      ++count;
+      const std::string format = row.message.format;
+      const std::string name = format.substr(8, format.find(')') - 8);
+      Arguments arguments;
+      for (size_t i = 0; i < post_row::Count(row.fields.types); ++i) {
+        EXPECT_EQ(EventOf(row.id, arguments), "") << row.id << " with " << i << " arguments";
+        arguments.push_back(SampleArgument(row.fields.types[i], static_cast<int>(i)));
+      }
+      const std::string event = EventOf(row.id, arguments);
+      EXPECT_TRUE(event.starts_with(name + " ")) << row.id << ": " << event;
+      for (const char *text : {"text0", "text1", "text2", "text3"}) {
+        const bool isGiven = std::ranges::any_of(arguments, [&](const auto &one) { return one.text == text; });
+        EXPECT_EQ(event.find(text) != std::string::npos, isGiven) << row.id << ": " << event;
+      }
+    }
+  }
+  EXPECT_EQ(count + 2, 38u);
+  EXPECT_EQ(NetHandlers().Size(), 45u);
+}
+
+TEST(NetCorrelator, TextsAreAsTheAgentExpectsThem) {
+  EXPECT_EQ(EventOf("ryn.net.portset.port.connect.fail", {Str("sw"), Str("port"), Str("mac")}),
+            "amb.problem.net.proxyswitch.port.unavailable Virtual NIC with hardware address mac failed to connect to "
+            "distributed virtual port port on switch sw. No more ports available on the host proxy switch");
+  EXPECT_EQ(EventOf("ryn.net.lacp.uplink.peer.noresponse", {Str("q")}),
+            "amb.problem.net.lacp.peer.noresponse.2 No peer response on QDS q");
+  EXPECT_EQ(EventOf("ryn.net.uplink.down.reason", {Str("hynic0"), Str("fault")}),
+            "amb.problem.ryn.net.uplink.down.reason Uplink hynic0 link down (Reason: fault).");
+  EXPECT_EQ(EventOf("ryn.net.uplink.mtu.failed", {Int(9000), Str("hynic0")}),
+            "amb.problem.net.uplink.mtu.failed Hykernel failed to set the MTU value 9000 on the uplink hynic0.");
+  EXPECT_NE(EventOf("ryn.net.migrate.unsupported.latency", {Long(4'000'000'000), Str("a"), Str("b")})
+                .find("detected 4000000000ms round-trip zMove network latency between host a and b.  High"),
+            std::string::npos);
+  EXPECT_EQ(EventOf("ryn.net.rspan.teaming.uplink.io.conflict", {Str("s"), Str("p"), Str("t"), NullStr()}),
+            "amb.problem.net.rspan.teaming.uplink.io.conflict Failed to set RSPAN src session s on portset p due to it "
+            "disallows uplink I/O which conflicts with t teaming policy (null).");
+  EXPECT_EQ(EventOf("ryn.net.firewall.disabled", {Str("more"), Int(1)}),
+            "amb.audit.net.firewall.disabled Firewall has been disabled.");
+}
+
+TEST(NetCorrelator, AFenceFailureIsPostedByItsStatus) {
+  const std::tuple<int64_t, const char *, const char *> rows[] = {
+      {0x0BAD0007, "port.badfenceid", "invalid fenceId"},
+      {0x0BAD0002, "switch.unavailable", "dvSwitch fence property is not set"},
+      {5, "resource.limited", "maximum number of fence networks or ports have been reached"}};
+  for (const auto &[status, name, reason] : rows) {
+    EXPECT_EQ(EventOf("ryn.net.fence.port.fail", {Str("p"), Str("sw"), Int(5), Int(status)}),
+              std::string("amb.problem.net.fence.") + name +
+                  " Hykernel fails to set fenceId 5 on distributed virtual port p on switch sw, reason: " + reason);
+  }
+  EXPECT_EQ(EventOf("ryn.net.fence.port.fail", {Str("p"), Str("sw"), Int(5)}), "");
+}
+
+TEST(NetCorrelator, TheMachineOfAnOffloadIsNamedOrNothingIsPosted) {
+  EXPECT_EQ(EventOf("ryn.net.e1000.tso6.notsupported", {Int(31)}), "");
+  testing_support::WriteFile(testing_support::ProcessRoot() / "/var/lib/corvane/host/sysinfo/vm/vmmGroupInfo/31",
+                             "web 100%s\n");
+  EXPECT_EQ(EventOf("ryn.net.e1000.tso6.notsupported", {Int(31)}),
+            "amb.problem.net.e1000.tso6.notsupported Guest-initiated IPv6 TCP Segmentation Offload (TSO) packets "
+            "ignored. Manually disable TSO inside the guest operating system in Virtual Machine web 100%s, or use a "
+            "different virtual adapter.");
+  EXPECT_EQ(EventOf("ryn.net.e1000.tso6.notsupported", {Str("31")}), "");
+}
+
+TEST(NetCorrelator, UplinkTransitionsStartTheirTimerOnceAllArgumentsAreRead) {
+  // The earliest deadline last: others arm nothing.
+  const std::pair<const char *, Arguments> rows[] = {
+      {"ryn.net.uplink.watchdog.timeout", {Str("u0")}},
+      {"ryn.net.pg.uplink.transition.down", {Str("u1"), NullStr(), Int(0), Int(1)}},
+      {"ryn.net.hynic.linkstate.up", {NullStr()}},
+      {"ryn.net.pg.uplink.transition.up", {Str("u1"), Str("pg"), Int(0), Int(1)}},
+      {"ryn.net.dvport.uplink.transition.down", {Str("u1"), Str("7"), NullStr(), Int(0), Int(1)}},
+      {"ryn.net.dvport.uplink.transition.up", {Str("u1"), NullStr(), Str("dvs"), Int(0)}},
+      {"ryn.net.hynic.linkstate.down", {Str("u2")}}};
+  const int64_t seconds[] = {7, 2, 1};
+  ASSERT_TRUE(RegisterUplinkTimer());
+  const FakeTimer &timer = Timers().back();
+  unsigned armings = 0;
+  for (const auto &[id, arguments] : rows) {
+    for (size_t i = 0; i < arguments.size(); ++i) {
+      EXPECT_EQ(EventOf(id, Arguments(arguments.begin(), arguments.begin() + static_cast<long>(i))), "");
+      EXPECT_EQ(timer.armings, armings) << id << " with " << i << " arguments";
+    }
+    EXPECT_EQ(EventOf(id, arguments), "");
+    if (armings < std::size(seconds)) {
+      EXPECT_EQ(timer.intervalS, seconds[armings++]) << id;
+    }
+  }
+  // The links have less than a second left.
+  OnUplinkTimeout();
+  const Events events = TakeEvents();
+  ASSERT_EQ(events.size(), 6u);
+  EXPECT_EQ(events.front(), "amb.clear.net.hynic.linkstate.up Physical NIC (null) linkstate is up");
+  EXPECT_EQ(events.back(), "amb.problem.net.hynic.linkstate.down Physical NIC u2 linkstate is down");
+}
+
+/// The timer is registered once in a process: this runs before whatever else uses it, and in processes of its own.
+TEST(NetCorrelatorDeathTest, WithoutATimerItDoesNotRunAndWithoutAPipeItIsFatal) {
+  EXPECT_EXIT(
+      {
+        CapturedLog log;
+        while (RegisterTimer(nullptr) != -1) {
+        }
+        RyndNetCorrelator();
+        exit(log.Messages().empty() ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "^$");
+  EXPECT_DEATH(
+      {
+        const rlimit none = {};
+        setrlimit(RLIMIT_NOFILE, &none);
+        RyndNetCorrelator();
+      },
+      "Failed to initialize pipes for this thread: Too many open files\n");
+}
+
+TEST(MigrateCorrelator, PostsItsTwoFailures) {
+  const std::string shutdown = "ryn.migrate.zmove.server.pending.cnx.listen.socket.shutdown";
+  const auto text = [](const std::string &status) {
+    return Events{
+        "amb.problem.migrate.zmove.server.pending.cnx.listen.socket.shutdown The Ambi host's zMove network server "
+        "encountered an error while monitoring incoming network connections. Shutting down listener socket. zMoves may "
+        "no longer be possible with this host until zMove is manually re-enabled. Failure status: " +
+        status};
+  };
+  EXPECT_EQ(EventsOf(MigrateHandlers(), shutdown, {Str("Limit 100%d")}), text("Limit 100%d"));
+  EXPECT_EQ(EventsOf(MigrateHandlers(), shutdown, {NullStr()}), text("unknown"));
+  EXPECT_EQ(EventsOf(MigrateHandlers(), shutdown, {}), Events{});
+  EXPECT_EQ(EventsOf(MigrateHandlers(), "ryn.migrate.zmove.default.heap.create.failed", {}),
+            Events{"amb.problem.migrate.zmove.default.heap.create.failed Failed to create default migration heap. This "
+                   "may be a result of severe host memory pressure, or virtual address space exhaustion. Migration may "
+                   "still be possible, but will be unreliable in cases of extreme host memory pressure."});
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,285 @@
+#include "correlators/network/uplinkMonitor.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/log.h"
+#include "correlators/network/uplinkMessages.h"
+
+namespace rynd {
+namespace {
+
+// Seconds in which a transition settles.
+constexpr int64_t kPortSettleS = 2;
+constexpr int64_t kLinkSettleS = 1;
+constexpr int64_t kWatchdogSettleS = 7;
+
+using Names = std::vector<std::string>;
+using Ports = UplinkMonitor::Ports;
+using Record = Ports::Record;
+
+void AppendRecord(const std::string &uplink, Record record, std::vector<Record> *records) {
+  if (records->size() < UplinkMonitor::kMaxRecords) return records->push_back(std::move(record));
+  Log("Too many transitions of ports of %s are undecided, dropping that of %s\n", uplink.c_str(),
+      record.port.name.c_str());
+}
+
+/// The names of the ports that went down, by what they have left.
+struct Affected {
+  Names connectivityLost, redundancyLost, redundancyDegraded;
+};
+
+/// Sort what went down with `uplink` and keep the losses.
+Affected SortLosses(const std::string &uplink, const std::vector<Record> &records, Ports *ports) {
+  Affected affected;
+  for (const auto &[port, remaining] : records) {
+    if (remaining < 0) continue;
+    if (remaining == 0) {
+      affected.connectivityLost.push_back(port.name);
+      ports->connectivityLost.Add(uplink, port);
+    } else if (remaining == 1) {
+      affected.redundancyLost.push_back(port.name);
+      ports->redundancyLost.Add(uplink, port);
+    } else {
+      affected.redundancyDegraded.push_back(port.name);
+    }
+  }
+  return affected;
+}
+
+/// Drop the losses that `records` of `uplink` make good, of its own kind of port and of the other. The names of the
+/// ports whose connectivity is back; those whose redundancy is back join the ones that wait to be reported.
+Names MakeGood(const std::string &uplink, const std::vector<Record> &records, PortLookup lookup, Ports *own,
+               Ports *other) {
+  Names connectivityRestored;
+  for (const auto &[port, remaining] : records) {
+    if (remaining <= 0) continue;
+    Names &waiting = own->redundancyRestored;
+    if (remaining == 1) {
+      connectivityRestored.push_back(port.name);
+    } else if (std::find(waiting.begin(), waiting.end(), port.name) == waiting.end()) {
+      // Once each: the list may have to wait for as long as anything on the host lacks redundancy.
+      waiting.push_back(port.name);
+    }
+    own->connectivityLost.Purge(uplink, port, &lookup);
+    other->connectivityLost.RemoveUplink(uplink);
+    if (remaining == 1) continue;
+    own->redundancyLost.Purge(uplink, port, &lookup);
+    other->redundancyLost.RemoveUplink(uplink);
+  }
+  return connectivityRestored;
+}
+
+}  // namespace
+
+std::span<const EventMessage> UplinkMessages() {
+  return kUplinkMessages;
+}
+
+std::string JoinQuotedList(const std::vector<std::string> &names) {
+  std::string list;
+  for (const std::string &name : names) list.append(list.empty() ? "\"" : ", \"").append(name).append("\"");
+  return list;
+}
+
+void UplinkMonitor::AddPortGroupRecord(const std::string &uplink, Record record, Ports::Records *records,
+                                       uint32_t state, int64_t nowNs) {
+  // Kept: the first one's deadline stands, unlike that of distributed ports.
+  if (!records->contains(uplink)) timers_.ScheduleUplinkTimer(kPortSettleS, uplink, state, nowNs);
+  AppendRecord(uplink, std::move(record), &(*records)[uplink]);
+}
+
+void UplinkMonitor::AddDVPortRecord(const std::string &uplink, Record record, Ports::Records *records, uint32_t state,
+                                    int64_t nowNs) {
+  if (const auto found = records->find(uplink); found != records->end()) {
+    timers_.Cancel(uplink, state);
+    std::erase_if(found->second, [&](const Record &earlier) { return earlier.port == record.port; });
+  }
+  timers_.ScheduleUplinkTimer(kPortSettleS, uplink, state, nowNs);
+  AppendRecord(uplink, std::move(record), &(*records)[uplink]);
+}
+
+void UplinkMonitor::PortGroupUplinkDown(const std::string &uplink, const std::string &portGroup, int32_t remaining,
+                                        int64_t nowNs) {
+  AddPortGroupRecord(uplink, {{portGroup, ""}, remaining}, &portGroups_.downRecords, PG_DOWN, nowNs);
+}
+
+void UplinkMonitor::PortGroupUplinkUp(const std::string &uplink, const std::string &portGroup, int32_t remaining,
+                                      int64_t nowNs) {
+  AddPortGroupRecord(uplink, {{portGroup, ""}, remaining}, &portGroups_.upRecords, PG_UP, nowNs);
+}
+
+void UplinkMonitor::DVPortUplinkDown(const std::string &uplink, const UplinkPort &port, int32_t remaining,
+                                     int64_t nowNs) {
+  AddDVPortRecord(uplink, {port, remaining}, &dvports_.downRecords, DVPORT_DOWN, nowNs);
+}
+
+void UplinkMonitor::DVPortUplinkUp(const std::string &uplink, const UplinkPort &port, int32_t remaining,
+                                   int64_t nowNs) {
+  AddDVPortRecord(uplink, {port, remaining}, &dvports_.upRecords, DVPORT_UP, nowNs);
+}
+
+void UplinkMonitor::HynicLinkDown(const std::string &uplink, int64_t nowNs) {
+  if ((timers_.PendingOf(uplink) & (PG_DOWN | DVPORT_DOWN)) != 0) return;  // these will say more
+  timers_.ScheduleUplinkTimer(kLinkSettleS, uplink, LINK_DOWN, nowNs);
+}
+
+void UplinkMonitor::HynicLinkUp(const std::string &uplink, int64_t nowNs) {
+  if ((timers_.PendingOf(uplink) & (PG_UP | DVPORT_UP)) != 0) return;
+  timers_.ScheduleUplinkTimer(kLinkSettleS, uplink, LINK_UP, nowNs);
+}
+
+void UplinkMonitor::UplinkWatchdogTimeout(const std::string &uplink, int64_t nowNs) {
+  timers_.ScheduleUplinkTimer(kWatchdogSettleS, uplink, WATCHDOG, nowNs);
+}
+
+void UplinkMonitor::OnUplinkTimeout(int64_t nowNs) {
+  while (const auto settled = timers_.TakeSettled(nowNs)) Settle(*settled);
+}
+
+void UplinkMonitor::Settle(const UplinkTimer &timer) {
+  const std::string &uplink = timer.uplink;
+  // While the watchdog's window is open, all else keeps its bit and its records for the watchdog's decision. Kept: the
+  // window stays open behind that decision, unless it finds a transient failure.
+  const bool isWatched = timers_.IsTransitionPending(uplink, WATCHDOG);
+  switch (timer.state) {
+    case PG_DOWN:
+      return isWatched ? void() : ReportPortGroupLoss(uplink);
+    case PG_UP:
+      return isWatched ? void() : RestorePortGroups(uplink);
+    case DVPORT_DOWN:
+      return isWatched ? void() : ReportDVPortLoss(uplink);
+    case DVPORT_UP:
+      return isWatched ? void() : RestoreDVPorts(uplink);
+    case LINK_DOWN:
+      return isWatched ? void() : SettleLinkDown(uplink);
+    case LINK_UP:
+      return isWatched ? void() : SettleLinkUp(uplink);
+    case WATCHDOG:
+      return SettleWatchdog(uplink);
+    default:
+      Panic("Received timeout event for unknown state: %x\n", timer.state);
+  }
+}
+
+void UplinkMonitor::SettleLinkDown(const std::string &uplink) {
+  timers_.ClearTransitionPending(uplink, LINK_DOWN);
+  if ((timers_.PendingOf(uplink) & (PG_DOWN | DVPORT_DOWN)) != 0) return;
+  PostMessage<kLinkStateDown>(uplink.c_str());
+}
+
+void UplinkMonitor::SettleLinkUp(const std::string &uplink) {
+  timers_.ClearTransitionPending(uplink, LINK_UP);
+  if ((timers_.PendingOf(uplink) & (PG_UP | DVPORT_UP)) != 0) return;
+  PostMessage<kLinkStateUp>(uplink.c_str());
+  for (Ports *ports : {&portGroups_, &dvports_}) {
+    ports->connectivityLost.RemoveUplink(uplink);
+    ports->redundancyLost.RemoveUplink(uplink);
+  }
+  // Kept: these are posted without names, also when nothing was lost, so that the agent clears what it still holds.
+  if (portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
+    PostMessage<kConnectivityRestored>("", "", uplink.c_str());
+    PostMessage<kDVPortConnectivityRestored>("", uplink.c_str());
+  }
+  if (portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
+    PostMessage<kRedundancyRestored>("", "", uplink.c_str());
+    PostMessage<kDVPortRedundancyRestored>("", uplink.c_str());
+  }
+}
+
+void UplinkMonitor::SettleWatchdog(const std::string &uplink) {
+  const uint32_t pending = timers_.PendingOf(uplink);
+  const bool isUp = (pending & (PG_UP | DVPORT_UP | LINK_UP)) != 0;
+  const bool isDown = (pending & (PG_DOWN | DVPORT_DOWN | LINK_DOWN)) != 0;
+  if (isUp && isDown) return ForgetTransientFailure(uplink, pending);
+  if (isUp || pending == WATCHDOG) return;
+  if (!isDown) Panic("Unknown state: %x\n", pending);
+  if ((pending & PG_DOWN) != 0) return ReportPortGroupLoss(uplink);
+  if ((pending & DVPORT_DOWN) != 0) return ReportDVPortLoss(uplink);
+  PostMessage<kLinkStateDown>(uplink.c_str());
+}
+
+void UplinkMonitor::ForgetTransientFailure(const std::string &uplink, uint32_t pending) {
+  if ((pending & PG_DOWN) != 0) portGroups_.downRecords.erase(uplink);
+  if ((pending & DVPORT_DOWN) != 0) dvports_.downRecords.erase(uplink);
+  if ((pending & PG_UP) != 0) portGroups_.upRecords.erase(uplink);
+  if ((pending & DVPORT_UP) != 0) dvports_.upRecords.erase(uplink);
+  // Timers go with their bits: one that is left would report a part of this episode.
+  timers_.CancelAll(uplink);
+  PostMessage<kWatchdogReset>(uplink.c_str());
+}
+
+void UplinkMonitor::ReportPortGroupLoss(const std::string &uplink) {
+  const auto found = portGroups_.downRecords.find(uplink);
+  if (found == portGroups_.downRecords.end()) return;
+  timers_.Cancel(uplink, PG_DOWN);  // a watchdog's decision may come before the timer
+  const std::vector<Record> records = std::move(found->second);
+  portGroups_.downRecords.erase(found);
+  const std::string virtualSwitch = SwitchOfPortGroup(records.front().port.name);
+  if (virtualSwitch.empty()) return;
+  const Affected affected = SortLosses(uplink, records, &portGroups_);
+  const char *name = virtualSwitch.c_str();
+  if (!affected.connectivityLost.empty()) {
+    PostMessage<kConnectivityLost>(name, uplink.c_str(), JoinQuotedList(affected.connectivityLost).c_str());
+  }
+  if (!affected.redundancyLost.empty()) {
+    PostMessage<kRedundancyLost>(name, uplink.c_str(), JoinQuotedList(affected.redundancyLost).c_str());
+  }
+  if (!affected.redundancyDegraded.empty()) {
+    PostMessage<kRedundancyDegraded>(name, uplink.c_str(), JoinQuotedList(affected.redundancyDegraded).c_str());
+  }
+}
+
+void UplinkMonitor::ReportDVPortLoss(const std::string &uplink) {
+  const auto found = dvports_.downRecords.find(uplink);
+  if (found == dvports_.downRecords.end()) return;
+  timers_.Cancel(uplink, DVPORT_DOWN);
+  const Affected affected = SortLosses(uplink, found->second, &dvports_);
+  dvports_.downRecords.erase(found);
+  if (!affected.connectivityLost.empty()) {
+    PostMessage<kDVPortConnectivityLost>(JoinQuotedList(affected.connectivityLost).c_str(), uplink.c_str());
+  }
+  if (!affected.redundancyLost.empty()) {
+    PostMessage<kDVPortRedundancyLost>(JoinQuotedList(affected.redundancyLost).c_str(), uplink.c_str());
+  }
+  if (!affected.redundancyDegraded.empty()) {
+    PostMessage<kDVPortRedundancyDegraded>(JoinQuotedList(affected.redundancyDegraded).c_str(), uplink.c_str());
+  }
+}
+
+void UplinkMonitor::RestorePortGroups(const std::string &uplink) {
+  const auto found = portGroups_.upRecords.find(uplink);
+  if (found == portGroups_.upRecords.end()) return;
+  timers_.ClearTransitionPending(uplink, PG_UP);
+  const std::vector<Record> records = std::move(found->second);
+  portGroups_.upRecords.erase(found);
+  const std::string virtualSwitch = SwitchOfPortGroup(records.front().port.name);
+  if (virtualSwitch.empty()) return;
+  const Names restored = MakeGood(uplink, records, PortLookup(PortGroupExists), &portGroups_, &dvports_);
+  if (!restored.empty() && portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
+    PostMessage<kConnectivityRestored>(virtualSwitch.c_str(), JoinQuotedList(restored).c_str(), uplink.c_str());
+  }
+  Names &waiting = portGroups_.redundancyRestored;
+  if (!waiting.empty() && portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
+    PostMessage<kRedundancyRestored>(virtualSwitch.c_str(), JoinQuotedList(waiting).c_str(), uplink.c_str());
+    waiting.clear();
+  }
+}
+
+void UplinkMonitor::RestoreDVPorts(const std::string &uplink) {
+  const auto found = dvports_.upRecords.find(uplink);
+  if (found == dvports_.upRecords.end()) return;
+  timers_.ClearTransitionPending(uplink, DVPORT_UP);
+  const Names restored = MakeGood(uplink, found->second, PortLookup(DVPortExists), &dvports_, &portGroups_);
+  dvports_.upRecords.erase(found);
+  if (!restored.empty() && portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
+    PostMessage<kDVPortConnectivityRestored>(JoinQuotedList(restored).c_str(), uplink.c_str());
+  }
+  Names &waiting = dvports_.redundancyRestored;
+  if (!waiting.empty() && portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
+    PostMessage<kDVPortRedundancyRestored>(JoinQuotedList(waiting).c_str(), uplink.c_str());
+    waiting.clear();
+  }
+}
+
+}  // namespace rynd

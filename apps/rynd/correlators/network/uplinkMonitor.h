@@ -1,0 +1,83 @@
+// Turns what the kernel reports of the host's uplinks, port by port, into one event for each class of loss or restore
+// once a transition has settled. Network correlator's thread; told the time, in nanoseconds of the monotonic clock.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "correlators/rows/eventMessage.h"
+#include "correlators/network/uplinkPorts.h"
+#include "correlators/network/uplinkTimers.h"
+
+namespace rynd {
+
+/// `names` as an event lists them: each between double quotes, separated by ", ".
+std::string JoinQuotedList(const std::vector<std::string> &names);
+
+class UplinkMonitor {
+ public:
+  /// Transitions that wait for one decision, of one uplink and kind; further ones are dropped, which is logged. Reached
+  /// only while nothing decides them any more, which a watchdog that found no transient failure leaves behind.
+  static constexpr size_t kMaxRecords = 4096;
+
+  /// One kind of port: what was reported and waits, by uplink, and what is lost. Records are there exactly while their
+  /// transition is pending.
+  struct Ports {
+    /// What was reported of one port: how many of its uplinks are active after the transition.
+    struct Record {
+      UplinkPort port;
+      int32_t remaining;
+    };
+    using Records = std::map<std::string, std::vector<Record>>;
+    Records downRecords, upRecords;  ///< in order of arrival
+    LossList connectivityLost, redundancyLost;
+    /// Ports whose redundancy is back, until an event can say so; each once.
+    std::vector<std::string> redundancyRestored;
+  };
+
+  /// `timerId` is the identity of the daemon's timer that calls for OnUplinkTimeout().
+  explicit UplinkMonitor(int timerId) : timers_(timerId) {}
+
+  // A transition of `uplink`, or of a port that uses it and has `remaining` active uplinks left.
+  void PortGroupUplinkDown(const std::string &uplink, const std::string &portGroup, int32_t remaining, int64_t nowNs);
+  void PortGroupUplinkUp(const std::string &uplink, const std::string &portGroup, int32_t remaining, int64_t nowNs);
+  void DVPortUplinkDown(const std::string &uplink, const UplinkPort &port, int32_t remaining, int64_t nowNs);
+  void DVPortUplinkUp(const std::string &uplink, const UplinkPort &port, int32_t remaining, int64_t nowNs);
+  void HynicLinkDown(const std::string &uplink, int64_t nowNs);
+  void HynicLinkUp(const std::string &uplink, int64_t nowNs);
+  void UplinkWatchdogTimeout(const std::string &uplink, int64_t nowNs);
+  /// Decide all that has settled, and arm the timer for what has not.
+  void OnUplinkTimeout(int64_t nowNs);
+
+  UplinkTimers &Timers() { return timers_; }
+  const Ports &PortGroups() const { return portGroups_; }
+  const Ports &DVPorts() const { return dvports_; }
+
+ private:
+  void Settle(const UplinkTimer &timer);
+  void SettleLinkDown(const std::string &uplink);
+  void SettleLinkUp(const std::string &uplink);
+  void SettleWatchdog(const std::string &uplink);
+  void ForgetTransientFailure(const std::string &uplink, uint32_t pending);
+  void ReportPortGroupLoss(const std::string &uplink);
+  void ReportDVPortLoss(const std::string &uplink);
+  void RestorePortGroups(const std::string &uplink);
+  void RestoreDVPorts(const std::string &uplink);
+
+  void AddPortGroupRecord(const std::string &uplink, Ports::Record record, Ports::Records *records, uint32_t state,
+                          int64_t nowNs);
+  void AddDVPortRecord(const std::string &uplink, Ports::Record record, Ports::Records *records, uint32_t state,
+                       int64_t nowNs);
+
+  UplinkTimers timers_;
+  Ports portGroups_, dvports_;
+};
+
+/// What it can post.
+std::span<const EventMessage> UplinkMessages();
+
+}  // namespace rynd

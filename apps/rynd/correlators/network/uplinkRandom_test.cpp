@@ -1,0 +1,200 @@
+// A million random transitions over a hundred uplinks.
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <bit>
+#include <filesystem>
+#include <functional>
+#include <random>
+
+#include "core/timerThread.h"
+#include "correlators/network/uplinkMonitor.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+#ifdef __SANITIZE_ADDRESS__
+#define RYND_IS_SLOW 1
+#elif defined(__has_feature)
+#define RYND_IS_SLOW (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#else
+#define RYND_IS_SLOW 0
+#endif
+constexpr int kTransitions = RYND_IS_SLOW ? 100'000 : 1'000'000;
+constexpr size_t kUplinks = 100;
+constexpr size_t kPorts = 8;
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+
+/// Each test's monitor uses the same timer.
+int SharedTimer() {
+  static const int id = RegisterTimer(nullptr);
+  return id;
+}
+
+/// A host on which things happen at random, and the daemon's timer as it would fire.
+class RandomHost {
+ public:
+  /// `onTime`: decide when the timer fires, that is for all that has about settled; else often enough to see single
+  /// decisions.
+  RandomHost(unsigned seed, bool onTime) : random_(seed), onTime_(onTime) {
+    for (size_t port = 0; port < kPorts; ++port) SetPresent(port, true);
+    timer_ = {};
+    TakeEvents();
+  }
+
+  void Run(int transitions) {
+    for (int i = 0; i < transitions; ++i) {
+      Step();
+      if (i % 2000 == 0) CheckState();
+      if (testing::Test::HasFatalFailure()) FAIL() << "transition " << i;
+    }
+  }
+
+  size_t EventCount() const { return eventCount_; }
+  size_t EventHash() const { return eventHash_; }
+  size_t RestoreCount() const { return restoreCount_; }
+
+ private:
+  void Step() {
+    nowNs_ += static_cast<int64_t>(Below(2000)) * 1000;
+    if (Below(2000) == 0) SetPresent(Below(kPorts), Below(4) != 0);
+    Transition();
+    FollowTimer();
+    if (onTime_ ? dueS_ != 0 && nowNs_ / kNsPerSecond >= dueS_ : Below(4) == 0) Decide();
+    ASSERT_TRUE(monitor_.Timers().Held().empty() || dueS_ != 0) << "nothing will ever decide";
+  }
+
+  /// Every timer has its bit, and every bit of an uplink that no watchdog holds up has one timer; records are there
+  /// while their transition is pending.
+  void CheckState() {
+    std::map<std::string, uint32_t> timers;
+    for (const UplinkTimer &timer : monitor_.Timers().Held()) {
+      ASSERT_EQ(timers[timer.uplink] & timer.state, 0u) << "two timers";
+      timers[timer.uplink] |= timer.state;
+    }
+    for (size_t i = 0; i < kUplinks; ++i) {
+      const std::string uplink = Uplink(i);
+      const uint32_t pending = monitor_.Timers().PendingOf(uplink);
+      const bool isWatched = (pending & WATCHDOG) != 0;
+      ASSERT_EQ(isWatched ? timers[uplink] & ~pending : timers[uplink] ^ pending, 0u) << uplink;
+      ASSERT_EQ(monitor_.PortGroups().downRecords.contains(uplink), (pending & PG_DOWN) != 0) << uplink;
+      ASSERT_EQ(monitor_.PortGroups().upRecords.contains(uplink), (pending & PG_UP) != 0) << uplink;
+      ASSERT_EQ(monitor_.DVPorts().downRecords.contains(uplink), (pending & DVPORT_DOWN) != 0) << uplink;
+      ASSERT_EQ(monitor_.DVPorts().upRecords.contains(uplink), (pending & DVPORT_UP) != 0) << uplink;
+    }
+  }
+
+  size_t Below(size_t bound) { return random_() % bound; }
+  static std::string Uplink(size_t i) { return "hynic" + std::to_string(i); }
+
+  static void SetPresent(size_t port, bool isPresent) {
+    const std::string net = testing_support::ProcessRoot() / "/var/lib/corvane/host/net/";
+    for (const char *kind : {"portgroups/pg", "dvports/dvs/"}) {
+      const std::string path = net + kind + std::to_string(port);
+      testing_support::WriteFile(path, "vSwitch0");
+      if (!isPresent) std::filesystem::remove(path);
+    }
+  }
+
+  /// Some uplinks see much more than others.
+  void Transition() {
+    const std::string uplink = Uplink(std::min(Below(kUplinks), Below(kUplinks)));
+    const auto remaining = static_cast<int32_t>(Below(5)) - 1;
+    const std::string name = std::to_string(Below(kPorts));
+    const size_t what = Below(1000);
+    if (what < 250) return monitor_.PortGroupUplinkDown(uplink, "pg" + name, remaining, nowNs_);
+    if (what < 550) return monitor_.PortGroupUplinkUp(uplink, "pg" + name, remaining, nowNs_);
+    if (what < 660) return monitor_.DVPortUplinkDown(uplink, {name, "dvs"}, remaining, nowNs_);
+    if (what < 800) return monitor_.DVPortUplinkUp(uplink, {name, "dvs"}, remaining, nowNs_);
+    if (what < 898) return monitor_.HynicLinkDown(uplink, nowNs_);
+    if (what < 998) return monitor_.HynicLinkUp(uplink, nowNs_);
+    monitor_.UplinkWatchdogTimeout(uplink, nowNs_);
+  }
+
+  /// The daemon's timers know whole seconds of wall-clock time.
+  void FollowTimer() {
+    if (timer_.armings == armings_) return;
+    armings_ = timer_.armings;
+    dueS_ = nowNs_ / kNsPerSecond + timer_.intervalS;
+    ASSERT_GT(timer_.intervalS, 0);
+  }
+
+  void Decide() {
+    dueS_ = onTime_ ? 0 : dueS_;
+    // What will be decided, when it is a single restore.
+    std::vector<UplinkTimer> settling;
+    for (const UplinkTimer &timer : monitor_.Timers().Held()) {
+      if (timer.deadlineNs - nowNs_ < kNsPerSecond) settling.push_back(timer);
+    }
+    const int32_t active = settling.size() == 1 ? MostActive(settling[0]) : 0;
+    const bool isLinkUp = std::ranges::any_of(settling, [](const auto &timer) { return timer.state == LINK_UP; });
+    monitor_.OnUplinkTimeout(nowNs_);
+    FollowTimer();
+    for (const std::string &event : TakeEvents()) {
+      ++eventCount_;
+      eventHash_ = eventHash_ * 31 + std::hash<std::string>()(event);
+      const bool isEmpty = event.find("orts: .") != std::string::npos || event.find("oups: .") != std::string::npos ||
+                           event.ends_with(": ") || event.find("witch .") != std::string::npos;
+      ASSERT_TRUE(!isEmpty || isLinkUp) << event;
+    }
+    if (active == 0) return;
+    ++restoreCount_;
+    for (const auto *ports : {&monitor_.PortGroups(), &monitor_.DVPorts()}) {
+      ASSERT_FALSE(ports->connectivityLost.Names(settling[0].uplink));
+      ASSERT_FALSE(active > 1 && ports->redundancyLost.Names(settling[0].uplink));
+    }
+  }
+
+  /// The most active uplinks of the ports that `timer`, one of ports that came up, restores; 0 when it restores none.
+  int32_t MostActive(const UplinkTimer &timer) {
+    if (monitor_.Timers().IsTransitionPending(timer.uplink, WATCHDOG)) return 0;
+    if (timer.state == LINK_UP) {
+      return (monitor_.Timers().PendingOf(timer.uplink) & (PG_UP | DVPORT_UP)) == 0 ? 2 : 0;
+    }
+    const auto *ports = timer.state == PG_UP ? &monitor_.PortGroups() : &monitor_.DVPorts();
+    if (timer.state != PG_UP && timer.state != DVPORT_UP) return 0;
+    const auto &records = ports->upRecords.at(timer.uplink);
+    if (timer.state == PG_UP && SwitchOfPortGroup(records[0].port.name).empty()) return 0;
+    int32_t most = 0;
+    for (const auto &record : records) most = std::max(most, record.remaining);
+    return most;
+  }
+
+  std::mt19937 random_;
+  const bool onTime_;
+  int64_t nowNs_ = 1000 * kNsPerSecond;
+  UplinkMonitor monitor_{SharedTimer()};
+  FakeTimer &timer_ = Timers()[static_cast<size_t>(SharedTimer())];
+  unsigned armings_ = 0;
+  int64_t dueS_ = 0;  ///< 0: not armed
+  size_t eventCount_ = 0, eventHash_ = 0, restoreCount_ = 0;
+};
+
+TEST(UplinkRandom, AMillionTransitionsKeepItsInvariantsAndItsMemory) {
+  for (const bool onTime : {false, true}) {
+    RandomHost host(17, onTime);
+    host.Run(kTransitions / 4);
+    const size_t before = mallinfo2().uordblks;
+    host.Run(kTransitions / 4);
+    if (HasFatalFailure()) return;
+    EXPECT_LT(mallinfo2().uordblks, before + kTransitions) << "four bytes a transition";
+    EXPECT_GT(host.EventCount(), static_cast<size_t>(kTransitions) / 100);
+    if (!onTime) {
+      EXPECT_GT(host.RestoreCount(), static_cast<size_t>(kTransitions) / 100);
+    }
+  }
+}
+
+TEST(UplinkRandom, TheSameTransitionsGiveTheSameEvents) {
+  RandomHost one(4, true);
+  one.Run(kTransitions / 20);
+  RandomHost other(4, true);
+  other.Run(kTransitions / 20);
+  EXPECT_EQ(one.EventCount(), other.EventCount());
+  EXPECT_EQ(one.EventHash(), other.EventHash());
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,101 @@
+#include <gtest/gtest.h>
+
+#include "correlators/storage/storageCorrelators.h"
+#include "correlators/rows/defaultHandlers.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+
+const char kUuidText[] = "00000001-00000002-0003-040506070809";
+
+/// `front`, a UUID's nine numbers, `rear`.
+Arguments WithUuid(Arguments front, const Arguments &rear,
+                   const std::vector<uint32_t> &numbers = {1, 2, 3, 4, 5, 6, 7, 8, 9}) {
+  for (const uint32_t number : numbers) front.push_back(Long(number));
+  front.insert(front.end(), rear.begin(), rear.end());
+  return front;
+}
+
+TEST(HyfsCorrelator, PutsAnyUuidIntoText) {
+  CapturedLog log;
+  const auto textOf = [](const std::vector<uint32_t> &numbers) {
+    const Events events = EventsOf(HyfsHandlers(), "ryn.hyfs.heartbeat.timedout", WithUuid({}, {Str("v")}, numbers));
+    return events.size() == 1 ? events[0].substr(events[0].find(' ') + 1) : "none";
+  };
+  EXPECT_EQ(textOf({UINT32_MAX, 0, 0xffff, 0xff, 0, 0x0a, 0xa0, 1, 0xff}), "ffffffff-00000000-ffff-ff000aa001ff v");
+  EXPECT_EQ(textOf({0, UINT32_MAX, 0, 0, 0xff, 0, 0, 0, 0}), "00000000-ffffffff-0000-00ff00000000 v");
+  for (uint32_t byte = 0; byte < 256; ++byte) {
+    char text[64];
+    snprintf(text, sizeof text, "00000001-00000002-0003-04050607%02x%02x v", 255 - byte, byte);
+    EXPECT_EQ(textOf({1, 2, 3, 4, 5, 6, 7, 255 - byte, byte}), text);
+    log.Messages();  // makes room in its socket
+  }
+  EXPECT_EQ(textOf({1, 2, 0x10000, 4, 5, 6, 7, 8, 9}), "none");
+  EXPECT_EQ(textOf({1, 2, 3, 4, 5, 6, 7, 8, 256}), "none");
+}
+
+TEST(HyfsCorrelator, PutsTheUuidWhereEachMessageHasIt) {
+  const CapturedLog log;
+  const std::string uuid = kUuidText;
+  for (const char *id : {"heartbeat.timedout", "heartbeat.recovered", "journal.createfailed", "heartbeat.unrecoverable",
+                         "metadata.corruptondisk"}) {
+    EXPECT_EQ(EventsOf(HyfsHandlers(), std::string("ryn.hyfs.") + id, WithUuid({}, {Str("vol")})),
+              Events{std::string("amb.problem.hyfs.") + id + " " + uuid + " vol"});
+  }
+  const Arguments server = WithUuid({Str("one"), Str("two")}, {Str("three")});
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.server.disconnect", server),
+            Events{"amb.problem.hyfs.nfs.server.disconnect one two " + uuid + " three"});
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.server.restored", server),
+            Events{"amb.clear.hyfs.nfs.server.restored one two " + uuid + " three"});
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.ats.incompatibility.detected", WithUuid({Str("vol")}, {})),
+            Events{"amb.problem.hyfs.ats.incompatibility.detected Multi-extent ATS-only volume 'vol' (" + uuid +
+                   ") is unable to use ATS because HardwareAcceleratedLocking is disabled on this host: potential for "
+                   "introducing filesystem corruption. Volume should not be used from other hosts."});
+  EXPECT_TRUE(
+      EventsOf(HyfsHandlers(), "ryn.hyfs.spanstate.incompatibility.detected", WithUuid({NullStr()}, {}))[0].starts_with(
+          "amb.problem.hyfs.spanstate.incompatibility.detected Incompatible span change detected "
+          "for HYFS volume '(null)' (00000001-00000002-0003-040506070809): volume was not "));
+  const Arguments modes = WithUuid({Str("vol")}, {Str("was"), Str("is"), Str("own")});
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.lockmode.inconsistency.detected", modes),
+            Events{"amb.problem.hyfs.lockmode.inconsistency.detected Inconsistent lockmode change detected for HYFS "
+                   "volume 'vol' (" +
+                   uuid +
+                   "): volume was configured for was lockmode at time of open and now it is configured for is lockmode "
+                   "but this host is not using own lockmode. Protocol error during ATS transition. Volume descriptor "
+                   "refresh operations will fail until this host unmounts and remounts the volume."});
+  EXPECT_TRUE(EventsOf(HyfsHandlers(), "ryn.hyfs.spanned.lockmode.inconsistency.detected", modes)[0].starts_with(
+      "amb.problem.hyfs.spanned.lockmode.inconsistency.detected Inconsistent lockmode change detected for spanned"));
+}
+
+TEST(HyfsCorrelator, PostsTheWholeText) {
+  const CapturedLog log;
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.lock.busy.filedesc",
+                     {Str("h"), Str("v"), Long(3), Long(UINT32_MAX), Str("00:01")}),
+            Events{"amb.problem.hyfs.lock.busy.filedesc h Lock(s) held on a file on volume v. numHolders: 3. "
+                   "gblNumHolders: -1. Locking Host(s) MAC: 00:01."});
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold",
+                     {Str("v"), Long(1), Long(UINT64_MAX), Long(3)}),
+            Events{"amb.problem.hyfs.nfs.volume.io.latency.high.exceed.threshold v 1 18446744073709551615 3"});
+}
+
+/// Hand an observation `id` to the handler of `handlerOf`.
+void Mislead(const char *handlerOf, const char *id, const Arguments &arguments) {
+  HandlerTable table;
+  table[id] = HyfsHandlers()[handlerOf];
+  Dispatch(table, IgnoreObservation, id, arguments);
+}
+
+TEST(HyfsDeathTest, AnIdThatAHandlerDoesNotKnowEndsTheDaemon) {
+  EXPECT_DEATH(Mislead("ryn.hyfs.heartbeat.timedout", "ryn.hyfs.heartbeat.other", WithUuid({}, {Str("v")})),
+               "NOT_REACHED apps/rynd/ryndHyfsCorrelator:149 ");
+  EXPECT_DEATH(
+      Mislead("ryn.hyfs.nfs.server.restored", "ryn.hyfs.nfs.server.lost", WithUuid({Str("1"), Str("2")}, {Str("3")})),
+      "NOT_REACHED apps/rynd/ryndHyfsCorrelator:816 ");
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,177 @@
+// The handlers of the iSCSI, virtual SCSI, system swap, VFAT and velfs correlators that are more than a row.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "correlators/storage/storageCorrelators.h"
+#include "correlators/rows/defaultHandlers.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+using testing_support::ProcessRoot;
+using testing_support::WriteFile;
+
+TEST(IscsiCorrelator, TranslatesALoginsStatus) {
+  const CapturedLog log;
+  const std::string front =
+      "amb.problem.storage.iscsi.target.login.error Login to iSCSI target iqn.t on vmhba64 failed. Target returned "
+      "login error: ";
+  const std::pair<uint32_t, const char *> rows[] = {
+      {0x0000, "Login is proceeding okay."},
+      {0x0101, "Requested ITN has moved temporarily to the address provided."},
+      {0x0201, "Initiator could not be successfully authenticated."},
+      {0x020b, "Invalid request type during login."},
+      {0x0302, "Target has insufficient session, connection or other resources."},
+      {0x10201, "Initiator could not be successfully authenticated."},
+      {0xffff0300, "Target hardware or software error."},
+      {0x020c, "Unknown login response received."},
+      {0x0100, "Unknown login response received."},
+      {0x0400, "Unknown login response received."},
+  };
+  for (const auto &[status, text] : rows) {
+    EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("vmhba64"), Str("iqn.t"), Long(status)}),
+              Events{front + text});
+  }
+  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.discovery.login.error", {Str("vmhba64"), Str("10.0.0.1"), Int(0x300)}),
+            Events{"amb.problem.storage.iscsi.discovery.login.error iSCSI discovery to 10.0.0.1 on vmhba64 failed. The "
+                   "Discovery target returned login error: Target hardware or software error."});
+  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("vmhba64"), Str("iqn.t")}), Events{});
+  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.isns.discovery.error", {Str("1"), Str("2"), Str("3"), Str("4")}),
+            Events{"amb.problem.storage.iscsi.isns.discovery.error iSns discovery to 2 on 1 failed. (3 : 4)."});
+  EXPECT_TRUE(EventsOf(IscsiHandlers(), "ryn.iscsi.target.connect.error", {Str("1"), Str("2")})[0].starts_with(
+      "amb.problem.storage.iscsi.target.connect.error Login to iSCSI target 2 on 1 failed. "));
+}
+
+TEST(VscsiCorrelator, PostsAlsoWhatItCannotRead) {
+  CapturedLog log;
+  EXPECT_EQ(EventsOf(VscsiHandlers(), "ryn.vscsi.shared.hydk.virtual.machine.power.on.failed", {Str("vm1")}),
+            Events{"amb.problem.vscsi.shared.hydk.virtual.machine.power.on.failed Two or more VMs (vm1 and ) sharing "
+                   "same virtual disk are not allowed to be Powered-On on same host."});
+  EXPECT_EQ(log.Messages().back(), "Failed to get VM-2 name: 75");
+  EXPECT_EQ(EventsOf(VscsiHandlers(), "ryn.vscsi.npiv.configuration.dropped", {Int(3), Long(UINT32_MAX), Str("vm1")}),
+            Events{"amb.problem.vscsi.npiv.configuration.dropped NPIV settings dropped for VDISK - scsi3:4294967295 "
+                   "(VMName: vm1)."});
+  EXPECT_EQ(
+      EventsOf(VscsiHandlers(), "ryn.vscsi.npiv.configuration.dropped", {Str("x"), Int(4), Int(5)}),
+      Events{"amb.problem.vscsi.npiv.configuration.dropped NPIV settings dropped for VDISK - scsi0:4 (VMName: )."});
+  EXPECT_EQ(log.CountOf("Failed to get adapter ID: 22"), 1u);
+  EXPECT_EQ(log.CountOf("Failed to get target ID: "), 0u);
+  EXPECT_EQ(log.CountOf("Failed to get VM Name: 22"), 1u);
+  EXPECT_EQ(EventsOf(VscsiHandlers(), "ryn.vscsi.shared.hydk.no.free.slot.available", {}),
+            Events{"amb.problem.vscsi.shared.hydk.no.free.slot.available No Free slot available. Maximum number of VMs "
+                   "supported in MSCS cluster are 0"});
+  EXPECT_EQ(log.Messages().back(), "Failed to get args: 75");
+  EXPECT_TRUE(
+      EventsOf(VscsiHandlers(), "ryn.vscsi.shared.hydk.add.failure.max.count", {Int(64)})[0].ends_with("are 64"));
+}
+
+TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
+  CapturedLog log;
+  const std::string storage = ProcessRoot() / "/var/lib/corvane/host/storage/";
+  const std::string actions = ProcessRoot() / "/var/lib/corvane/actions.log";
+  const Arguments path = {Str("/hyfs/volumes/ds1/swap.sys")};
+  std::filesystem::remove_all(storage);
+  std::filesystem::remove_all(actions);  // an earlier test may have made it unwritable
+  WriteFile(storage + "filesystems/5f1a-22", "ds1");
+  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", path),
+            Events{"amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on ds1 is affected by PDL but cannot "
+                   "be removed."});
+  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", path), Events{});
+  EXPECT_TRUE(testing_support::ReadFile(actions).ends_with("\tstorage/swap/reconfigure\n"));
+  WriteFile(storage + "swap/reconfigure", "no 100%s room");
+  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", path),
+            Events{"amb.problem.swap.systemSwap.isPDL.removed.reconfig.failure.2 System swap on ds1 was affected by "
+                   "PDL. It was removed but the subsequent reconfiguration failed."});
+  const std::string front = "System swap at path /hyfs/volumes/ds1/swap.sys ";
+  const std::string removed = front + "was affected by the Permanent Device Loss of its datastore and was removed.";
+  EXPECT_EQ(log.Messages(),
+            (Events{"2us: [ryn.swap.systemSwap.isPDL.cannot.remove] m",
+                    front + "is affected by the Permanent Device Loss of its datastore but cannot be removed.",
+                    "2us: [ryn.swap.systemSwap.isPDL.removed] m", removed,
+                    front + "was affected by the PDL of its datastore and was removed. System swap has been "
+                            "reconfigured.",
+                    "2us: [ryn.swap.systemSwap.isPDL.removed] m", removed, "no 100%s room"}));
+  EXPECT_TRUE(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", {NullStr()})[0].starts_with(
+      "amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on (invalid) is"));
+  std::filesystem::remove_all(storage);
+}
+
+TEST(VfatCorrelator, ReportsEachFileSystemOnceAndKnowsTheScratchPartition) {
+  const CapturedLog log;
+  const std::string scratch = ProcessRoot() / "/scratch";
+  const auto full = [](hosted::RawArgument uuid) {
+    return EventsOf(VfatHandlers(), "ryn.vfat.filesystem.full", {Str("/dev/x"), std::move(uuid)});
+  };
+  const Events scratchIsFull = {
+      "amb.problem.vfat.filesystem.full.scratch The host's scratch partition, which is the VFAT filesystem /dev/x "
+      "(UUID "
+      "1a-2b), is full."};
+  std::filesystem::create_symlink("/hyfs/volumes/1a-2b", scratch);
+  EXPECT_EQ(full(Str("1a-2b")), scratchIsFull);
+  EXPECT_EQ(full(Str("1a-2b")), Events{});
+  EXPECT_EQ(full(Str("1a-2")),
+            Events{"amb.problem.vfat.filesystem.full.other The VFAT filesystem /dev/x (UUID 1a-2) is "
+                   "full."});
+  std::filesystem::remove(scratch);
+  std::filesystem::create_symlink("bare", scratch);
+  EXPECT_TRUE(full(Str("bare"))[0].starts_with("amb.problem.vfat.filesystem.full.scratch "));
+  std::filesystem::remove(scratch);
+  EXPECT_TRUE(full(Str("scratch"))[0].starts_with("amb.problem.vfat.filesystem.full.scratch "))
+      << "no link: its own name";
+  EXPECT_TRUE(full(Str("bare2"))[0].starts_with("amb.problem.vfat.filesystem.full.other "));
+  EXPECT_TRUE(full(NullStr())[0].ends_with("(UUID (null)) is full."));
+  EXPECT_EQ(full(Str("")), Events{}) << "a null string and an empty one are one key";
+}
+
+TEST(VelfsCorrelator, ReportsEachRamdiskOnceAKind) {
+  const CapturedLog log;
+  const auto usage = [](const char *kind, const char *ramdisk) {
+    return EventsOf(VelfsHandlers(), std::string("ryn.velfs.ramdisk.usage.") + kind, {Str(ramdisk), Str("7")});
+  };
+  EXPECT_EQ(usage("warning", "tmp"),
+            Events{"amb.problem.velfs.ramdisk.usage.warning Ramdisk 'tmp' usage is very high. Approx 7% space left."});
+  EXPECT_EQ(usage("warning", "tmp"), Events{});
+  EXPECT_EQ(usage("error", "tmp"),
+            Events{"amb.problem.velfs.ramdisk.usage.error Ramdisk 'tmp' is reaching its critical size limit. Approx 7% "
+                   "space left."});
+  EXPECT_EQ(usage("error", "tmp"), Events{});
+  EXPECT_EQ(usage("warning", "configstore"),
+            Events{"amb.problem.velfs.configstore.usage.warning Ramdisk 'configstore' usage is very high. Approx 7% "
+                   "space left. Please refer to the KB 93362 for more details."});
+  EXPECT_EQ(usage("error", "configstore"),
+            Events{"amb.problem.velfs.configstore.usage.error Ramdisk 'configstore' is reaching its critical size "
+                   "limit. Approx 7% space left. Please refer to the KB 93362 for more details."});
+  EXPECT_TRUE(usage("warning", "configstore2")[0].starts_with("amb.problem.velfs.ramdisk.usage.warning "));
+  const Arguments full = {Str("tmp"), Str("/tmp/a")};
+  EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.full", full),
+            Events{"amb.problem.velfs.ramdisk.full The ramdisk 'tmp' is full.  As a result, the file /tmp/a could not "
+                   "be written."});
+  EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.full", {Str("tmp"), Str("/tmp/b")}), Events{});
+  const auto inodes = [](const char *ramdisk, const char *file, const char *application) {
+    return EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.inodetable.full",
+                    {Str(ramdisk), Str(file), Str(application), NullStr()});
+  };
+  EXPECT_EQ(inodes("tmp", "a", "app"),
+            Events{"amb.problem.velfs.ramdisk.inodetable.full The file table of the ramdisk 'tmp' is full.  As a "
+                   "result, the file a could not be created by the application 'app'."});
+  EXPECT_EQ(inodes("tmp", "a", "app2"), Events{});
+  EXPECT_EQ(inodes("tmp", "b", "app").size() + inodes("tmp2", "a", "app").size(), 2u);
+}
+
+TEST(VelfsCorrelator, ReportsAnythingElseOnce) {
+  CapturedLog log;
+  TakeEvents();
+  Dispatch(VelfsHandlers(), VelfsDefaultHandler(), "ryn.velfs.new", {}, "what was seen");
+  Dispatch(VelfsHandlers(), VelfsDefaultHandler(), "ryn.velfs.newer", {}, "what was seen");
+  EXPECT_EQ(TakeEvents(), Events{"amb.problem.velfs.failure An operation on the root filesystem has failed."});
+  EXPECT_EQ(log.CountOf("2us: [ryn.velfs.new] what was seen"), 1u);
+  EXPECT_EQ(log.CountOf("2us: [ryn.velfs.newer] what was seen"), 1u);
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,215 @@
+#include "correlators/storage/storagePaths.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "correlators/storage/storageCorrelators.h"
+#include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageLookups.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+using Change = ChangeCounter::Change;
+constexpr int64_t kNow = 1'700'000'000;
+
+const char kLostText[] =
+    "amb.problem.storage.connectivity.lost Lost connectivity to storage device naa.1. Path vmhba1:C0:T0:L0 is down. "
+    "Affected datastores: \"ds1\", \"ds 2\".";
+const char kPath[] = "vmhba1:C0:T0:L0";
+
+/// Every test starts with two devices: naa.1 has two volumes and the path kPath, naa.2 has none.
+class StoragePathsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove_all(Host("storage"));
+    std::filesystem::create_directories(testing_support::ProcessRoot() / "/hyfs/volumes");
+    Put("devices/naa.1/redundancy", "1");
+    Put("devices/naa.1/partitions/0", "the whole device");
+    Put("devices/naa.1/partitions/1", "ds1");
+    Put("devices/naa.1/partitions/2", "");
+    Put("devices/naa.1/partitions/10", "ds1");
+    Put("devices/naa.1/partitions/3", "ds 2");
+    Put("devices/naa.2/redundancy", "3");
+    Put(std::string("paths/") + kPath, "naa.1");
+    TakeEvents();
+  }
+  static std::string Host(const std::string &path) {
+    return testing_support::ProcessRoot() / "/var/lib/corvane/host/" + path;
+  }
+  static void Put(const std::string &path, const std::string &content) {
+    testing_support::WriteFile(Host("storage/" + path), content);
+  }
+  static void Remove(const std::string &path) { std::filesystem::remove_all(Host("storage/" + path)); }
+  /// What the loss of kPath posts while its device has `status`.
+  Events Down(const char *status, const char *previousState = "on") {
+    Put("devices/naa.1/redundancy", status);
+    paths_.PathDown(kPath, previousState, "naa.1", now_ += 61);
+    return TakeEvents();
+  }
+  Events Restored(const char *status, const char *previousState = "dead") {
+    Put("devices/naa.1/redundancy", status);
+    paths_.PathRestored(kPath, previousState, now_ += 61);
+    return TakeEvents();
+  }
+  int64_t now_ = kNow;  // far enough apart for no path to change too often
+  CapturedLog log_;     // keeps failing look-ups off the terminal
+  StoragePaths paths_{"apps/rynd/ryndTest", 7};
+};
+
+TEST_F(StoragePathsTest, ListsEachVolumeOfADeviceOnce) {
+  EXPECT_EQ(DatastoreList("naa.1"), "\"ds1\", \"ds 2\"");
+  EXPECT_EQ(DatastoreList("naa.2"), "");
+  for (const char *unknown : {"naa.3", "", "..", "/", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(DatastoreList(unknown), std::nullopt);
+    EXPECT_EQ(DatastoresOrUnknown(unknown), "Unknown");
+  }
+  Put("devices/naa.1/partitions/2", "two\nlines");
+  EXPECT_EQ(DatastoreList("naa.1"), "\"ds1\"") << "a query that fails ends the walk";
+  Put("devices/naa.1/disk", "0");
+  EXPECT_EQ(DatastoreList("naa.1"), "") << "no disk device";
+  Put("devices/naa.1/disk", "maybe");
+  EXPECT_EQ(DatastoreList("naa.1"), std::nullopt) << "the look-up throws";
+  std::filesystem::remove_all(testing_support::ProcessRoot() / "/hyfs");
+  EXPECT_EQ(DatastoreList("naa.2"), std::nullopt) << "no volumes directory";
+}
+
+TEST_F(StoragePathsTest, ANameThatDoesNotFitTheQueryIsNotCutOff) {
+  Put("devices/d/partitions/3", "another device's");
+  for (const size_t digits : {123U, 125U}) {  // ":1" just fits; what is left of it would name d's partition
+    const std::string name = "d:" + std::string(digits - 1, '0') + "3";
+    Put("devices/" + name + "/partitions/1", "first");
+    EXPECT_EQ(DatastoreList(name.c_str()), digits == 123 ? "\"first\"" : "");
+  }
+}
+
+TEST_F(StoragePathsTest, ReportsALostPathByWhatIsLeft) {
+  EXPECT_EQ(Down("1"), Events{kLostText});
+  EXPECT_EQ(Down("2", "standby"),
+            Events{"amb.problem.storage.redundancy.lost Lost path redundancy to storage device naa.1. Path "
+                   "vmhba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
+  EXPECT_EQ(Down("3"),
+            Events{"amb.problem.storage.redundancy.degraded Path redundancy to storage device naa.1 degraded. Path "
+                   "vmhba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
+  EXPECT_EQ(paths_.ReportedDown(), 1u);
+  paths_.PathDown("p", "on", "naa.2", kNow);
+  EXPECT_TRUE(TakeEvents()[0].ends_with("Affected datastores: ."));
+  std::filesystem::remove_all(testing_support::ProcessRoot() / "/hyfs");
+  EXPECT_TRUE(Down("1")[0].ends_with("Affected datastores: Unknown."));
+}
+
+TEST_F(StoragePathsTest, APathThatWasNotInUseOrIsNotKnownIsNotReported) {
+  for (const char *state : {"off", "dead", "", "On", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(Down("1", state), Events{});
+  }
+  EXPECT_EQ(Down("0"), Events{});
+  EXPECT_EQ(Down("x"), Events{});
+  paths_.PathDown(kPath, "on", "naa.3", kNow);
+  paths_.PathDown(kPath, "on", nullptr, kNow);
+  EXPECT_EQ(paths_.ReportedDown(), 0u);
+  EXPECT_EQ(Restored("2"), Events{});
+  EXPECT_EQ(paths_.ReportedDown(), 1u) << "an entry for a path that was not reported down";
+  EXPECT_EQ(Restored("2", "on"), Events{});
+  Remove(std::string("paths/") + kPath);
+  EXPECT_EQ(Restored("2"), Events{});
+  EXPECT_EQ(TakeEvents(), Events{});
+}
+
+TEST_F(StoragePathsTest, ReportsTheEndOfALossOnce) {
+  Down("1");
+  EXPECT_EQ(Restored("2", "off"),
+            Events{"amb.clear.storage.connectivity.restored Connectivity to storage device naa.1 (Datastores: \"ds1\", "
+                   "\"ds 2\") restored. Path vmhba1:C0:T0:L0 is active again."});
+  EXPECT_EQ(Restored("2"), Events{});
+  Down("2");
+  EXPECT_EQ(Restored("3"),
+            Events{"amb.clear.storage.redundancy.restored Path redundancy to storage device naa.1 (Datastores: "
+                   "\"ds1\", \"ds 2\") restored. Path vmhba1:C0:T0:L0 is active again."});
+  for (const char *status : {"1", "0", "x"}) {
+    Down("1");
+    EXPECT_EQ(Restored(status), Events{}) << status;
+    EXPECT_EQ(Restored("2"), Events{}) << "the entry is gone all the same";
+  }
+  EXPECT_EQ(Down("-5"), Events{});
+  EXPECT_EQ(Restored("2").size(), 1u) << "a status without an event counts as reported";
+}
+
+TEST_F(StoragePathsTest, AChangeThatAlarmsNamesTheDevice) {
+  const auto tenChanges = [](const char *path) {
+    StoragePaths paths("", 0);
+    paths.CountChange("other", Change::kState, kNow);
+    for (int i = 0; i < 10; ++i) paths.CountChange(path, Change::kState, kNow);
+    return TakeEvents();
+  };
+  const std::string front =
+      "amb.problem.storage.connectivity.pathstatechanges Frequent path state changes are occurring for path "
+      "vmhba1:C0:T0:L0. This may indicate a storage problem. Affected device: naa.1. Affected datastores: ";
+  EXPECT_EQ(tenChanges(kPath), Events{front + "\"ds1\", \"ds 2\"."});
+  Put("devices/naa.1/redundancy", "0");
+  EXPECT_EQ(tenChanges(kPath), Events{front + "Unknown."});
+  Put("devices/naa.1/redundancy", "x");
+  EXPECT_EQ(tenChanges(kPath), Events{});
+  EXPECT_EQ(tenChanges("unknown"), Events{});
+  EXPECT_EQ(tenChanges(nullptr), Events{});
+  // Both kinds of a path's changes count.
+  Put("devices/naa.1/redundancy", "0");
+  paths_.CountChange(kPath, Change::kAdd, kNow);
+  for (int i = 0; i < 5; ++i) paths_.PathDown(kPath, "on", "naa.1", kNow);
+  for (int i = 0; i < 4; ++i) paths_.PathRestored(kPath, "dead", kNow);
+  EXPECT_EQ(TakeEvents(), Events{});
+  paths_.PathRestored(kPath, "dead", kNow);
+  EXPECT_EQ(TakeEvents(), Events{front + "Unknown."});
+}
+
+TEST_F(StoragePathsTest, TheEleventhPowerOnResetAlarms) {
+  const auto resets = [](const char *path) {
+    PowerOnResets counter;
+    for (int i = 0; i < 10; ++i) counter.Count(path, kNow);
+    EXPECT_EQ(TakeEvents(), Events{});
+    for (int i = 0; i < 20; ++i) counter.Count(path, kNow);
+    return TakeEvents();
+  };
+  EXPECT_EQ(resets(kPath),
+            Events{"amb.problem.storage.connectivity.pathpor Frequent PowerOn Reset Unit Attentions are occurring on "
+                   "path vmhba1:C0:T0:L0. This may indicate a storage problem. Affected device: naa.1. Affected "
+                   "datastores: \"ds1\", \"ds 2\"."});
+  Put("paths/%00", "naa.2");  // where the platform files a path without a name
+  EXPECT_EQ(resets(nullptr),
+            Events{"amb.problem.storage.connectivity.devicepor Frequent PowerOn Reset Unit Attentions are occurring "
+                   "on device naa.2. This may indicate a storage problem. Affected datastores: ."});
+  EXPECT_EQ(resets("unknown"), Events{});
+}
+
+TEST_F(StoragePathsTest, HostileNamesOfPathsStayBounded) {
+  std::filesystem::remove_all(testing_support::ProcessRoot() / "/hyfs");
+  Put("devices/naa.1/redundancy", "4");
+  const std::string longName(8 << 20, 'x');
+  for (int i = 0; i < 5; ++i) paths_.PathDown((longName + std::to_string(i)).c_str(), "on", "naa.1", kNow);
+  EXPECT_EQ(paths_.ReportedDown(), 1u);
+}
+
+using StoragePathsDeathTest = StoragePathsTest;
+TEST_F(StoragePathsDeathTest, AStatusThatCannotBeEndsTheDaemon) {
+  Put("paths/p", "naa.1");
+  const auto restore = [](const HandlerTable &handlers, const std::string &down, const std::string &up) {
+    Put("devices/naa.1/redundancy", "1");
+    Dispatch(handlers, IgnoreObservation, down, {Str("p"), Str("on"), Str("naa.1")});
+    Put("devices/naa.1/redundancy", "4");
+    Dispatch(handlers, IgnoreObservation, up, {Str("p"), Str("dead")});
+  };
+  EXPECT_DEATH(restore(ScsiHandlers(), "ryn.scsi.scsipath.pathstate.offver2", "ryn.scsi.scsipath.pathstate.standby"),
+               "NOT_REACHED apps/rynd/ryndScsiCorrelator:1050 ");
+  EXPECT_DEATH(
+      restore(PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.off", "ryn.psastor.psastorpath.pathstate.standby"),
+      "NOT_REACHED apps/rynd/ryndPsaStorCorrelator:1061 ");
+}
+
+}  // namespace
+}  // namespace rynd

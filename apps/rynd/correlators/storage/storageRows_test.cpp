@@ -1,0 +1,240 @@
+// The storage correlators' handlers that keep no state, and the way that observations take to those that do.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "correlators/storage/storageCorrelators.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+
+struct Correlator {
+  HandlerTable handlers;
+  size_t ids;
+  std::span<const PostRow> rows;
+};
+std::vector<Correlator> Correlators() {
+  return {{ApdHandlers(), 3, ApdPostRows()},
+          {ScsiHandlers(), 36, ScsiPostRows()},
+          {PsaStorHandlers(), 25, PsaStorPostRows()},
+          {HyfsHandlers(), 27, HyfsPostRows()},
+          {IscsiHandlers(), 12, IscsiPostRows()},
+          {VscsiHandlers(), 5, VscsiPostRows()},
+          {KvolHandlers(), 2, KvolPostRows()},
+          {BootDeviceHandlers(), 5, BootDevicePostRows()},
+          {SwapHandlers(), 2, {}},
+          {VfatHandlers(), 1, {}},
+          {VelfsHandlers(), 5, {}}};
+}
+
+/// Argument `i` of a row: a text or a number that shows which one it is, in any base.
+Arguments SampleOf(const PostRow &row) {
+  Arguments arguments;
+  for (size_t i = 0; i < post_row::Count(row.fields.types); ++i) {
+    arguments.push_back(row.fields.types[i] == ArgType::kStr ? Str("text" + std::to_string(i))
+                                                             : Int(static_cast<int64_t>(i)));
+  }
+  return arguments;
+}
+
+/// True when `event` shows the sample's arguments in the row's order, one for each conversion of its message.
+bool ShowsSample(const PostRow &row, const std::string &event) {
+  size_t at = event.find(' ');
+  size_t placeholder = 0;
+  for (const char *conversion = strchr(row.message.format, '%'); conversion != nullptr && at != std::string::npos;
+       conversion = strchr(conversion + 1, '%')) {
+    const uint8_t argument = row.order[placeholder++];
+    at = event.find((row.fields.types[argument] == ArgType::kStr ? "text" : "") + std::to_string(argument), at + 1);
+  }
+  return at != std::string::npos;
+}
+
+TEST(StorageRows, PostTheirOwnEventWithAllArgumentsOrNone) {
+  CapturedLog log;
+  for (const Correlator &correlator : Correlators()) {
+    EXPECT_EQ(correlator.handlers.Size(), correlator.ids);
+    for (const PostRow &row : correlator.rows) {
+      Arguments arguments = SampleOf(row);
+      const Events events = EventsOf(correlator.handlers, row.id, arguments);
+      ASSERT_EQ(events.size(), 1u) << row.id;
+      const std::string format = row.message.format + kEventMarker.size();
+      const std::string name = format.substr(0, format.find(')'));
+      EXPECT_TRUE(events[0].starts_with(name + " ") && name.ends_with(row.id + 4)) << row.id << ": " << events[0];
+      EXPECT_TRUE(ShowsSample(row, events[0])) << events[0];
+      log.Messages();  // makes room in its socket
+      if (arguments.empty()) continue;
+      arguments.pop_back();
+      EXPECT_EQ(EventsOf(correlator.handlers, row.id, arguments), Events{}) << row.id;
+      arguments.push_back(row.fields.types[arguments.size()] == ArgType::kStr ? Int(1) : Str("1"));
+      EXPECT_EQ(EventsOf(correlator.handlers, row.id, arguments), Events{}) << row.id;
+    }
+  }
+}
+
+TEST(StorageRows, SayWhichArgumentCannotBeRead) {
+  CapturedLog log;
+  const auto said = [&log](const HandlerTable &handlers, const std::string &id, const Arguments &arguments) {
+    EXPECT_EQ(EventsOf(handlers, "ryn." + id, arguments), Events{}) << id;
+    return log.Messages().back();
+  };
+  const HandlerTable scsi = ScsiHandlers();
+  const HandlerTable psa = PsaStorHandlers();
+  const auto eachSays = [&](const std::string &front, bool withId, const std::vector<std::string> &ids) {
+    for (const std::string &id : ids) {
+      EXPECT_EQ(said(id.starts_with("psastor.") ? psa : scsi, id, {}), front + (withId ? " ryn." + id : "") + ": 75");
+    }
+  };
+  eachSays("Failed to correlate", true,
+           {"scsi.device.io.latency.high", "scsi.device.io.latency.improved", "psastor.device.io.latency.high",
+            "scsi.device.close.failed", "scsi.device.is.ssd.failed", "psastor.device.is.local.failed",
+            "scsi.device.io.qerr.change.config", "scsi.device.io.qerr.changed", "scsi.unsupported.plugin.type",
+            "psastor.unsupported.plugin.type"});
+  eachSays("Failed to get params for correlation", true,
+           {"scsi.device.invalid.xcopy.request", "scsi.device.filter.attach.failed", "scsi.device.detach.failed",
+            "scsi.device.too.many.io.error", "psastor.device.too.many.io.error"});
+  eachSays(
+      "Failed to get device name", false,
+      {"scsi.device.state.on", "scsi.device.state.permanentloss", "scsi.device.state.permanentloss.noopens",
+       "scsi.device.state.permanentloss.pluggedback", "psastor.device.state.off",
+       "psastor.device.state.permanentloss.deviceonline", "psastor.device.state.permanentloss.withreservationheld"});
+  eachSays("Failed to get path limit reached path count", false,
+           {"scsi.scsipath.limitreached", "psastor.psastorpath.limitreached"});
+  eachSays("Failed to get device limit reached device count", false,
+           {"scsi.device.limitreached", "psastor.device.limitreached"});
+  eachSays("Failed to get path add remove path name", false, {"scsi.scsipath.add", "psastor.psastorpath.remove"});
+  eachSays("Failed to get path name", false, {"scsi.scsipath.badpath.unsafepe", "scsi.scsipath.badpath.unreachpe"});
+  EXPECT_EQ(said(scsi, "scsi.scsipath.limitreached", {Int(1)}), "Failed to get path limit reached path name: 75");
+  EXPECT_EQ(said(psa, "psastor.device.limitreached", {Int(1), Int(1)}),
+            "Failed to get device limit reached plugin name: 22");
+  EXPECT_EQ(said(scsi, "scsi.device.thinprov.atquota", {}), "Failed to get thin provisioned device name: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.nmp.satp.option.failed", {}), "Failed to get NMP SATP options: 75");
+  EXPECT_EQ(said(scsi, "scsi.device.nmp.satp.option.failed", {Str("o")}), "Failed to get path name: 75");
+  EXPECT_EQ(said(scsi, "scsi.scsipath.badpath.unreachpe", {NullStr()}),
+            "Failed to get PE-incapable adapter name for path (null) : 75");
+  EXPECT_EQ(said(scsi, "scsi.device.too.many.io.error", {Str("d"), Int(65536)}),
+            "Failed to get params for correlation ryn.scsi.device.too.many.io.error: 34");
+  EXPECT_EQ(said(HyfsHandlers(), "hyfs.nfs.volume.io.latency.high.exceed.threshold", {Str("v"), Long(1), Long(2)}),
+            "Failed to correlate ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold: 75");
+  const char *const attach = "vscsi.shared.hydk.filter.attach.failed";
+  EXPECT_EQ(said(VscsiHandlers(), attach, {}), "Failed to get filterName: 75");
+  EXPECT_EQ(said(VscsiHandlers(), attach, {Str("f")}), "Failed to get devName: 75");
+  EXPECT_EQ(said(VscsiHandlers(), attach, {Str("f"), Str("d")}), "Failed to get worldName: 75");
+}
+
+TEST(StorageRows, OthersStopWithoutALine) {
+  CapturedLog log;
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.sesparse.bloomfilter.disabled", {Str("d")}), Events{});
+  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.heartbeat.timedout", {Int(1)}), Events{});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.pathstate.deadver2", {Str("p"), Str("on")}), Events{});
+  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.on", {Str("p")}), Events{});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.por", {}), Events{});
+  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", {Int(1)}), Events{});
+  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.connection.error", {Str("p")}), Events{});
+  EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.tardisk.readonlyfile", {Str("p")}), Events{});
+  EXPECT_EQ(EventsOf(VfatHandlers(), "ryn.vfat.filesystem.full", {Str("p")}), Events{});
+  EXPECT_EQ(log.Messages().size(), 9u) << "each observation is logged, and nothing else";
+}
+
+TEST(ScsiCorrelator, PostsTheWholeText) {
+  const CapturedLog log;
+  EXPECT_EQ(
+      EventsOf(ScsiHandlers(), "ryn.scsi.device.io.latency.high", {Str("naa.1"), Long(1343), Long(uint64_t{1} << 40)}),
+      Events{"amb.problem.scsi.device.io.latency.high Device naa.1 performance has deteriorated. I/O latency increased "
+             "from average value of 1343 microseconds to 1099511627776 microseconds."});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.io.qerr.changed", {Int(17), Str("naa.1"), Int(-1)}),
+            Events{"amb.problem.scsi.device.io.qerr.changed QErr set to 0x11 for device naa.1. This may cause "
+                   "unexpected behavior. The device was originally configured to the supported QErr setting of "
+                   "0xffffffff, but this has been changed and could not be reset."});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.invalid.xcopy.request",
+                     {Str("naa.1"), Int(1), Int(2), Int(0), Str("current"), Int(5), Int(0x26), Int(16), Str("text")}),
+            Events{"amb.problem.scsi.device.invalid.xcopy.request Invalid XCOPY request for device naa.1. Host 0x1, "
+                   "Device 0x2, Plugin 0, current sense, sense.key = 0x5, sense.asc = 0x26, sense.ascq = 0x10: text"});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.too.many.io.error", {Str("naa.1"), Int(65535)}),
+            Events{"amb.problem.scsi.device.too.many.io.error Too many errors observed for device naa.1 errPercentage "
+                   "65535"});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unreachpe", {Str("p"), Str("vmhba1")}),
+            Events{"amb.problem.scsi.scsipath.badpath.unreachpe Sanity check failed for path p. The path is to a KVol "
+                   "PE, but it goes out of adapter vmhba1 which is not PE capable. Path dropped."});
+  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unsafepe", {Str("p")}),
+            Events{"amb.problem.scsi.scsipath.badpath.unsafepe Sanity check failed for path p. Could not safely "
+                   "determine if the path is to a KVol PE. Path dropped."});
+  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.device.too.many.io.error", {Str("naa.1"), Int(5)}),
+            Events{"amb.problem.psastor.device.too.many.io.error Too many errors observed for device naa.1 "
+                   "errPercentage 5"});
+  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.unsupported.plugin.type", {Int(31)}),
+            Events{"amb.problem.psastor.unsupported.plugin.type Storage Device Allocation not supported for plugin "
+                   "type 1f"});
+}
+
+TEST(ScsiCorrelator, NamesTheDatastoresOfALostDevice) {
+  const CapturedLog log;
+  const std::string devices = testing_support::ProcessRoot() / "/var/lib/corvane/host/storage/devices";
+  std::filesystem::create_directories(testing_support::ProcessRoot() / "/hyfs/volumes");
+  std::filesystem::create_directories(devices + "/empty");
+  testing_support::WriteFile(devices + "/full/partitions/1", "ds1");
+  const struct {
+    HandlerTable handlers;
+    const char *id, *front, *back;
+  } rows[] = {
+      {ScsiHandlers(), "scsi.device.thinprov.atquota",
+       "Space utilization on thin-provisioned device full exceeded configured threshold. Affected datastores (if "
+       "any): ",
+       "."},
+      {ScsiHandlers(), "scsi.device.state.permanentloss.noopens",
+       "Permanently inaccessible device: full has no more opens. It is now safe to unmount datastores (if any): ",
+       " and delete the device"},
+      {PsaStorHandlers(), "psastor.device.state.permanentloss",
+       "Device: full has been removed or is permanently inaccessible. Affected datastores (if any): ", "."},
+      {PsaStorHandlers(), "psastor.device.state.permanentloss.withreservationheld",
+       "Device: full has been removed or is permanently inaccessible while holding a reservation. Affected datastores "
+       "(if any): ",
+       "."},
+  };
+  for (const auto &row : rows) {
+    const std::string id = std::string("ryn.") + row.id;
+    EXPECT_EQ(EventsOf(row.handlers, id, {Str("full")}),
+              Events{std::string("amb.problem.") + row.id + " " + row.front + "\"ds1\"" + row.back});
+    EXPECT_TRUE(EventsOf(row.handlers, id, {Str("empty")})[0].ends_with(std::string(": None") + row.back)) << id;
+    EXPECT_TRUE(EventsOf(row.handlers, id, {Str("none")})[0].ends_with(std::string(": Unknown") + row.back)) << id;
+    EXPECT_TRUE(EventsOf(row.handlers, id, {NullStr()})[0].ends_with(std::string(": Unknown") + row.back)) << id;
+  }
+}
+
+TEST(ScsiCorrelator, SharesNoStateWithTheOtherStack) {
+  const CapturedLog log;
+  const std::string storage = testing_support::ProcessRoot() / "/var/lib/corvane/host/storage/";
+  testing_support::WriteFile(storage + "devices/naa.7/redundancy", "2");
+  testing_support::WriteFile(storage + "paths/shared", "naa.7");
+  const auto times = [](int count, const HandlerTable &handlers, const char *id, const Arguments &arguments) {
+    size_t events = 0;
+    while (count-- > 0) events += EventsOf(handlers, id, arguments).size();
+    return events;
+  };
+  // The first change of a run is swept.
+  times(1, ScsiHandlers(), "ryn.scsi.scsipath.add", {Str("other")});
+  times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.add", {Str("other")});
+  EXPECT_EQ(times(9, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", {Str("shared"), Str("on")}), 0u);
+  EXPECT_EQ(times(9, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.standby", {Str("shared"), Str("on")}), 0u);
+  EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.add", {Str("shared")}), 1u);
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")}), 0u);
+  EXPECT_EQ(times(9, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", {Str("shared"), Str("on")}), 0u);
+  // What one reported down the other does not report as restored.
+  const Arguments lost = {Str("shared"), Str("on"), Str("naa.7")};
+  const Arguments restored = {Str("shared"), Str("dead")};
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.remove", {Str("shared")}), 0u);
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.deadver2", lost), 1u);
+  EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.on", restored), 0u);
+  EXPECT_EQ(times(1, PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.dead", lost), 1u);
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.pathstate.on", restored), 1u);
+  EXPECT_EQ(times(10, ScsiHandlers(), "ryn.scsi.scsipath.por", {Str("shared")}), 0u);
+  EXPECT_EQ(times(1, ScsiHandlers(), "ryn.scsi.scsipath.por", {Str("shared")}), 1u);
+}
+
+}  // namespace
+}  // namespace rynd

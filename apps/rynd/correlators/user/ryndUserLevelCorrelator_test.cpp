@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "correlators/user/userCorrelators.h"
+#include "correlators/user/rebootReason.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+using nlohmann::json;
+using testing_support::ProcessRoot;
+
+constexpr const char *kRecord = "/var/lib/corvane/host/configstore/amb/hykernel/reboot_reason.json";
+constexpr const char *kRefuse = "/var/lib/corvane/host/configstore/REFUSE";
+constexpr const char *kConsult =
+    " Please consult Ambi Embedded and Kestrel Server Setup Guide or follow the Ask Corvane link for more information.";
+
+/// Every test starts without a record.
+class UserLevelTest : public testing::Test {
+ protected:
+  void SetUp() override { std::filesystem::remove_all(ProcessRoot() / "/var/lib/corvane/host"); }
+
+  static Events Announce(const std::string &id, const Arguments &arguments = {}) {
+    return EventsOf(UserLevelHandlers(), id, arguments);
+  }
+  /// The committed values without the time; null when there is no record.
+  static json Recorded() {
+    json record = json::parse(testing_support::ReadFile(ProcessRoot() / kRecord), nullptr, false);
+    if (record.is_discarded()) return nullptr;
+    record.erase("timestamp");
+    return record;
+  }
+};
+
+TEST_F(UserLevelTest, PostsAndRecordsWhatIsAnnounced) {
+  const struct {
+    const char *who, *kind, *text, *type, *shown;
+    json subsystem;
+  } rows[] = {
+      {"subsystem", "reboot", "rebooted. Reason for reboot", "REBOOT", " Subsystem: fleet.", "fleet"},
+      {"subsystem", "poweroff", "powered off. Reason for power off", "POWEROFF", " Subsystem: fleet.", "fleet"},
+      {"ambcli", "reboot", "rebooted through ambcli. Reason for reboot", "REBOOT", "", "ambcli"},
+      {"ambcli", "poweroff", "powered off through ambcli. Reason for power off", "POWEROFF", "", "ambcli"},
+      {"mgmtd", "reboot", "rebooted through mgmtd. Reason for reboot", "REBOOT", "", "DONT_REPLICATE"},
+      {"mgmtd", "poweroff", "powered off through mgmtd. Reason for power off", "POWEROFF", "", "DONT_REPLICATE"},
+  };
+  for (const auto &row : rows) {
+    const std::string tail = std::string(row.who) + ".host." + row.kind + ".reason";
+    EXPECT_EQ(Announce("ryn.user." + tail, {Str("Reboot:  \t disk: upgrade"), Str("root"), Str("fleet")}),
+              Events{"amb.audit." + tail + " The host is being " + row.text + ": disk: upgrade. User: root." +
+                     row.shown + kConsult});
+    EXPECT_EQ(Recorded(),
+              (json{{"type", row.type}, {"user", "root"}, {"subsystem", row.subsystem}, {"reason", "disk: upgrade"}}));
+  }
+}
+
+TEST_F(UserLevelTest, WithoutAReasonThereIsNoAnnouncement) {
+  for (const Arguments &arguments : {Arguments{}, Arguments{Str("no colon"), Str("root"), Str("x")},
+                                     Arguments{NullStr(), Str("root"), Str("x")}, Arguments{Int(1), Str("root")}}) {
+    EXPECT_EQ(Announce("ryn.user.subsystem.host.reboot.reason", arguments), Events{});
+  }
+  EXPECT_EQ(Recorded(), nullptr);
+  // An empty reason is one; what can't be read behind it is an empty text.
+  EXPECT_EQ(
+      Announce("ryn.user.subsystem.host.reboot.reason", {Str("why: ")}),
+      Events{std::string("amb.audit.subsystem.host.reboot.reason The host is being rebooted. Reason for reboot: . "
+                         "User: . Subsystem: .") +
+             kConsult});
+  EXPECT_EQ(Recorded(), (json{{"type", "REBOOT"}, {"user", ""}, {"subsystem", ""}, {"reason", ""}}));
+  EXPECT_EQ(
+      Announce("ryn.user.mgmtd.host.reboot.reason", {Str(":x"), NullStr()}),
+      Events{std::string("amb.audit.mgmtd.host.reboot.reason The host is being rebooted through mgmtd. Reason for "
+                         "reboot: x. User: (null).") +
+             kConsult});
+  EXPECT_EQ(Recorded()["user"], "");
+}
+
+TEST_F(UserLevelTest, ShellsNeverOverwriteAReason) {
+  EXPECT_EQ(Announce("ryn.user.host.stop.shutdown"), Events{"amb.audit.host.stop.shutdown Host is shutting down."});
+  EXPECT_EQ(Recorded()["reason"], "The host is being powered off through Shell Console User Interface.");
+  EXPECT_EQ(Announce("ryn.user.host.stop.reboot"), Events{"amb.audit.host.stop.reboot Host is rebooting."});
+  EXPECT_EQ(Recorded()["type"], "POWEROFF");
+  Announce("ryn.user.mgmtd.host.reboot.reason", {Str("r: update"), Str("root")});
+  EXPECT_EQ(Announce("ryn.user.host.stop.reboot").size(), 1u);
+  EXPECT_EQ(Recorded()["reason"], "update");
+  // A console does.
+  EXPECT_EQ(Announce("ryn.user.dcui.reboot.host"),
+            Events{std::string("amb.audit.dcui.host.reboot The host is being rebooted through Direct Console User "
+                               "Interface (DCUI).") +
+                   kConsult});
+  EXPECT_EQ(Announce("ryn.user.dcui.shutdown.host"),
+            Events{std::string("amb.audit.dcui.host.shutdown The host is being shutdown through Direct Console User "
+                               "Interface (DCUI).") +
+                   kConsult});
+  EXPECT_EQ(Recorded(), (json{{"type", "POWEROFF"},
+                              {"user", "UNKNOWN_USER"},
+                              {"subsystem", "DONT_REPLICATE"},
+                              {"reason", "The host is being shutdown through Direct Console User Interface (DCUI)."}}));
+}
+
+TEST_F(UserLevelTest, ARefusedValueLeavesTheRecordAsItWas) {
+  Announce("ryn.user.ambcli.host.reboot.reason", {Str("r: first"), Str("root")});
+  testing_support::WriteFile(ProcessRoot() / kRefuse, "subsystem\n");
+  EXPECT_EQ(Announce("ryn.user.ambcli.host.reboot.reason", {Str("r: second"), Str("root")}).size(), 1u);
+  EXPECT_EQ(Recorded()["reason"], "first");
+  // A store that can't be read has no reason.
+  std::filesystem::remove(ProcessRoot() / kRefuse);
+  testing_support::WriteFile(ProcessRoot() / kRecord, "{\"reason\": ");
+  EXPECT_EQ(RebootReasonRecorded(), 0);
+  testing_support::WriteFile(ProcessRoot() / kRecord, "{\"reason\": \"\"}");
+  EXPECT_EQ(RebootReasonRecorded(), 0x0bad0005);
+  testing_support::WriteFile(ProcessRoot() / kRecord, "{\"type\": \"REBOOT\"}");
+  EXPECT_EQ(RebootReasonRecorded(), 0);
+}
+
+TEST_F(UserLevelTest, TimesAreLocal) {
+  // The zone may change while the daemon runs.
+  setenv("TZ", "ABC4", 1);
+  EXPECT_EQ(RebootTimestamp(0), "Wed, 31 Dec 69 20:00:00 -0400");
+  setenv("TZ", "XYZ-5:30", 1);
+  EXPECT_EQ(RebootTimestamp(0), "Thu, 01 Jan 70 05:30:00 +0530");
+  EXPECT_EQ(RebootTimestamp(1795244277), "Sat, 21 Nov 26 12:27:57 +0530");
+  unsetenv("TZ");
+  tzset();
+}
+
+/// A process that commits records of two lengths without end is killed at random instants: what stands in the store is
+/// always one of them, whole.
+TEST_F(UserLevelTest, AKillLeavesTheOldRecordOrTheNewOne) {
+  const std::string longReason(20'000, 'x');
+  RecordRebootReason({"REBOOT", "u", "s", "t", "short"});
+  unsigned seed = 1, seen[2] = {0, 0};
+  for (int round = 0; round < 60; ++round) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (;;) {
+        RecordRebootReason({"REBOOT", "u", "s", "t", longReason.c_str()});
+        RecordRebootReason({"REBOOT", "u", "s", "t", "short"});
+      }
+    }
+    usleep(500 + static_cast<unsigned>(rand_r(&seed)) % 5000);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    const json record = Recorded();
+    ASSERT_TRUE(record.is_object()) << round;
+    const std::string reason = record.value("reason", "");
+    ASSERT_TRUE(reason == "short" || reason == longReason) << round;
+    ++seen[reason == "short" ? 0 : 1];
+  }
+  EXPECT_GT(seen[0], 0u);
+  EXPECT_GT(seen[1], 0u);
+}
+
+}  // namespace
+}  // namespace rynd

@@ -1,0 +1,47 @@
+#include <gtest/gtest.h>
+
+#include "correlators/user/userCorrelators.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+
+TEST(VmKill, PostsInEveryCase) {
+  const std::string start = "amb.problem.vm.kill.unexpected.";
+  EXPECT_EQ(EventsOf(VmHandlers(), "ryn.vm.kill.unexpected.noSwapResponse", {Str("/a.cfg"), Int(5), Long(60)}),
+            Events{start + "noSwapResponse.2 /a.cfg did not respond to 5 swap actions in 60 seconds and is forcefully "
+                           "powered off to prevent system instability."});
+  EXPECT_EQ(EventsOf(VmHandlers(), "ryn.vm.kill.unexpected.noSwapResponse", {Str("/a.cfg"), Str("?")}),
+            Events{start + "noSwapResponse.2 /a.cfg did not respond to 0 swap actions in 0 seconds and is forcefully "
+                           "powered off to prevent system instability."});
+  EXPECT_EQ(EventsOf(VmHandlers(), "ryn.vm.kill.unexpected.forcefulPageRetire.64", {Str("/a.cfg"), Long(0xfffffffff)}),
+            Events{start + "forcefulPageRetire.64.2 /a.cfg contained the host physical page 0xfffffffff which was "
+                           "scheduled for immediate retirement. To avoid system instability the virtual machine is "
+                           "forcefully powered off."});
+  for (const char *id : {"hytrack", "hyx.fault.failure", "fault.failure", "forcefulPageRetire.64"}) {
+    const Events events = EventsOf(VmHandlers(), std::string("ryn.vm.kill.unexpected.") + id, {});
+    ASSERT_EQ(events.size(), 1u) << id;
+    EXPECT_TRUE(events[0].starts_with(start + id + ".2  ")) << events[0];
+  }
+}
+
+TEST(VmKill, NamesTheVolumeOfTheSwapFile) {
+  testing_support::WriteFile(testing_support::ProcessRoot() / "/var/lib/corvane/host/storage/filesystems/5f1a-22",
+                             "ds1");
+  const std::pair<const char *, const char *> rows[] = {{"/hyfs/volumes/5f1a-22/vm1/vm1.vswp", "5f1a-22"},
+                                                        {"/hyfs/volumes/ds1/vm1/vm1.vswp", "ds1"},
+                                                        {"/hyfs/volumes/other/vm1.vswp", "(unknown)"},
+                                                        {"/tmp/vm1.vswp", "(invalid)"}};
+  for (const auto &[path, volume] : rows) {
+    EXPECT_EQ(EventsOf(VmHandlers(), "ryn.vm.kill.unexpected.fault.failure", {Str("/a.cfg"), Str(path)}),
+              Events{std::string("amb.problem.vm.kill.unexpected.fault.failure.2 /a.cfg could not fault in a guest "
+                                 "physical page from the hypervisor level swap file on ") +
+                     volume + ". The VM is terminated as further progress is impossible."});
+  }
+}
+
+}  // namespace
+}  // namespace rynd
