@@ -2,9 +2,9 @@
 #include <cstring>
 #include <string>
 
-#include "apps/rynctl/eventDecoder.h"
 #include "fuzz/seedRecord.h"
 #include "hosted/records/eventArguments.h"
+#include "rynctl/eventDecoder.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Arguments as people write them: the integer types, their ranges, and how a word is told from a number.
-#include "argument.h"
+#include "rynctl/argument.h"
 
 #include <charconv>
 

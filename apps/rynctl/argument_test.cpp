@@ -1,5 +1,5 @@
 // Every way to write an argument, and the ranges that are told to whoever misses them.
-#include "argument.h"
+#include "rynctl/argument.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // Command lines: the parser's errors and exit statuses made the tool's own.
-#include "commandLine.h"
+#include "rynctl/commandLine.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
-#include "escape.h"
+#include "rynctl/escape.h"
 
 namespace rynctl {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "console.h"
+#include "rynctl/console.h"
 
 namespace CLI {
 class App;

@@ -1,11 +1,11 @@
 // Errors, flushing and colors of a run. One thread.
-#include "console.h"
+#include "rynctl/console.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
-#include "escape.h"
+#include "rynctl/escape.h"
 
 namespace rynctl {
 

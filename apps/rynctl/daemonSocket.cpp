@@ -1,5 +1,5 @@
 // Connects and sends without ever blocking in the kernel, so that every wait can be told and bounded.
-#include "daemonSocket.h"
+#include "rynctl/daemonSocket.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
 // Decodes UTF-8 strictly and writes out whatever is no plain character. Stateless: any thread.
-#include "escape.h"
+#include "rynctl/escape.h"
 
 #include <cstdint>
 #include <cstdio>

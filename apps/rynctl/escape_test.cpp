@@ -1,11 +1,11 @@
 // A hostile sender must not reach the terminal.
-#include "escape.h"
+#include "rynctl/escape.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 
-#include "eventPrinter.h"
+#include "rynctl/eventPrinter.h"
 
 namespace rynctl {
 namespace {

@@ -1,13 +1,13 @@
 // Reads event records field by field, clipped to the bytes that there are. Stateless: any thread.
-#include "eventDecoder.h"
+#include "rynctl/eventDecoder.h"
 
 #include <algorithm>
 #include <cstring>
 #include <string_view>
 
 #include "correlators/catalog.h"
-#include "escape.h"
 #include "post/eventRecord.h"
+#include "rynctl/escape.h"
 
 namespace rynctl {
 namespace {

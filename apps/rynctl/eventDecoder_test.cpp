@@ -1,5 +1,5 @@
 // Records whole, damaged in one place, cut at every length, and damaged at random.
-#include "eventDecoder.h"
+#include "rynctl/eventDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <random>
 
 #include "correlators/catalog.h"
-#include "escape.h"
-#include "eventPrinter.h"
-#include "testEvent.h"
+#include "rynctl/escape.h"
+#include "rynctl/eventPrinter.h"
+#include "rynctl/testEvent.h"
 
 namespace rynctl {
 namespace {

@@ -1,13 +1,13 @@
 // Events as lines of text and of JSON.
-#include "eventPrinter.h"
+#include "rynctl/eventPrinter.h"
 
 #include <algorithm>
 #include <cctype>
 #include <nlohmann/json.hpp>
 
-#include "console.h"
-#include "escape.h"
-#include "eventTime.h"
+#include "rynctl/console.h"
+#include "rynctl/escape.h"
+#include "rynctl/eventTime.h"
 
 namespace rynctl {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "eventDecoder.h"
+#include "rynctl/eventDecoder.h"
 
 namespace rynctl {
 

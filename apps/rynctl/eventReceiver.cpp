@@ -1,5 +1,5 @@
 // One poll loop over the listening socket and all of its connections.
-#include "eventReceiver.h"
+#include "rynctl/eventReceiver.h"
 
 #include <sys/socket.h>
 

@@ -1,5 +1,5 @@
 // Checks, numbers, stamps and sends observations.
-#include "observationSender.h"
+#include "rynctl/observationSender.h"
 
 #include <sys/socket.h>
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "base/uniqueFd.h"
-#include "daemonSocket.h"
 #include "hosted/records/rawRecord.h"
 #include "librynsubmit/rynsubmit.h"
+#include "rynctl/daemonSocket.h"
 
 namespace rynctl {
 

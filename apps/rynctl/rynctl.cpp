@@ -1,5 +1,5 @@
 // The table of commands and what they have in common.
-#include "rynctl.h"
+#include "rynctl/rynctl.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <csignal>
 #include <iostream>
 
-#include "commands.h"
+#include "rynctl/commands/commands.h"
 
 namespace rynctl {
 namespace {

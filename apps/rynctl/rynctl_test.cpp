@@ -1,5 +1,5 @@
 // What all commands share: help, exit statuses, colors; and the catalogue.
-#include "rynctl.h"
+#include "rynctl/rynctl.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "console.h"
 #include "correlators/catalog.h"
-#include "toolRun.h"
+#include "rynctl/console.h"
+#include "rynctl/toolRun.h"
 
 namespace rynctl {
 namespace {

@@ -1,5 +1,5 @@
 // The handler only notes the signal; the wait that it interrupts looks at the note.
-#include "stopSignals.h"
+#include "rynctl/stopSignals.h"
 
 #include <pthread.h>
 

@@ -1,5 +1,5 @@
 // JSON lines: parsing, which throws a LineError inside this file only, and timing.
-#include "submitFile.h"
+#include "rynctl/submitFile.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "argument.h"
+#include "rynctl/argument.h"
 
 namespace rynctl {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "console.h"
-#include "observationSender.h"
+#include "rynctl/console.h"
+#include "rynctl/observationSender.h"
 
 namespace rynctl {
 

@@ -1,12 +1,12 @@
 // Not tests, but what they run the tool with.
-#include "toolRun.h"
+#include "rynctl/toolRun.h"
 
 #include <csignal>
 
 #include <filesystem>
 #include <sstream>
 
-#include "rynctl.h"
+#include "rynctl/rynctl.h"
 #include "testing/testRoot.h"
 
 namespace rynctl {

@@ -1,12 +1,12 @@
 // Lines of the trace feed, whose id holds no blank. Stateless: any thread.
-#include "traceLine.h"
+#include "rynctl/traceLine.h"
 
 #include <charconv>
 #include <nlohmann/json.hpp>
 
-#include "console.h"
-#include "escape.h"
-#include "eventTime.h"
+#include "rynctl/console.h"
+#include "rynctl/escape.h"
+#include "rynctl/eventTime.h"
 
 namespace rynctl {
 namespace {

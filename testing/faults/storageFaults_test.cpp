@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <new>
 
+#include "correlators/rows/volumeOfPath.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageLookups.h"
 #include "correlators/storage/storagePaths.h"
-#include "correlators/rows/volumeOfPath.h"
 #include "platform/hostMgmt.h"
 #include "platform/hostMgmtStorage.h"
 #include "platform/hykCtlStorage.h"

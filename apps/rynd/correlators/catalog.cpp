@@ -5,11 +5,11 @@
 #include <span>
 
 #include "correlators/hardware/hardwareCorrelators.h"
+#include "correlators/network/linkFlapping.h"
 #include "correlators/network/networkCorrelators.h"
+#include "correlators/network/uplinkMonitor.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/user/userCorrelators.h"
-#include "correlators/network/linkFlapping.h"
-#include "correlators/network/uplinkMonitor.h"
 
 namespace rynd {
 namespace {

@@ -1,5 +1,5 @@
-// The correlators of the processors, memory, clock and other hardware: the agent function of each, which runs on its own thread, its handlers, and the rows
-// and other messages that it can post.
+// The correlators of the processors, memory, clock and other hardware: the agent function of each, which runs on its
+// own thread, its handlers, and the rows and other messages that it can post.
 #pragma once
 
 #include <span>

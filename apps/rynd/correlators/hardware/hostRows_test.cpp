@@ -2,8 +2,8 @@
 // scheduler QoS.
 #include <gtest/gtest.h>
 
-#include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/hardware/cxlDeviceType.h"
+#include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"

@@ -4,11 +4,11 @@
 #include <exception>
 
 #include "core/runner.h"
-#include "correlators/network/networkCorrelators.h"
-#include "correlators/rows/defaultHandlers.h"
 #include "correlators/network/linkFlapping.h"
+#include "correlators/network/networkCorrelators.h"
 #include "correlators/network/uplinkHandlers.h"
 #include "correlators/network/uplinkMonitor.h"
+#include "correlators/rows/defaultHandlers.h"
 #include "platform/hykCtlUtil.h"
 #include "platform/ryn.h"
 

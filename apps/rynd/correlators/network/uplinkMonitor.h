@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "correlators/rows/eventMessage.h"
 #include "correlators/network/uplinkPorts.h"
 #include "correlators/network/uplinkTimers.h"
+#include "correlators/rows/eventMessage.h"
 
 namespace rynd {
 

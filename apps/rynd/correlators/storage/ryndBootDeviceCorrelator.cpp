@@ -1,8 +1,8 @@
 // The boot device correlator: reports when the device that the host booted from becomes inaccessible and when it
 // recovers. It keeps no state, since the kernel decides.
 #include "core/runner.h"
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageCorrelators.h"
 
 namespace rynd {
 namespace {

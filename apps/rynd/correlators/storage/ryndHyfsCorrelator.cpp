@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "core/runner.h"
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageHandlers.h"
 
 namespace rynd {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageCorrelators.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 

@@ -1,8 +1,8 @@
 // The iSCSI correlator: reports failed connections, discoveries and logins of the software initiator. It keeps no
 // state.
 #include "core/runner.h"
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageCorrelators.h"
 
 namespace rynd {
 namespace {

@@ -4,10 +4,10 @@
 #include <string_view>
 
 #include "core/runner.h"
-#include "correlators/storage/alarmLimiter.h"
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/rows/wallClock.h"
+#include "correlators/storage/alarmLimiter.h"
+#include "correlators/storage/storageCorrelators.h"
 
 namespace rynd {
 namespace {

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "core/runner.h"
-#include "correlators/storage/alarmLimiter.h"
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/rows/wallClock.h"
+#include "correlators/storage/alarmLimiter.h"
+#include "correlators/storage/storageCorrelators.h"
 #include "platform/system.h"
 
 namespace rynd {

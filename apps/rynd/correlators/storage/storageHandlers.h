@@ -8,9 +8,9 @@
 #include "core/log.h"
 #include "correlators/rows/eventMessage.h"
 #include "correlators/rows/postRow.h"
+#include "correlators/rows/wallClock.h"
 #include "correlators/storage/storageLookups.h"
 #include "correlators/storage/storagePaths.h"
-#include "correlators/rows/wallClock.h"
 #include "platform/ryn.h"
 
 namespace rynd {

@@ -3,8 +3,8 @@
 
 #include <filesystem>
 
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageCorrelators.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 #include "testing/testRoot.h"

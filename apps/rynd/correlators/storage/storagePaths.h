@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "correlators/rows/boundedMap.h"
-#include "correlators/storage/changeCounter.h"
 #include "correlators/rows/eventMessage.h"
+#include "correlators/storage/changeCounter.h"
 
 namespace rynd {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "correlators/storage/storageCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageLookups.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"

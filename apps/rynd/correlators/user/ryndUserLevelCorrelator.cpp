@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "core/runner.h"
-#include "correlators/user/userCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/rebootReason.h"
+#include "correlators/user/userCorrelators.h"
 #include "platform/ryn.h"
 
 namespace rynd {

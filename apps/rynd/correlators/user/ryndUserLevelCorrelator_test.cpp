@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "correlators/user/userCorrelators.h"
 #include "correlators/user/rebootReason.h"
+#include "correlators/user/userCorrelators.h"
 #include "testing/postedEvents.h"
 #include "testing/testRoot.h"
 

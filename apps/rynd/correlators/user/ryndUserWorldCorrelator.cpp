@@ -5,10 +5,10 @@
 #include <cstring>
 
 #include "core/runner.h"
-#include "correlators/user/userCorrelators.h"
-#include "correlators/user/crashCounter.h"
 #include "correlators/rows/defaultHandlers.h"
+#include "correlators/user/crashCounter.h"
 #include "correlators/user/execReports.h"
+#include "correlators/user/userCorrelators.h"
 #include "platform/ryn.h"
 
 namespace rynd {

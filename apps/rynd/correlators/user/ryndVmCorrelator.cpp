@@ -4,9 +4,9 @@
 
 #include "core/messageFormatArgs.h"
 #include "core/runner.h"
-#include "correlators/user/userCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/rows/volumeOfPath.h"
+#include "correlators/user/userCorrelators.h"
 
 namespace rynd {
 namespace {

@@ -1,5 +1,5 @@
-// The correlators of user programs and virtual machines: the agent function of each, which runs on its own thread, its handlers, and the rows
-// and other messages that it can post.
+// The correlators of user programs and virtual machines: the agent function of each, which runs on its own thread, its
+// handlers, and the rows and other messages that it can post.
 #pragma once
 
 #include <span>

@@ -9,13 +9,13 @@
 #include <cstring>
 #include <filesystem>
 
-#include "commands.h"
-#include "eventPrinter.h"
-#include "eventReceiver.h"
 #include "hosted/contexts/folderLock.h"
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "stopSignals.h"
+#include "rynctl/commands/commands.h"
+#include "rynctl/eventPrinter.h"
+#include "rynctl/eventReceiver.h"
+#include "rynctl/stopSignals.h"
 
 namespace rynctl {
 namespace {

@@ -7,12 +7,12 @@
 #include <csignal>
 #include <nlohmann/json.hpp>
 
-#include "eventReceiver.h"
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "testEvent.h"
+#include "rynctl/eventReceiver.h"
+#include "rynctl/testEvent.h"
+#include "rynctl/toolRun.h"
 #include "testing/testRoot.h"
-#include "toolRun.h"
 
 namespace rynctl {
 namespace {

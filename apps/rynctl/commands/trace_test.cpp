@@ -6,9 +6,9 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
+#include "rynctl/toolRun.h"
+#include "rynctl/traceLine.h"
 #include "testing/testRoot.h"
-#include "toolRun.h"
-#include "traceLine.h"
 
 namespace rynctl {
 namespace {

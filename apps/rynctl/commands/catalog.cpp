@@ -2,9 +2,9 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
 #include "correlators/catalog.h"
-#include "eventPrinter.h"
+#include "rynctl/commands/commands.h"
+#include "rynctl/eventPrinter.h"
 
 namespace rynctl {
 namespace {

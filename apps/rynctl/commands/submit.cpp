@@ -6,10 +6,10 @@
 #include <fstream>
 #include <iostream>
 
-#include "argument.h"
-#include "commands.h"
-#include "observationSender.h"
-#include "submitFile.h"
+#include "rynctl/argument.h"
+#include "rynctl/commands/commands.h"
+#include "rynctl/observationSender.h"
+#include "rynctl/submitFile.h"
 
 namespace rynctl {
 namespace {

@@ -6,13 +6,13 @@
 #include <cerrno>
 #include <cstring>
 
-#include "commands.h"
-#include "daemonSocket.h"
-#include "escape.h"
-#include "eventPrinter.h"
 #include "hosted/paths.h"
-#include "stopSignals.h"
-#include "traceLine.h"
+#include "rynctl/commands/commands.h"
+#include "rynctl/daemonSocket.h"
+#include "rynctl/escape.h"
+#include "rynctl/eventPrinter.h"
+#include "rynctl/stopSignals.h"
+#include "rynctl/traceLine.h"
 
 namespace rynctl {
 namespace {

@@ -1,8 +1,8 @@
 // The commands of rynctl. Each parses the words behind its name, runs, and returns its exit status.
 #pragma once
 
-#include "commandLine.h"
-#include "console.h"
+#include "rynctl/commandLine.h"
+#include "rynctl/console.h"
 
 namespace rynctl {
 

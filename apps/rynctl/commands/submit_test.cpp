@@ -11,10 +11,10 @@
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
-#include "observationSender.h"
-#include "submitFile.h"
+#include "rynctl/observationSender.h"
+#include "rynctl/submitFile.h"
+#include "rynctl/toolRun.h"
 #include "testing/testRoot.h"
-#include "toolRun.h"
 
 namespace rynctl {
 namespace {
