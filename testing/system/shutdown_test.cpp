@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -132,24 +133,69 @@ TEST(Shutdown, WithAnAgentThatHangs) {
   }
 }
 
-TEST(Shutdown, WhileThePollLoopWaitsForALaggingAgent) {
+/// Send `record` until the queue of `fd` is full.
+void Fill(const base::UniqueFd &fd, const std::vector<std::byte> &record) {
+  for (int i = 0; i < 100 && send(fd.Get(), record.data(), record.size(), MSG_DONTWAIT) >= 0; ++i) {
+  }
+}
+
+/// A daemon whose poll loop waits for agents that hang in a delivery, with records waiting on this many contexts.
+class LaggingAgents : public testing::TestWithParam<unsigned> {
+ protected:
+  LaggingAgents() {
+    EXPECT_TRUE(log_.Lines().WaitFor(kReady));
+    for (unsigned id = 0; id < GetParam(); ++id) kernel_.push_back(ConnectKernel(root_, id));
+    const auto small = MakeRecord("ryn.storage.apd.start", {"naa.1"});
+    EXPECT_TRUE(SendRecord(kernel_[0], small));
+    const std::vector<std::byte> large[] = {
+        MakeRecord("ryn.storage.apd.start", {std::string(100'000, 'x')}),
+        MakeRecord("ryn.storage.apd.exit", {std::string(100'000, 'x')}),
+    };
+    // Once no context has room any more, every pipe in front of a hanging agent is full too.
+    EXPECT_TRUE(WaitUntil([&] {
+      for (size_t i = 0; i < kernel_.size(); ++i) Fill(kernel_[i], large[i % 2]);
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      return std::all_of(kernel_.begin(), kernel_.end(), [&](const base::UniqueFd &fd) {
+        return send(fd.Get(), small.data(), small.size(), MSG_DONTWAIT) < 0;
+      });
+    }));
+  }
+  const TestRoot root_;
+  const LogListener log_{root_ / "/dev/log"};
+  const HangingAgent agent_{root_, false};
+  Daemon daemon_{root_};
+  std::vector<base::UniqueFd> kernel_;
+};
+INSTANTIATE_TEST_SUITE_P(Contexts, LaggingAgents, testing::Values(1, 2, 8, 29));
+
+TEST_P(LaggingAgents, DoNotHoldUpAStop) {
+  ExpectPromptEnd(&daemon_, root_, log_);
+}
+
+TEST(Shutdown, WhileEveryContextAndConnectionIsFlooded) {
   const TestRoot root;
   const LogListener log(root / "/dev/log");
-  const HangingAgent agent(root, false);
   Daemon daemon(root);
   ASSERT_TRUE(log.Lines().WaitFor(kReady));
-  const auto kernel = ConnectKernel(root);
-  const auto large = MakeRecord("ryn.storage.apd.start", {std::string(100'000, 'x')});
-  // The agent hangs in its first delivery; once a send finds no room any more, the pipe in front of it is full too.
-  ASSERT_TRUE(SendRecord(kernel, MakeRecord("ryn.storage.apd.start", {"naa.1"})));
-  EXPECT_TRUE(WaitUntil([&] {
-    for (int i = 0; i < 100; ++i) {
-      if (send(kernel.Get(), large.data(), large.size(), MSG_DONTWAIT) < 0) break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return send(kernel.Get(), large.data(), large.size(), MSG_DONTWAIT) < 0;
-  }));
+  std::vector<base::UniqueFd> senders;
+  for (unsigned id = 0; id < 29; ++id) senders.push_back(ConnectKernel(root, id));
+  for (int i = 0; i < 8; ++i) senders.push_back(ConnectUser(root));
+  const auto record = MakeRecord("ryn.user.nobody.listens", {"x"});
+  std::atomic<bool> stop = false;
+  std::vector<std::thread> threads;
+  for (size_t first = 0; first < 4; ++first) {
+    threads.emplace_back([&, first] {
+      while (!stop) {
+        for (size_t i = first; i < senders.size(); i += 4) {
+          send(senders[i].Get(), record.data(), record.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        }
+      }
+    });
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
   ExpectPromptEnd(&daemon, root, log);
+  stop = true;
+  for (std::thread &thread : threads) thread.join();
 }
 
 TEST(Shutdown, WithTraceClientsThatStallOrVanish) {

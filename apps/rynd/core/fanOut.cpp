@@ -4,12 +4,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <new>
 
 #include "core/rawRecord.h"
 #include "core/signals.h"
 #include "core/traceLines.h"
+#include "core/traceSocket.h"
 
 namespace rynd {
 namespace {
@@ -58,6 +60,14 @@ bool HasSoundTexts(const std::byte *record, size_t total) {
   return RecordField(record, kRecordMessageLengthOffset) <= room - idLength;
 }
 
+/// Wait until there is room in the pipe `writeEnd`, or a stop is requested. Trace clients are accepted meanwhile: who
+/// asks what is wrong with a daemon that waits must get an answer.
+void WaitForRoom(int writeEnd) {
+  pollfd set[] = {{writeEnd, POLLOUT, 0}, {TraceListener(), POLLIN, 0}};
+  if (StopRequested() || PollWithSignals(set, std::size(set)) <= 0 || StopRequested()) return;
+  if ((set[1].revents & POLLIN) != 0) AcceptTraceClient(set[1].fd);
+}
+
 /// Write a whole record to a stream, waiting for room while its agent lags. 0, or the errno value of a failed write.
 /// A stop ends the wait: the stream's reader is cancelled next and never sees what is missing.
 int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
@@ -70,8 +80,7 @@ int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
     }
     if (errno == EPIPE && stream->closing) return 0;  // its agent is on its way out and waits for our lock
     if (errno != EAGAIN) return errno;
-    pollfd room{stream->writeEnd, POLLOUT, 0};
-    PollWithSignals(&room, 1);
+    WaitForRoom(stream->writeEnd);
     if (StopRequested()) return 0;
   }
   return 0;

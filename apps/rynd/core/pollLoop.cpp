@@ -31,6 +31,7 @@ int PollLoop::Run() {
 int PollLoop::ServeSlots() {
   for (size_t slot = 0; slot < count_; ++slot) {
     if (set_[slot].revents == 0) continue;  // armed as it is
+    if (StopRequested()) return 0;
     if (const int status = ServeSlot(&slot); status != 0) return status;
   }
   return 0;

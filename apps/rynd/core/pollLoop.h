@@ -26,8 +26,8 @@ class PollLoop {
   /// -1 when poll failed, a positive status of a kernel context that did.
   int Run();
 
-  /// Act on the returned events of all slots, once, in order. 0, or the positive status of a kernel context that
-  /// failed.
+  /// Act on the returned events of all slots, once, in order, or up to a stop that arrives meanwhile. 0, or the
+  /// positive status of a kernel context that failed.
   int ServeSlots();
   /// Live slots: kFixedSlots and one for each connection.
   size_t Count() const { return count_; }

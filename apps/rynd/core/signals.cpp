@@ -2,8 +2,11 @@
 
 #include <csignal>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <ctime>
+#include <iterator>
 
 namespace rynd {
 namespace {
@@ -32,6 +35,16 @@ sigset_t WaitMask() {
   return mask;
 }
 
+/// Deliver a handled signal that is pending, if one is.
+void LetPendingSignalIn(const sigset_t &waitMask) {
+  sigset_t pending;
+  sigpending(&pending);
+  const auto isPending = [&](int number) { return sigismember(&pending, number) == 1; };
+  if (std::none_of(std::begin(kHandledSignals), std::end(kHandledSignals), isPending)) return;
+  constexpr timespec kNow{};
+  ppoll(nullptr, 0, &kNow, &waitMask);
+}
+
 }  // namespace
 
 void BlockSignals() {
@@ -54,8 +67,17 @@ bool StopRequested() {
 }
 
 int PollWithSignals(pollfd *set, nfds_t count) {
+  // A signal that is pending when something is ready already is not delivered: the kernel puts the mask back first. To
+  // look for one every time would cost a system call a record.
+  constexpr int kReadyTimesPerLook = 16;
   static const sigset_t mask = WaitMask();
-  return ppoll(set, count, nullptr, &mask);
+  static int readyTimes = 0;
+  const int ready = ppoll(set, count, nullptr, &mask);
+  if (ready > 0 && ++readyTimes >= kReadyTimesPerLook) {
+    readyTimes = 0;
+    LetPendingSignalIn(mask);
+  }
+  return ready;
 }
 
 }  // namespace rynd

@@ -17,7 +17,8 @@ int InstallSignalHandlers();
 bool StopRequested();
 
 /// ppoll() without a timeout, with the three signals let in. -1 with errno (EINTR: look at StopRequested()), or the
-/// number of ready descriptors. Initial thread.
+/// number of ready descriptors. Descriptors that are always ready keep a signal out for 16 calls at most. Initial
+/// thread.
 int PollWithSignals(pollfd *set, nfds_t count);
 
 }  // namespace rynd

@@ -19,6 +19,8 @@ namespace {
 constexpr char kTraceSocketPath[] = "/var/run/corvane/rynd-trace.sock";
 constexpr int kBacklog = 4096;
 
+int listener = -1;
+
 /// 0 or an errno value.
 int Listen(const std::string &path, base::UniqueFd *fd) {
   base::UnixAddress address;
@@ -36,11 +38,16 @@ int Listen(const std::string &path, base::UniqueFd *fd) {
 int OpenTraceSocket() {
   const std::string path = std::string(Hyk_Root()) + kTraceSocketPath;
   base::UniqueFd fd;
+  listener = -1;
   if (const int status = Listen(path, &fd); status != 0) {
     Log("Cannot open the trace socket %s: %s\n", path.c_str(), strerror(status));
     return -1;
   }
-  return fd.Release();
+  return listener = fd.Release();
+}
+
+int TraceListener() {
+  return listener;
 }
 
 void AcceptTraceClient(int listenFd) {
