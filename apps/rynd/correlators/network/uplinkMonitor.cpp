@@ -16,12 +16,10 @@ constexpr int64_t kWatchdogSettleS = 7;
 
 using Names = std::vector<std::string>;
 using Ports = UplinkMonitor::Ports;
-using Record = Ports::Record;
+using Record = PortRecords::Record;
 
-void AppendRecord(const std::string &uplink, Record record, std::vector<Record> *records) {
-  if (records->size() < UplinkMonitor::kMaxRecords) return records->push_back(std::move(record));
-  Log("Too many transitions of ports of %s are undecided, dropping that of %s\n", uplink.c_str(),
-      record.port.name.c_str());
+void LogDropped(const std::string &uplink, const UplinkPort &port) {
+  Log("Too many transitions of ports of %s are undecided, dropping that of %s\n", uplink.c_str(), port.name.c_str());
 }
 
 /// The names of the ports that went down, by what they have left.
@@ -30,7 +28,7 @@ struct Affected {
 };
 
 /// Sort what went down with `uplink` and keep the losses.
-Affected SortLosses(const std::string &uplink, const std::vector<Record> &records, Ports *ports) {
+Affected SortLosses(const std::string &uplink, const PortRecords &records, Ports *ports) {
   Affected affected;
   for (const auto &[port, remaining] : records) {
     if (remaining < 0) continue;
@@ -49,22 +47,29 @@ Affected SortLosses(const std::string &uplink, const std::vector<Record> &record
 
 /// Drop the losses that `records` of `uplink` make good, of its own kind of port and of the other. The names of the
 /// ports whose connectivity is back; those whose redundancy is back join the ones that wait to be reported.
-Names MakeGood(const std::string &uplink, const std::vector<Record> &records, PortLookup lookup, Ports *own,
-               Ports *other) {
+Names MakeGood(const std::string &uplink, const PortRecords &records, PortLookup lookup, Ports *own, Ports *other) {
   Names connectivityRestored;
+  int32_t most = 0;
   for (const auto &[port, remaining] : records) {
     if (remaining <= 0) continue;
-    Names &waiting = own->redundancyRestored;
+    most = std::max(most, remaining);
+    own->connectivityLost.RemovePort(port);
     if (remaining == 1) {
       connectivityRestored.push_back(port.name);
-    } else if (std::find(waiting.begin(), waiting.end(), port.name) == waiting.end()) {
-      // Once each: the list may have to wait for as long as anything on the host lacks redundancy.
-      waiting.push_back(port.name);
+    } else {
+      own->redundancyRestored.Add(port.name);
+      own->redundancyLost.RemovePort(port);
     }
-    own->connectivityLost.Purge(uplink, port, &lookup);
+  }
+  // What any of them makes good goes once: a batch may be large.
+  if (most > 0) {
+    own->connectivityLost.RemoveUplink(uplink);
+    own->connectivityLost.RemoveGone(&lookup);
     other->connectivityLost.RemoveUplink(uplink);
-    if (remaining == 1) continue;
-    own->redundancyLost.Purge(uplink, port, &lookup);
+  }
+  if (most > 1) {
+    own->redundancyLost.RemoveUplink(uplink);
+    own->redundancyLost.RemoveGone(&lookup);
     other->redundancyLost.RemoveUplink(uplink);
   }
   return connectivityRestored;
@@ -76,27 +81,20 @@ std::span<const EventMessage> UplinkMessages() {
   return kUplinkMessages;
 }
 
-std::string JoinQuotedList(const std::vector<std::string> &names) {
-  std::string list;
-  for (const std::string &name : names) list.append(list.empty() ? "\"" : ", \"").append(name).append("\"");
-  return list;
-}
-
 void UplinkMonitor::AddPortGroupRecord(const std::string &uplink, Record record, Ports::Records *records,
                                        uint32_t state, int64_t nowNs) {
   // Kept: the first one's deadline stands, unlike that of distributed ports.
   if (!records->contains(uplink)) timers_.ScheduleUplinkTimer(kPortSettleS, uplink, state, nowNs);
-  AppendRecord(uplink, std::move(record), &(*records)[uplink]);
+  const UplinkPort port = record.port;
+  if (!(*records)[uplink].Append(std::move(record))) LogDropped(uplink, port);
 }
 
 void UplinkMonitor::AddDVPortRecord(const std::string &uplink, Record record, Ports::Records *records, uint32_t state,
                                     int64_t nowNs) {
-  if (const auto found = records->find(uplink); found != records->end()) {
-    timers_.Cancel(uplink, state);
-    std::erase_if(found->second, [&](const Record &earlier) { return earlier.port == record.port; });
-  }
+  if (records->contains(uplink)) timers_.Cancel(uplink, state);
   timers_.ScheduleUplinkTimer(kPortSettleS, uplink, state, nowNs);
-  AppendRecord(uplink, std::move(record), &(*records)[uplink]);
+  const UplinkPort port = record.port;
+  if (!(*records)[uplink].Replace(std::move(record))) LogDropped(uplink, port);
 }
 
 void UplinkMonitor::PortGroupUplinkDown(const std::string &uplink, const std::string &portGroup, int32_t remaining,
@@ -213,9 +211,9 @@ void UplinkMonitor::ReportPortGroupLoss(const std::string &uplink) {
   const auto found = portGroups_.downRecords.find(uplink);
   if (found == portGroups_.downRecords.end()) return;
   timers_.Cancel(uplink, PG_DOWN);  // a watchdog's decision may come before the timer
-  const std::vector<Record> records = std::move(found->second);
+  const PortRecords records = std::move(found->second);
   portGroups_.downRecords.erase(found);
-  const std::string virtualSwitch = SwitchOfPortGroup(records.front().port.name);
+  const std::string virtualSwitch = SwitchOfPortGroup(records.FirstPort().name);
   if (virtualSwitch.empty()) return;
   const Affected affected = SortLosses(uplink, records, &portGroups_);
   const char *name = virtualSwitch.c_str();
@@ -251,18 +249,18 @@ void UplinkMonitor::RestorePortGroups(const std::string &uplink) {
   const auto found = portGroups_.upRecords.find(uplink);
   if (found == portGroups_.upRecords.end()) return;
   timers_.ClearTransitionPending(uplink, PG_UP);
-  const std::vector<Record> records = std::move(found->second);
+  const PortRecords records = std::move(found->second);
   portGroups_.upRecords.erase(found);
-  const std::string virtualSwitch = SwitchOfPortGroup(records.front().port.name);
+  const std::string virtualSwitch = SwitchOfPortGroup(records.FirstPort().name);
   if (virtualSwitch.empty()) return;
   const Names restored = MakeGood(uplink, records, PortLookup(PortGroupExists), &portGroups_, &dvports_);
   if (!restored.empty() && portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
     PostMessage<kConnectivityRestored>(virtualSwitch.c_str(), JoinQuotedList(restored).c_str(), uplink.c_str());
   }
-  Names &waiting = portGroups_.redundancyRestored;
-  if (!waiting.empty() && portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
-    PostMessage<kRedundancyRestored>(virtualSwitch.c_str(), JoinQuotedList(waiting).c_str(), uplink.c_str());
-    waiting.clear();
+  WaitingNames &waiting = portGroups_.redundancyRestored;
+  if (!waiting.Names().empty() && portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
+    PostMessage<kRedundancyRestored>(virtualSwitch.c_str(), JoinQuotedList(waiting.Names()).c_str(), uplink.c_str());
+    waiting.Clear();
   }
 }
 
@@ -275,10 +273,10 @@ void UplinkMonitor::RestoreDVPorts(const std::string &uplink) {
   if (!restored.empty() && portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
     PostMessage<kDVPortConnectivityRestored>(JoinQuotedList(restored).c_str(), uplink.c_str());
   }
-  Names &waiting = dvports_.redundancyRestored;
-  if (!waiting.empty() && portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
-    PostMessage<kDVPortRedundancyRestored>(JoinQuotedList(waiting).c_str(), uplink.c_str());
-    waiting.clear();
+  WaitingNames &waiting = dvports_.redundancyRestored;
+  if (!waiting.Names().empty() && portGroups_.redundancyLost.Empty() && dvports_.redundancyLost.Empty()) {
+    PostMessage<kDVPortRedundancyRestored>(JoinQuotedList(waiting.Names()).c_str(), uplink.c_str());
+    waiting.Clear();
   }
 }
 

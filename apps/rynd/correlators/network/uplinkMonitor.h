@@ -15,28 +15,25 @@
 
 namespace rynd {
 
-/// `names` as an event lists them: each between double quotes, separated by ", ".
-std::string JoinQuotedList(const std::vector<std::string> &names);
+/// `names` (a container of texts) as an event lists them: each between double quotes, separated by ", ".
+template <typename Names>
+std::string JoinQuotedList(const Names &names) {
+  std::string list;
+  for (const std::string &name : names) list.append(list.empty() ? "\"" : ", \"").append(name).append("\"");
+  return list;
+}
 
 class UplinkMonitor {
  public:
-  /// Transitions that wait for one decision, of one uplink and kind; further ones are dropped, which is logged. Reached
-  /// only while nothing decides them any more, which a watchdog that found no transient failure leaves behind.
-  static constexpr size_t kMaxRecords = 4096;
-
   /// One kind of port: what was reported and waits, by uplink, and what is lost. Records are there exactly while their
-  /// transition is pending.
+  /// transition is pending. More than PortRecords holds of one uplink and kind are dropped, which is logged: only where
+  /// nothing decides them any more, which a watchdog that found no transient failure leaves behind.
   struct Ports {
-    /// What was reported of one port: how many of its uplinks are active after the transition.
-    struct Record {
-      UplinkPort port;
-      int32_t remaining;
-    };
-    using Records = std::map<std::string, std::vector<Record>>;
-    Records downRecords, upRecords;  ///< in order of arrival
+    using Records = std::map<std::string, PortRecords>;
+    Records downRecords, upRecords;
     LossList connectivityLost, redundancyLost;
-    /// Ports whose redundancy is back, until an event can say so; each once.
-    std::vector<std::string> redundancyRestored;
+    /// Ports whose redundancy is back, until an event can say so: as often as they came back.
+    WaitingNames redundancyRestored;
   };
 
   /// `timerId` is the identity of the daemon's timer that calls for OnUplinkTimeout().
@@ -68,9 +65,9 @@ class UplinkMonitor {
   void RestorePortGroups(const std::string &uplink);
   void RestoreDVPorts(const std::string &uplink);
 
-  void AddPortGroupRecord(const std::string &uplink, Ports::Record record, Ports::Records *records, uint32_t state,
+  void AddPortGroupRecord(const std::string &uplink, PortRecords::Record record, Ports::Records *records, uint32_t state,
                           int64_t nowNs);
-  void AddDVPortRecord(const std::string &uplink, Ports::Record record, Ports::Records *records, uint32_t state,
+  void AddDVPortRecord(const std::string &uplink, PortRecords::Record record, Ports::Records *records, uint32_t state,
                        int64_t nowNs);
 
   UplinkTimers timers_;

@@ -2,6 +2,9 @@
 
 #include <cxxabi.h>
 
+#include <iterator>
+#include <utility>
+
 #include "platform/hostMgmtNetwork.h"
 
 namespace rynd {
@@ -46,19 +49,55 @@ bool PortLookup::operator()(const UplinkPort &port) {
   return place->second;
 }
 
-void LossList::RemoveUplink(const std::string &uplink) {
-  std::erase_if(losses_, [&](const auto &loss) { return loss.first == uplink; });
+template <typename Remove>
+void LossList::RemoveFromEach(const Remove &remove) {
+  for (auto place = losses_.begin(); place != losses_.end();) {
+    remove(&place->second);
+    place = place->second.empty() ? losses_.erase(place) : std::next(place);
+  }
 }
 
-void LossList::Purge(const std::string &uplink, const UplinkPort &port, PortLookup *lookup) {
-  std::erase_if(losses_, [&](const auto &loss) {
-    return loss.first == uplink || loss.second == port || !(*lookup)(loss.second);
+void LossList::RemovePort(const UplinkPort &port) {
+  RemoveFromEach([&](std::set<UplinkPort> *ports) { ports->erase(port); });
+}
+
+void LossList::RemoveGone(PortLookup *lookup) {
+  RemoveFromEach([&](std::set<UplinkPort> *ports) {
+    std::erase_if(*ports, [&](const UplinkPort &port) { return !(*lookup)(port); });
   });
 }
 
-bool LossList::Names(const std::string &uplink) const {
-  const auto place = losses_.lower_bound({uplink, {}});
-  return place != losses_.end() && place->first == uplink;
+size_t LossList::Size() const {
+  size_t size = 0;
+  for (const auto &[uplink, ports] : losses_) size += ports.size();
+  return size;
+}
+
+bool PortRecords::Append(Record record) {
+  if (records_.size() >= kMost) return false;
+  records_.push_back(std::move(record));
+  return true;
+}
+
+bool PortRecords::Replace(Record record) {
+  const auto earlier = latest_.find(record.port);
+  if (earlier != latest_.end()) {
+    records_.erase(earlier->second);
+    latest_.erase(earlier);
+  }
+  if (!Append(std::move(record))) return false;
+  latest_.emplace(records_.back().port, std::prev(records_.end()));
+  return true;
+}
+
+void WaitingNames::Add(const std::string &name) {
+  constexpr size_t kQuotesAndComma = 4;
+  names_.push_back(name);
+  bytes_ += name.size() + kQuotesAndComma;
+  while (bytes_ > kMostBytes && names_.size() > 1) {
+    bytes_ -= names_.front().size() + kQuotesAndComma;
+    names_.pop_front();
+  }
 }
 
 }  // namespace rynd

@@ -156,7 +156,7 @@ class RandomHost {
     const auto *ports = timer.state == PG_UP ? &monitor_.PortGroups() : &monitor_.DVPorts();
     if (timer.state != PG_UP && timer.state != DVPORT_UP) return 0;
     const auto &records = ports->upRecords.at(timer.uplink);
-    if (timer.state == PG_UP && SwitchOfPortGroup(records[0].port.name).empty()) return 0;
+    if (timer.state == PG_UP && SwitchOfPortGroup(records.FirstPort().name).empty()) return 0;
     int32_t most = 0;
     for (const auto &record : records) most = std::max(most, record.remaining);
     return most;
