@@ -7,24 +7,22 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <exception>
 
 #include "core/cancel.h"
+#include "core/clock.h"
 #include "core/conditionVariable.h"
 #include "core/log.h"
 
 namespace rynd {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // How long all joins together may wait, and how long each may after that: an agent that is cancelled while it waits
 // ends within microseconds.
-constexpr std::chrono::milliseconds kJoinTime{1000};
-constexpr std::chrono::milliseconds kLateJoinTime{15};
+constexpr int64_t kJoinNs = 1'000'000'000;
+constexpr int64_t kLateJoinNs = 15'000'000;
 
 struct AgentSlot {
   AgentFunction function = nullptr;
@@ -84,12 +82,12 @@ void *AgentGuard(void *argument) {
   return nullptr;
 }
 
-/// Join the agent of `slot` when it ends by `deadline`. 0 or an errno value (ETIMEDOUT).
-int JoinBy(size_t slot, Clock::time_point deadline) {
+/// Join the agent of `slot` when it ends by `deadlineNs`. 0 or an errno value (ETIMEDOUT).
+int JoinBy(size_t slot, int64_t deadlineNs) {
   Progress &progress = AgentProgress();
   {
     MutexLock lock(progress.mutex);
-    while (!progress.ended[slot] && Clock::now() < deadline) progress.changed.WaitUntil(progress.mutex, deadline);
+    while (!progress.ended[slot] && MonotonicNs() < deadlineNs) progress.changed.WaitUntil(progress.mutex, deadlineNs);
     if (!progress.ended[slot]) {
       pthread_detach(agents[slot].thread);
       return ETIMEDOUT;
@@ -141,7 +139,7 @@ void AgentReady() {
 }
 
 void StopAgents() {
-  const Clock::time_point deadline = Clock::now() + kJoinTime;
+  const int64_t deadlineNs = MonotonicNs() + kJoinNs;
   BeginCancelling();
   while (agentCount > 0) {
     --agentCount;
@@ -150,7 +148,7 @@ void StopAgents() {
       Log("Failed to cancel thread id:%d, err:%d %s\n", static_cast<int>(agentCount), status, strerror(status));
       continue;
     }
-    status = JoinBy(agentCount, std::max(deadline, Clock::now() + kLateJoinTime));
+    status = JoinBy(agentCount, std::max(deadlineNs, MonotonicNs() + kLateJoinNs));
     if (status != 0) {
       Log("Failed to join thread id:%d, err:%d %s\n", static_cast<int>(agentCount), status, strerror(status));
     }

@@ -19,16 +19,10 @@ class ConditionVariable {
     condition_.wait(lock);
     lock.release();
   }
-  /// Wait until the wall clock shows `second` (whole seconds since the epoch), also when the clock is set meanwhile.
-  void WaitUntil(Mutex &mutex, int64_t second) REQUIRES(mutex) {
+  /// Wait until MonotonicNs() is `deadlineNs`.
+  void WaitUntil(Mutex &mutex, int64_t deadlineNs) REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-    condition_.wait_until(lock, std::chrono::system_clock::time_point(std::chrono::seconds(second)));
-    lock.release();
-  }
-  /// Wait until the monotonic clock shows `deadline`.
-  void WaitUntil(Mutex &mutex, std::chrono::steady_clock::time_point deadline) REQUIRES(mutex) {
-    std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-    condition_.wait_until(lock, deadline);
+    condition_.wait_until(lock, std::chrono::steady_clock::time_point(std::chrono::nanoseconds(deadlineNs)));
     lock.release();
   }
 

@@ -9,7 +9,7 @@ namespace rynd {
 
 using TimerCallback = void (*)();
 
-/// At most 16 timers. Times are whole seconds of wall-clock time since the epoch. Not synchronised: see timerThread.h.
+/// At most 16 timers. Times are whole seconds of the monotonic clock, above 0. Not synchronised: see timerThread.h.
 class TimerRegistry {
  public:
   static constexpr size_t kMaxTimers = 16;

@@ -2,8 +2,7 @@
 
 #include <pthread.h>
 
-#include <ctime>
-
+#include "core/clock.h"
 #include "core/conditionVariable.h"
 #include "platform/system.h"
 
@@ -21,17 +20,22 @@ Timers &AllTimers() {
   return *timers;
 }
 
+/// What timers are told: a clock that nobody sets, so that an interval is one whatever happens to the wall clock.
+int64_t NowS() {
+  return MonotonicNs() / kNsPerSecond;
+}
+
 /// Wait for the next timer that is due and take it.
 TimerCallback WaitForDue() {
   Timers &timers = AllTimers();
   MutexLock lock(timers.mutex);
   for (;;) {
-    if (const TimerCallback callback = timers.registry.TakeDue(time(nullptr)); callback != nullptr) return callback;
+    if (const TimerCallback callback = timers.registry.TakeDue(NowS()); callback != nullptr) return callback;
     const int64_t earliest = timers.registry.EarliestDue();
     if (earliest == 0) {
       timers.changed.Wait(timers.mutex);
     } else {
-      timers.changed.WaitUntil(timers.mutex, earliest);
+      timers.changed.WaitUntil(timers.mutex, earliest * kNsPerSecond);
     }
   }
 }
@@ -62,7 +66,7 @@ int RegisterTimer(TimerCallback callback) {
 int ArmTimer(int id, uint32_t periodic, int64_t intervalS, int64_t *dueS) {
   Timers &timers = AllTimers();
   MutexLock lock(timers.mutex);
-  const int status = timers.registry.Arm(id, periodic, intervalS, time(nullptr), dueS);
+  const int status = timers.registry.Arm(id, periodic, intervalS, NowS(), dueS);
   if (status == 0) timers.changed.NotifyOne();
   return status;
 }

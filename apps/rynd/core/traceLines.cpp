@@ -1,6 +1,5 @@
 #include "core/traceLines.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +7,7 @@
 #include <new>
 #include <string_view>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "core/rawRecord.h"
 #include "core/traceFeed.h"
@@ -153,9 +153,7 @@ void TraceEvent(uint64_t timeUs, const char *name, const char *message, const st
 }
 
 std::string TraceLostLine(uint64_t count) {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-  return std::to_string(microseconds) + " LOST " + std::to_string(count) + '\n';
+  return std::to_string(WallClockUs()) + " LOST " + std::to_string(count) + '\n';
 }
 
 }  // namespace rynd

@@ -16,7 +16,8 @@ class RateLimit {
   /// Count one event at `now` (whole wall-clock seconds). False when it exceeds the limit.
   bool Pass(int64_t now) {
     const int64_t start = windowStart_.load(std::memory_order_relaxed);
-    if (start != 0 && now - start < kWindowS) {
+    // A start in the future is that of a clock which was set back since.
+    if (start != 0 && start <= now && now - start < kWindowS) {
       return count_.fetch_add(1, std::memory_order_relaxed) + 1 <= kMaxEvents;
     }
     windowStart_.store(now, std::memory_order_relaxed);

@@ -2,10 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <new>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "core/traceLines.h"
 #include "platform/messageFormat.h"
@@ -132,7 +132,7 @@ void EventPostCore(const char *eventNamespace, const char *shortId, const char *
     Log("Failed to allocate %zu bytes for prob buffer.\n", kFirstBufferSize);
     return;
   }
-  if (!PassesRateLimit(time(nullptr), eventNamespace, shortId)) return;
+  if (!PassesRateLimit(WallClockS(), eventNamespace, shortId)) return;
   const size_t nameLength = strlen(eventNamespace) + strlen(shortId) + 1;
   if (nameLength > kMaxEventNameLength) return;
   FillFixedPart(buffer.bytes.get(), eventNamespace, shortId, nameLength);

@@ -31,6 +31,14 @@ TEST(RateLimit, AThousandInEachWindowThatBeginsWithItsFirstEvent) {
   EXPECT_FALSE(limit.Pass(5119));
   EXPECT_TRUE(limit.Pass(7777));  // windows are on no grid
   EXPECT_TRUE(limit.Pass(7836));
+  for (const int64_t backS : {1, 59, 60, 3600, 86'400}) {
+    RateLimit muted;
+    for (int i = 0; i < 1001; ++i) muted.Pass(1'000'000);
+    EXPECT_TRUE(muted.Pass(1'000'000 - backS)) << "a clock that was set back opens a new window";
+    for (int i = 0; i < 999; ++i) ASSERT_TRUE(muted.Pass(1'000'000 - backS));
+    EXPECT_FALSE(muted.Pass(1'000'000 - backS + 59));
+    EXPECT_TRUE(muted.Pass(1'000'000 - backS + 60));
+  }
 }
 
 /// A management agent that a test starts and stops, and records that it numbers.

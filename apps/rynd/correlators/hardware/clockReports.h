@@ -20,8 +20,8 @@ class ClockReports {
   void SetInterval(int32_t seconds) { intervalS_ = seconds; }
   int32_t Interval() const { return intervalS_; }
 
-  /// True when `id` may be passed on at `now` (whole wall-clock seconds): the first time, and an interval or more after
-  /// it was last passed. A clock that was stepped back holds it up until it is that late again.
+  /// True when `id` may be passed on at `now` (whole seconds, never set back): the first time, and an interval or more
+  /// after it was last passed.
   bool IsDue(Family family, std::string_view id, int64_t now);
   /// `id` has been passed on at `now`.
   void Passed(Family family, std::string_view id, int64_t now);

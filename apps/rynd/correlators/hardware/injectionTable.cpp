@@ -13,8 +13,6 @@ constexpr size_t kSweptAtOnce = 8;
 }  // namespace
 
 void InjectionTable::Observe(int64_t now, const std::optional<Injection> &injection) {
-  // What had expired before the clock was stepped back must not come to life again.
-  if (now < now_) Sweep(std::numeric_limits<size_t>::max());
   const bool furtherSecond = now != now_;
   now_ = now;
   Sweep(kSweptAtOnce);

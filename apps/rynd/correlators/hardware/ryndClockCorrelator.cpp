@@ -2,11 +2,11 @@
 // each at most once per report interval. Runs on its agent's thread.
 #include <utility>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "core/runner.h"
 #include "correlators/hardware/clockReports.h"
 #include "correlators/hardware/hardwareCorrelators.h"
-#include "correlators/rows/wallClock.h"
 #include "platform/hsi.h"
 
 namespace rynd {
@@ -81,7 +81,7 @@ template <size_t kRow>
 void OnClockObservation(Observation *observation) {
   constexpr std::string_view kId = kClockRows[kRow].id;
   constexpr auto kFields = std::make_index_sequence<post_row::Count(kClockRows[kRow].fields.types)>();
-  const int64_t now = WallClockS();
+  const int64_t now = WindowClockS();
   if (!Reports().IsDue(FamilyOf(kId), kId, now)) return;
   auto values = post_row::MakeValues<kClockRows, kRow>(kFields);
   if (post_row::ReadFields<kClockRows, kRow>(observation, &values, kFields).status != 0) return;

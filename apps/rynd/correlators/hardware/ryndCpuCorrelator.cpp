@@ -4,11 +4,11 @@
 
 #include <array>
 #include <cstring>
-#include <ctime>
 #include <exception>
 #include <memory>
 #include <string_view>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "core/mutex.h"
 #include "core/runner.h"
@@ -128,12 +128,11 @@ void JudgeCore(uint64_t pcpu, uint64_t status) {
   const Processors processors = ReadProcessors();
   if (!processors.isIntel || !processors.offliningEnabled) return;
   const uint64_t core = CoreOf(pcpu, processors.cores, processors.pcpus);
-  timespec now{};
   int64_t threshold = 0;
   if (!IsFirstLevelError(status) || Cores().IsOffline(core)) return;
-  if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return;
   if (ReadIntOption("Cpu", "CPUOfflineThreshold", &threshold) != 0 || threshold == 0) return;
-  if (Cores().Count(core, (status & kStatusOverflow) != 0, threshold, now.tv_sec)) TakeOffline(pcpu, core);
+  const int64_t now = MonotonicNs() / kNsPerSecond;
+  if (Cores().Count(core, (status & kStatusOverflow) != 0, threshold, now)) TakeOffline(pcpu, core);
 }
 
 bool IsBeingRetired(uint64_t page) {

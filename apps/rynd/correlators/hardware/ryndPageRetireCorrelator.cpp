@@ -3,12 +3,12 @@
 #include "correlators/hardware/ryndPageRetireCorrelator.h"
 
 #include <array>
-#include <ctime>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "core/messageFormatArgs.h"
 #include "core/runner.h"
@@ -138,7 +138,7 @@ void OnInjected(Observation *observation) {
   if (HasId(observation, kInjectedId) && GetArgsByMessageFormat(observation, kTemplate, &page, &worldId) == 0) {
     injection = {worldId, page};
   }
-  PageRetireInjections().Observe(time(nullptr), injection);  // one that can't be read still lets time pass
+  PageRetireInjections().Observe(WindowClockS(), injection);  // one that can't be read still lets time pass
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Takes a NIC out of service whose link goes down more often than the host's option allows. Network correlator's
-// thread; told the time, in whole wall-clock seconds.
+// thread; told the time, in whole seconds that are never set back.
 #pragma once
 
 #include <cstddef>

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <string>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "core/timerThread.h"
 #include "correlators/network/linkFlapping.h"
@@ -42,12 +42,6 @@ UplinkMonitor &Monitor() {
 LinkFlapDetector &FlapDetector() {
   static LinkFlapDetector *const detector = new LinkFlapDetector;
   return *detector;
-}
-
-int64_t MonotonicNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
 /// Read string argument `index`; a null one is the text that stands for it in events.
@@ -107,7 +101,7 @@ void OnDVPortUplinkUp(Observation *observation) {
 void OnHynicLinkDown(Observation *observation) {
   std::string uplink;
   if (!ReadText(observation, 0, &uplink)) return;
-  FlapDetector().CheckLinkFlapping(uplink, time(nullptr));
+  FlapDetector().CheckLinkFlapping(uplink, WindowClockS());
   Monitor().HynicLinkDown(uplink, MonotonicNs());
 }
 

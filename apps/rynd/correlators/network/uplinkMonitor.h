@@ -65,8 +65,8 @@ class UplinkMonitor {
   void RestorePortGroups(const std::string &uplink);
   void RestoreDVPorts(const std::string &uplink);
 
-  void AddPortGroupRecord(const std::string &uplink, PortRecords::Record record, Ports::Records *records, uint32_t state,
-                          int64_t nowNs);
+  void AddPortGroupRecord(const std::string &uplink, PortRecords::Record record, Ports::Records *records,
+                          uint32_t state, int64_t nowNs);
   void AddDVPortRecord(const std::string &uplink, PortRecords::Record record, Ports::Records *records, uint32_t state,
                        int64_t nowNs);
 

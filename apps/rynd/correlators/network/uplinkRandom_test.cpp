@@ -7,6 +7,7 @@
 #include <functional>
 #include <random>
 
+#include "core/clock.h"
 #include "core/timerThread.h"
 #include "correlators/network/uplinkMonitor.h"
 #include "testing/postedEvents.h"
@@ -25,7 +26,6 @@ namespace {
 constexpr int kTransitions = RYND_IS_SLOW ? 100'000 : 1'000'000;
 constexpr size_t kUplinks = 100;
 constexpr size_t kPorts = 8;
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 /// Each test's monitor uses the same timer.
 int SharedTimer() {
@@ -113,7 +113,7 @@ class RandomHost {
     monitor_.UplinkWatchdogTimeout(uplink, nowNs_);
   }
 
-  /// The daemon's timers know whole seconds of wall-clock time.
+  /// The daemon's timers know whole seconds.
   void FollowTimer() {
     if (timer_.armings == armings_) return;
     armings_ = timer_.armings;

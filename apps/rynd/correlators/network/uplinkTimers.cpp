@@ -4,12 +4,11 @@
 #include <limits>
 #include <utility>
 
+#include "core/clock.h"
 #include "core/timerThread.h"
 
 namespace rynd {
 namespace {
-
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 /// Orders a heap so that the earliest deadline is on top.
 struct IsLater {

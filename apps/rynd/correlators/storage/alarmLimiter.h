@@ -14,14 +14,14 @@ namespace rynd {
 class AlarmLimiter {
  public:
   static constexpr int64_t kQuietS = 300;
-  /// Whether the alarm of `key` is due at `now` (whole wall-clock seconds): its last was more than kQuietS ago, or at 0
-  /// when none is known. If so, `now` is its new time.
+  /// Whether the alarm of `key` is due at `now` (whole seconds, never set back): its last was more than kQuietS ago, or
+  /// at 0 when none is known. If so, `now` is its new time.
   bool Pass(std::string_view key, int64_t now);
   /// The keys that are held.
   size_t Size() const { return lastAlarms_.Size(); }
 
  private:
-  BoundedMap<int64_t> lastAlarms_;  ///< whole wall-clock seconds
+  BoundedMap<int64_t> lastAlarms_;  ///< whole seconds, never set back
 };
 
 }  // namespace rynd

@@ -19,7 +19,8 @@ class ChangeCounter {
   static constexpr int64_t kResetS = 600;
   static constexpr int64_t kSweepS = 60;
 
-  /// Count one change of `path` at `now` (whole wall-clock seconds). True when its count is then exactly kAlarmCount.
+  /// Count one change of `path` at `now` (whole seconds, never set back). True when its count is then exactly
+  /// kAlarmCount.
   bool Count(std::string_view path, Change change, int64_t now);
   /// The paths that are held.
   size_t Size() const { return counts_.Size(); }

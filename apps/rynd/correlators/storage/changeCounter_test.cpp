@@ -66,13 +66,13 @@ TEST(ChangeCounter, AddsAndRemovesPaths) {
   EXPECT_EQ(Alarms(&counter, 1, kNow), 1) << "a removed path starts again, within the same sweep";
 }
 
-TEST(ChangeCounter, StaysBoundedWhateverTheNamesAndTheClock) {
+TEST(ChangeCounter, StaysBoundedWhateverTheNames) {
   ChangeCounter counter;
   EXPECT_EQ(Alarms(&counter, 6, kNow), 0);
   for (int i = 0; i < 100'000; ++i) counter.Count("name " + std::to_string(i), Change::kRemove, kNow);
   EXPECT_EQ(counter.Size(), kMostMapEntries);
-  EXPECT_EQ(Alarms(&counter, 9, kNow - 100'000), 0) << "forgotten, and counted from the start";
-  EXPECT_EQ(Alarms(&counter, 1, kNow - 100'000), 1) << "a clock that was set back neither resets nor sweeps";
+  EXPECT_EQ(Alarms(&counter, 4, kNow), 0);
+  EXPECT_EQ(Alarms(&counter, 1, kNow), 1) << "names that carry nothing push out none that does";
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The SCSI correlator: reports what the kernel's SCSI layer observes about devices and paths. Its state, on its agent's
 // thread, is which paths were reported down and how often paths change or see a PowerOn Reset.
+#include "core/clock.h"
 #include "core/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
@@ -154,7 +155,7 @@ void OnPowerOnReset(Observation *observation) {
   static PowerOnResets &resets = *new PowerOnResets;  // outlives its thread
   const char *path = nullptr;
   if (Ryn_GetStringArg(observation, 0, &path) != 0) return;
-  resets.Count(path, WallClockS());
+  resets.Count(path, WindowClockS());
 }
 
 void LogNoThinDeviceName(const char * /*id*/, uint32_t /*field*/, int status) {

@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 
+#include "core/clock.h"
 #include "core/runner.h"
 #include "correlators/rows/defaultHandlers.h"
-#include "correlators/rows/wallClock.h"
 #include "correlators/storage/alarmLimiter.h"
 #include "correlators/storage/storageCorrelators.h"
 
@@ -46,7 +46,7 @@ void OnUsage(Observation *observation) {
   const char *ramdisk = nullptr;
   const char *spaceLeft = nullptr;
   if (Ryn_GetArgs(observation, "%p %p", &ramdisk, &spaceLeft) != 0) return;
-  if (!limiter.Pass(AsKey(ramdisk), WallClockS())) return;
+  if (!limiter.Pass(AsKey(ramdisk), WindowClockS())) return;
   if (AsKey(ramdisk) == "configstore") {
     PostMessage<kConfigstore>(ramdisk, spaceLeft);
   } else {
@@ -59,7 +59,7 @@ void OnRamdiskFull(Observation *observation) {
   const char *ramdisk = nullptr;
   const char *file = nullptr;
   if (Ryn_GetArgs(observation, "%p %p", &ramdisk, &file) != 0) return;
-  if (limiter.Pass(AsKey(ramdisk), WallClockS())) PostMessage<kRamdiskFull>(ramdisk, file);
+  if (limiter.Pass(AsKey(ramdisk), WindowClockS())) PostMessage<kRamdiskFull>(ramdisk, file);
 }
 
 void OnInodeTableFull(Observation *observation) {
@@ -71,14 +71,14 @@ void OnInodeTableFull(Observation *observation) {
   if (Ryn_GetArgs(observation, "%p %p %p %p", &ramdisk, &file, &application, &other) != 0) return;
   // One alarm a file, whichever applications fail to create it.
   const std::string key = std::string(AsKey(ramdisk)).append("/").append(AsKey(file));
-  if (limiter.Pass(key, WallClockS())) PostMessage<kInodeTableFull>(ramdisk, file, application);
+  if (limiter.Pass(key, WindowClockS())) PostMessage<kInodeTableFull>(ramdisk, file, application);
 }
 
 /// Whatever else goes wrong there.
 void OnOtherFailure(Observation *observation) {
   static AlarmLimiter &limiter = *new AlarmLimiter;  // outlives its thread
   LogObservation(observation);
-  if (limiter.Pass("", WallClockS())) PostMessage<kFailure>();
+  if (limiter.Pass("", WindowClockS())) PostMessage<kFailure>();
 }
 
 }  // namespace

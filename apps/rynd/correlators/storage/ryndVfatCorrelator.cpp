@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "core/clock.h"
 #include "core/runner.h"
 #include "correlators/rows/defaultHandlers.h"
-#include "correlators/rows/wallClock.h"
 #include "correlators/storage/alarmLimiter.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "platform/system.h"
@@ -37,7 +37,7 @@ void OnFileSystemFull(Observation *observation) {
   const char *fileSystem = nullptr;
   const char *uuid = nullptr;
   if (Ryn_GetArgs(observation, "%p %p", &fileSystem, &uuid) != 0) return;
-  if (!limiter.Pass(AsKey(uuid), WallClockS())) return;
+  if (!limiter.Pass(AsKey(uuid), WindowClockS())) return;
   if (uuid != nullptr && ScratchName() == uuid) {
     PostMessage<kScratchFull>(fileSystem, uuid);
   } else {

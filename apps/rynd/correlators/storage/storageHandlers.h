@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string>
 
+#include "core/clock.h"
 #include "core/log.h"
 #include "correlators/rows/eventMessage.h"
 #include "correlators/rows/postRow.h"
-#include "correlators/rows/wallClock.h"
 #include "correlators/storage/storageLookups.h"
 #include "correlators/storage/storagePaths.h"
 #include "platform/ryn.h"
@@ -46,7 +46,7 @@ void OnPathDown(Observation *observation) {
   if (Ryn_GetStringArg(observation, 0, &path) != 0) return;
   if (Ryn_GetStringArg(observation, 1, &previousState) != 0) return;
   if (Ryn_GetStringArg(observation, 2, &device) != 0) return;
-  kPaths().PathDown(path, previousState, device, WallClockS());
+  kPaths().PathDown(path, previousState, device, WindowClockS());
 }
 
 template <PathsOfStack &kPaths>
@@ -55,7 +55,7 @@ void OnPathRestored(Observation *observation) {
   const char *previousState = nullptr;
   if (Ryn_GetStringArg(observation, 0, &path) != 0) return;
   if (Ryn_GetStringArg(observation, 1, &previousState) != 0) return;
-  kPaths().PathRestored(path, previousState, WallClockS());
+  kPaths().PathRestored(path, previousState, WindowClockS());
 }
 
 /// The ids of a stack's paths that come and go.
@@ -71,8 +71,8 @@ void OnPathAddRemove(Observation *observation) {
   const char *path = nullptr;
   const int status = Ryn_GetStringArg(observation, 0, &path);
   if (status != 0) return Log("Failed to get path add remove path name: %d\n", status);
-  if (Ryn_IsID(id, kIds.add)) return kPaths().CountChange(path, ChangeCounter::Change::kAdd, WallClockS());
-  if (Ryn_IsID(id, kIds.remove)) return kPaths().CountChange(path, ChangeCounter::Change::kRemove, WallClockS());
+  if (Ryn_IsID(id, kIds.add)) return kPaths().CountChange(path, ChangeCounter::Change::kAdd, WindowClockS());
+  if (Ryn_IsID(id, kIds.remove)) return kPaths().CountChange(path, ChangeCounter::Change::kRemove, WindowClockS());
   Log("Unknown RYN ID: %s\n", id);
 }
 

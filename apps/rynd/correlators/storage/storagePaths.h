@@ -25,7 +25,7 @@ class StoragePaths {
   /// `source` (borrowed for good) and `line` are named when a path comes back with a status that can't be.
   StoragePaths(const char *source, int line) : source_(source), line_(line) {}
 
-  /// `path` to `device` went down at `now` (whole wall-clock seconds): count it, and report it when it was in use.
+  /// `path` to `device` went down at `now` (whole seconds, never set back): count it, and report it when it was in use.
   void PathDown(const char *path, const char *previousState, const char *device, int64_t now);
   /// `path` is up again: count it, and report it when its loss was reported. A status other than 0 to 3 is fatal.
   void PathRestored(const char *path, const char *previousState, int64_t now);

@@ -1,12 +1,11 @@
 // The user-level correlator: announces that the host reboots or powers off, and records why. Its handlers run on its
 // agent's thread.
-#include <time.h>
-
 #include <array>
 #include <cctype>
 #include <cstring>
 #include <utility>
 
+#include "core/clock.h"
 #include "core/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/rebootReason.h"
@@ -147,7 +146,7 @@ void OnAnnounced(Observation *observation) {
   } else {
     PostMessage<kMessages, kRow>(reason, user);
   }
-  RecordRebootReason({row.type, user, subsystem, RebootTimestamp(time(nullptr)).c_str(), reason});
+  RecordRebootReason({row.type, user, subsystem, RebootTimestamp(WallClockS()).c_str(), reason});
 }
 
 template <size_t kRow>
@@ -155,7 +154,7 @@ void OnConsole(Observation * /*observation*/) {
   static constexpr const ConsoleRow &row = kConsole[kRow];
   PostMessage<kMessages, kAnnounced.size() + kRow>();
   if (!row.overEarlier && RebootReasonRecorded() != 0) return;
-  RecordRebootReason({row.type, kUnknownUser, kDontReplicate, RebootTimestamp(time(nullptr)).c_str(), row.reason});
+  RecordRebootReason({row.type, kUnknownUser, kDontReplicate, RebootTimestamp(WallClockS()).c_str(), row.reason});
 }
 
 template <size_t... kA, size_t... kC>

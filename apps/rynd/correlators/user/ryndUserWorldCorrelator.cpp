@@ -1,9 +1,8 @@
 // The userworld correlator: crashes of user-level programs, counted by name, and what becomes of the host's execution
 // policies. Its handlers run on its agent's thread.
-#include <sys/time.h>
-
 #include <cstring>
 
+#include "core/clock.h"
 #include "core/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/crashCounter.h"
@@ -102,9 +101,7 @@ bool ReadCrash(const Observation *observation, Crash *crash) {
 }
 
 int32_t CountCrash(const Crash &crash, CrashCounter *counter) {
-  timeval now{};
-  gettimeofday(&now, nullptr);
-  return counter->Count(crash.name == nullptr ? "" : crash.name, now.tv_sec);
+  return counter->Count(crash.name == nullptr ? "" : crash.name, WallClockS());
 }
 
 template <size_t kPlain, size_t kEncrypted>
