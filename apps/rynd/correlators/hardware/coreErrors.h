@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "correlators/rows/boundedNumberMap.h"
+#include "correlators/rows/boundedMap.h"
 
 namespace rynd {
 
@@ -40,15 +40,16 @@ class CoreErrors {
 
   /// The core is offline, or about to be: it is never judged again.
   void SetOffline(uint64_t core);
-  bool IsOffline(uint64_t core) { return offline_.Find(core) != nullptr; }
+  bool IsOffline(uint64_t core) { return offline_.Find(core) != nullptr && offline_[core]; }
 
  private:
   struct Record {
     uint32_t index = 0;                      ///< of the place that is written next
     std::array<int64_t, kRingSize> times{};  ///< 0: empty
+    bool operator==(const Record &) const = default;
   };
-  BoundedNumberMap<Record, kMaxCores> records_;
-  BoundedNumberMap<bool, kMaxOfflineCores> offline_;
+  BoundedMap<uint64_t, Record, kMaxCores> records_;
+  BoundedMap<uint64_t, bool, kMaxOfflineCores> offline_;
 };
 
 }  // namespace rynd

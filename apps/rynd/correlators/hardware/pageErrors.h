@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <map>
 
-#include "correlators/rows/boundedNumberMap.h"
+#include "correlators/rows/boundedMap.h"
 
 namespace rynd {
 
@@ -30,7 +30,7 @@ class PageErrorCounts {
 
  private:
   uint8_t threshold_ = 2;
-  BoundedNumberMap<uint8_t, kMaxPages> counts_;
+  BoundedMap<uint64_t, uint8_t, kMaxPages> counts_;
 };
 
 /// What to do about a page whose count is too high.

@@ -1,77 +1,119 @@
-// A map from texts that whoever sends observations may choose: it forgets the entries that have been unused longest
-// rather than grow without bound. One thread at a time.
+// Maps from what whoever sends observations may choose: they forget the entries that have been unused longest, those
+// that carry nothing first, rather than grow without bound or refuse new ones. One thread at a time.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
+#include <type_traits>
 
 namespace rynd {
 
-/// Several times what the largest hosts have of devices, paths or files that are reported at once. A full table takes
-/// less than 8 MiB.
+/// Several times what the largest hosts have of devices, paths or files that are reported at once. A full table of
+/// texts takes less than 8 MiB.
 constexpr size_t kMostMapEntries = 16'384;
 constexpr size_t kMostMapKeyBytes = size_t{4} << 20;
 
-/// Holds at most `kMostEntries` entries, and `kMostKeyBytes` bytes of keys unless a single key is longer.
-template <typename Value, size_t kMostEntries = kMostMapEntries, size_t kMostKeyBytes = kMostMapKeyBytes>
+/// From texts or numbers (`Key` is std::string or uint64_t) to values. An entry carries nothing while it equals
+/// Value(). Holds at most `kMostEntries` entries, and `kMostKeyBytes` bytes of texts unless a single one is longer.
+template <typename Key, typename Value, size_t kMostEntries = kMostMapEntries, size_t kMostKeyBytes = kMostMapKeyBytes>
 class BoundedMap {
+  using View = std::conditional_t<std::is_same_v<Key, std::string>, std::string_view, Key>;
+
  public:
-  /// The value of `key`, or null when there is none; counts as no use.
-  Value *Find(std::string_view key) {
+  BoundedMap() = default;
+  BoundedMap(const BoundedMap &) = delete;  // its index points into its entries
+  BoundedMap &operator=(const BoundedMap &) = delete;
+
+  /// The value of `key`, to be read only, or null when there is none; counts as no use.
+  const Value *Find(View key) const {
     const auto place = index_.find(key);
     return place == index_.end() ? nullptr : &place->second->value;
   }
   /// The value of `key`, which is entered as Value() when it is missing. Valid until the next call. Others may be
   /// forgotten.
-  Value &operator[](std::string_view key) {
+  Value &operator[](View key) {
+    SortLastUsed();
     if (const auto place = index_.find(key); place != index_.end()) {
-      entries_.splice(entries_.end(), entries_, place->second);
-      return place->second->value;
+      lastUsed_.splice(lastUsed_.end(), ListOf(*place->second), place->second);
+    } else {
+      Entries added;
+      added.push_back({Key(key), Value(), false, 0});
+      index_.emplace(added.front().key, added.begin());
+      keyBytes_ += BytesOf(key);
+      lastUsed_.splice(lastUsed_.end(), added);
+      while (Size() > 1 && (Size() > kMostEntries || keyBytes_ > kMostKeyBytes)) Forget();
     }
-    std::list<Entry> added;
-    added.push_back({std::string(key), Value()});
-    index_.emplace(added.front().key, added.begin());
-    keyBytes_ += key.size();
-    entries_.splice(entries_.end(), added);
-    while (entries_.size() > 1 && (entries_.size() > kMostEntries || keyBytes_ > kMostKeyBytes)) Erase(Oldest());
-    return entries_.back().value;
+    lastUsed_.front().use = ++uses_;
+    return lastUsed_.front().value;
   }
-  void Erase(std::string_view key) {
+  void Erase(View key) {
+    SortLastUsed();
     const auto place = index_.find(key);
     if (place == index_.end()) return;
     const auto entry = place->second;
-    keyBytes_ -= entry->key.size();
+    keyBytes_ -= BytesOf(entry->key);
     index_.erase(place);
-    entries_.erase(entry);
+    ListOf(*entry).erase(entry);
   }
   void Clear() {
     index_.clear();
-    entries_.clear();
+    for (Entries *entries : {&empty_, &carrying_, &lastUsed_}) entries->clear();
     keyBytes_ = 0;
   }
   /// Call `change` with each value.
   template <typename Change>
   void ForEach(const Change &change) {
-    for (Entry &entry : entries_) change(entry.value);
+    SortLastUsed();
+    Entries all;
+    all.splice(all.end(), empty_);
+    all.merge(carrying_, [](const Entry &a, const Entry &b) { return a.use < b.use; });
+    while (!all.empty()) {
+      change(all.front().value);
+      lastUsed_.splice(lastUsed_.end(), all, all.begin());
+      SortLastUsed();
+    }
   }
-  size_t Size() const { return entries_.size(); }
+  size_t Size() const { return index_.size(); }
   size_t KeyBytes() const { return keyBytes_; }
 
  private:
   struct Entry {
-    std::string key;
+    Key key;
     Value value;
+    bool carries;
+    uint64_t use;  ///< the larger, the later
   };
-  std::string_view Oldest() const { return entries_.front().key; }
+  using Entries = std::list<Entry>;
 
-  std::list<Entry> entries_;  ///< the one that has been unused longest is first
-  std::unordered_map<std::string_view, typename std::list<Entry>::iterator> index_;  ///< its keys stand in entries_
+  static size_t BytesOf(View key) {
+    if constexpr (std::is_same_v<Key, std::string>) return key.size();
+    return 0;
+  }
+  Entries &ListOf(const Entry &entry) { return entry.carries ? carrying_ : empty_; }
+  /// What was handed out last may have been changed since: only now is it known where it belongs.
+  void SortLastUsed() {
+    if (lastUsed_.empty()) return;
+    Entry &entry = lastUsed_.front();
+    entry.carries = !(entry.value == Value());
+    ListOf(entry).splice(ListOf(entry).end(), lastUsed_);
+  }
+  void Forget() {
+    Entries &entries = empty_.empty() ? carrying_ : empty_;
+    keyBytes_ -= BytesOf(entries.front().key);
+    index_.erase(entries.front().key);
+    entries.pop_front();
+  }
+
+  Entries empty_, carrying_;  ///< the one that has been unused longest is first
+  Entries lastUsed_;          ///< at most one
+  /// Its texts stand in the entries. Ordered: no choice of keys makes it slow.
+  std::map<View, typename Entries::iterator> index_;
   size_t keyBytes_ = 0;
+  uint64_t uses_ = 0;
 };
 
 /// A text of an observation as a key: a null string is the empty text.

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "correlators/rows/boundedMap.h"
@@ -21,7 +22,7 @@ class AlarmLimiter {
   size_t Size() const { return lastAlarms_.Size(); }
 
  private:
-  BoundedMap<int64_t> lastAlarms_;  ///< whole seconds, never set back
+  BoundedMap<std::string, int64_t> lastAlarms_;  ///< whole seconds, never set back
 };
 
 }  // namespace rynd

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "correlators/rows/boundedMap.h"
@@ -28,7 +29,7 @@ class ChangeCounter {
  private:
   void Enter(std::string_view path, Change change);
 
-  BoundedMap<uint32_t> counts_;
+  BoundedMap<std::string, uint32_t> counts_;
   int64_t resetS_ = 0;
   int64_t sweepS_ = 0;
 };

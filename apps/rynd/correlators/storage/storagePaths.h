@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "correlators/rows/boundedMap.h"
@@ -41,7 +42,7 @@ class StoragePaths {
   int line_;
   /// By path and device: whether a loss was reported and its end not yet. Bounded as BoundedMap says: the path of a
   /// known device may have any name. A loss that is forgotten is not reported to have ended.
-  BoundedMap<bool> reportedDown_;
+  BoundedMap<std::string, bool> reportedDown_;
   ChangeCounter changes_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "correlators/rows/boundedMap.h"
@@ -14,6 +15,7 @@ struct CrashRecord {
   int64_t firstSeenS = 0;  ///< wall-clock seconds
   int64_t lastSeenS = 0;
   int32_t count = 0;
+  bool operator==(const CrashRecord &) const = default;
 };
 
 class CrashCounter {
@@ -25,7 +27,7 @@ class CrashCounter {
  private:
   /// Whoever crashes programs under ever new names gains nothing: the name that crashed longest ago is forgotten for a
   /// new one, whatever the clock says.
-  BoundedMap<CrashRecord> records_;
+  BoundedMap<std::string, CrashRecord> records_;
 };
 
 }  // namespace rynd
