@@ -28,8 +28,9 @@ void OnCannotRemove(Observation *observation) {
 }
 
 void OnRemoved(Observation *observation) {
+  // The swap has to be configured anew wherever it was.
   const char *path = nullptr;
-  if (Ryn_GetStringArg(observation, 0, &path) != 0) return;
+  if (Ryn_GetStringArg(observation, 0, &path) != 0) path = nullptr;
   Log("System swap at path %s was affected by the Permanent Device Loss of its datastore and was removed.", path);
   try {
     HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0);

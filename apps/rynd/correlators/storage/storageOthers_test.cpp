@@ -98,6 +98,11 @@ TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
                     "2us: [ryn.swap.systemSwap.isPDL.removed] m", removed, "no 100%s room"}));
   EXPECT_TRUE(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", {NullStr()})[0].starts_with(
       "amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on (invalid) is"));
+  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", {Int(1)}), Events{});
+  for (const Arguments &unreadable : {Arguments{}, Arguments{Int(1)}, Arguments{NullStr()}}) {
+    EXPECT_TRUE(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", unreadable)[0].starts_with(
+        "amb.problem.swap.systemSwap.isPDL.removed.reconfig.failure.2 System swap on (invalid) was"));
+  }
   std::filesystem::remove_all(storage);
 }
 

@@ -146,7 +146,9 @@ void OnAnnounced(Observation *observation) {
   } else {
     PostMessage<kMessages, kRow>(reason, user);
   }
-  RecordRebootReason({row.type, user, subsystem, RebootTimestamp(WallClockS()).c_str(), reason});
+  const bool isKnown = user != nullptr && *user != '\0';
+  RecordRebootReason(
+      {row.type, isKnown ? user : kUnknownUser, subsystem, RebootTimestamp(WallClockS()).c_str(), reason});
 }
 
 template <size_t kRow>

@@ -75,13 +75,19 @@ TEST_F(UserLevelTest, WithoutAReasonThereIsNoAnnouncement) {
       Events{std::string("amb.audit.subsystem.host.reboot.reason The host is being rebooted. Reason for reboot: . "
                          "User: . Subsystem: .") +
              kConsult});
-  EXPECT_EQ(Recorded(), (json{{"type", "REBOOT"}, {"user", ""}, {"subsystem", ""}, {"reason", ""}}));
+  EXPECT_EQ(Recorded(), (json{{"type", "REBOOT"}, {"user", "UNKNOWN_USER"}, {"subsystem", ""}, {"reason", ""}}));
   EXPECT_EQ(
       Announce("ryn.user.mgmtd.host.reboot.reason", {Str(":x"), NullStr()}),
       Events{std::string("amb.audit.mgmtd.host.reboot.reason The host is being rebooted through mgmtd. Reason for "
                          "reboot: x. User: (null).") +
              kConsult});
-  EXPECT_EQ(Recorded()["user"], "");
+  EXPECT_EQ(Recorded()["user"], "UNKNOWN_USER");
+  EXPECT_EQ(
+      Announce("ryn.user.subsystem.host.poweroff.reason", {Str(":x"), Str(""), NullStr()}),
+      Events{std::string("amb.audit.subsystem.host.poweroff.reason The host is being powered off. Reason for power "
+                         "off: x. User: . Subsystem: (null).") +
+             kConsult});
+  EXPECT_EQ(Recorded(), (json{{"type", "POWEROFF"}, {"user", "UNKNOWN_USER"}, {"subsystem", ""}, {"reason", "x"}}));
 }
 
 TEST_F(UserLevelTest, ShellsNeverOverwriteAReason) {
