@@ -3,11 +3,17 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
 
+#include "platform/system.h"
 #include "rynctl/escape.h"
 
 namespace rynctl {
 namespace {
+
+constexpr size_t kHelpColumn = 24;  ///< in which descriptions begin
 
 /// A sign would be taken for a huge number.
 std::string CheckCount(const std::string &text) {
@@ -18,6 +24,9 @@ std::string CheckCount(const std::string &text) {
 }  // namespace
 
 std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &console) {
+  std::string root;
+  app.add_option("--root", root, "Work below DIR instead of $CORVANE_ROOT")->option_text("DIR");
+  app.get_formatter()->column_width(kHelpColumn);
   Words reversed;  // the order in which the parser takes them
   bool literal = false;
   for (const std::string &word : words) {
@@ -39,7 +48,13 @@ std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &
   } catch (const CLI::ParseError &error) {
     return UsageError(app, error.what(), console);
   }
+  // The platform asks the environment, at its first use.
+  if (app.count("--root") != 0) setenv("CORVANE_ROOT", std::filesystem::absolute(root).c_str(), 1);
   return std::nullopt;
+}
+
+void SayRoot(Console &console) {
+  if (*Hyk_Root() != '\0') console.err << "rynctl: root " + EscapeForTerminal(Hyk_Root()) + "\n" << std::flush;
 }
 
 int UsageError(const CLI::App &app, const std::string &text, Console &console) {
@@ -65,8 +80,23 @@ std::optional<Words> Operands(const CLI::App &app, std::string *unknown) {
   return operands;
 }
 
+std::string CheckSeconds(const std::string &text) {
+  double seconds = 0;
+  if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 1e6) return "";
+  return "must be 0.001 to 1000000 seconds";
+}
+
+std::chrono::milliseconds SecondsOf(double seconds) {
+  return std::chrono::milliseconds(std::lround(std::ceil(seconds * 1000)));
+}
+
+void AddWaitOption(CLI::App &app, double *seconds) {
+  app.add_option("--wait", *seconds, "Let a daemon take SECONDS to start")->check(CheckSeconds)->option_text("SECONDS");
+}
+
 void AddPrintOptions(CLI::App &app, PrintOptions *options) {
-  app.add_flag("--json", options->json, "Print JSON lines");
+  CLI::Option *json = app.add_flag("--json", options->json, "Print JSON lines");
+  app.add_flag("--date", options->date, "Print the date in front of the time")->excludes(json);
   app.add_option("--color", options->color, "When to color: auto (default), always, never")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->option_text("WHEN");

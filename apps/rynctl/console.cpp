@@ -1,17 +1,27 @@
 // Errors, flushing and colors of a run. One thread.
 #include "rynctl/console.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 
 #include "rynctl/escape.h"
 
 namespace rynctl {
 
 int Console::Fail(std::string_view text) {
-  err << "rynctl: " << EscapeForTerminal(text) << std::endl;
+  err << "rynctl: " + EscapeForTerminal(text) + "\n" << std::flush;  // in one write
   return kFailed;
+}
+
+int Console::TryToFail(std::string_view text) {
+  pollfd writable{STDERR_FILENO, POLLOUT, 0};
+  if (&err == &std::cerr && poll(&writable, 1, 0) != 1) return kFailed;
+  return Fail(text);
 }
 
 int Console::Flush() {

@@ -15,9 +15,12 @@ struct Console {
   std::ostream &out;
   std::ostream &err;
   bool terminal = false;
+  bool abandoned = false;  ///< a thread is blocked in one of the streams and will stay so: leave without flushing them
 
   /// Report "rynctl: TEXT" as an error; control characters are escaped. Returns kFailed.
   int Fail(std::string_view text);
+  /// The same, unless that would block.
+  int TryToFail(std::string_view text);
   /// Push out what was printed. kDone; or kFailed once `out` took no more. A reader that went away (EPIPE) is no news,
   /// everything else is reported.
   int Flush();

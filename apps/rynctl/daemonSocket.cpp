@@ -28,6 +28,7 @@ class Wait {
   /// How long to sleep until the next look, at most 100 ms; 0 when patience has ended.
   milliseconds Next() {
     const auto waited = std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
+    if (patience_->signals != nullptr && patience_->signals->Wanted()) return milliseconds(0);
     if (patience_->limit && waited >= *patience_->limit) return milliseconds(0);
     if (!patience_->noticed && waited >= patience_->noticeAfter) {
       patience_->noticed = true;
@@ -48,19 +49,31 @@ class Wait {
   Clock::time_point start_ = Clock::now();
 };
 
-std::string ConnectError(const std::string &path, int error) {
+bool IsAbsent(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ECONNREFUSED;
+}
+
+/// Sleep a little when `error` says that the daemon is not there yet and it may still take its time; else false.
+bool AwaitStart(int error, const Patience &patience) {
+  if (!IsAbsent(error) || Clock::now() - patience.since >= patience.start) return false;
+  if (patience.signals != nullptr && patience.signals->Wanted()) return false;
+  std::this_thread::sleep_for(milliseconds(20));
+  return true;
+}
+
+std::string ConnectError(const std::string &path, int error, const Patience &patience) {
+  if (IsAbsent(error)) {
+    const std::string still = patience.start.count() > 0 ? "still no daemon serves " : "no daemon serves ";
+    return still + path + " (start rynd, or give its root with --root)";
+  }
   switch (error) {
-    case ENOENT:
-    case ENOTDIR:
-    case ECONNREFUSED:
-      return "no daemon serves " + path + " (start rynd, or set CORVANE_ROOT to its root)";
     case EACCES:
     case EPERM:
       return "no permission for " + path + " (run as root, or as the user that rynd runs as)";
     case ENAMETOOLONG:
-      return "socket path is too long: " + path + " (set CORVANE_ROOT to a shorter one)";
+      return "socket path is too long: " + path + " (give a shorter --root)";
     case EPROTOTYPE:
-      return path + " is another program's socket (set CORVANE_ROOT to rynd's root)";
+      return path + " is another program's socket (give rynd's root with --root)";
     default:
       return "cannot connect to " + path + ": " + std::strerror(error);
   }
@@ -70,14 +83,15 @@ std::string ConnectError(const std::string &path, int error) {
 
 std::string ConnectToDaemon(const std::string &path, int type, Patience *patience, base::UniqueFd *fd) {
   base::UnixAddress address;
-  if (const int error = base::MakeUnixAddress(path, &address)) return ConnectError(path, error);
+  if (const int error = base::MakeUnixAddress(path, &address)) return ConnectError(path, error, *patience);
   base::UniqueFd socketFd(socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (!socketFd) return ConnectError(path, errno);
+  if (!socketFd) return ConnectError(path, errno, *patience);
   Wait wait(path, patience);
   // A full backlog gives EAGAIN, and nothing to poll for.
   while (connect(socketFd.Get(), address.Get(), base::UnixAddress::kLength) != 0) {
-    if (errno == EINTR) continue;
-    if (errno != EAGAIN) return ConnectError(path, errno);
+    const int error = errno;
+    if (error == EINTR || AwaitStart(error, *patience)) continue;
+    if (error != EAGAIN) return ConnectError(path, error, *patience);
     const milliseconds pause = wait.Next();
     if (pause.count() == 0) return wait.TimedOut();
     std::this_thread::sleep_for(std::min(pause, milliseconds(20)));
@@ -116,7 +130,8 @@ std::string SubmitWithPatience(const std::string &path, Patience *patience, cons
     const int error = attempt();
     if (error == 0) return "";
     if (error == EMSGSIZE) return kTooLargeForTheHost;
-    if (error != ETIMEDOUT) return ConnectError(path, error);
+    if (AwaitStart(error, *patience)) continue;
+    if (error != ETIMEDOUT) return ConnectError(path, error, *patience);
     if (wait.Next().count() == 0) return wait.TimedOut();
   }
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/uniqueFd.h"
+#include "rynctl/stopSignals.h"
 
 namespace rynctl {
 
@@ -18,7 +19,11 @@ struct Patience {
   std::ostream &err;
   std::optional<std::chrono::milliseconds> limit;
   std::chrono::milliseconds noticeAfter{5000};
+  /// How long a daemon that does not serve its socket yet may take to start, counted from here on.
+  std::chrono::milliseconds start{0};
+  const StopSignals *signals = nullptr;  ///< end every wait, when given
   bool noticed = false;
+  std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
 };
 
 /// Connect a new socket of `type` (SOCK_DGRAM and so on) to the daemon's socket at `path`; waits while its backlog is

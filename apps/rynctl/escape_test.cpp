@@ -47,12 +47,12 @@ TEST(EventLine, ColorsTheCategoryAndNothingOfTheSender) {
   event.name = "amb.clear.\x1b[31m";
   event.text = "\x1b[2J";
   event.hostUuid = "\xff";
-  const std::string line = EventLine(event, true);
+  const std::string line = EventLine(event, {.color = true});
   EXPECT_NE(line.find("  \x1b[32mCLEAR\x1b[0m  "), std::string::npos) << line;
   EXPECT_NE(line.find("amb.clear.\\x1b[31m  \\x1b[2J"), std::string::npos) << line;
   EXPECT_NE(EventJson(event).find("\xef\xbf\xbd"), std::string::npos);  // what is no UTF-8 is replaced
   event.problems = {"one", "two\n"};
-  EXPECT_NE(EventLine(event, false).find("  [one; two\\n]"), std::string::npos);
+  EXPECT_NE(EventLine(event, {}).find("  [one; two\\n]"), std::string::npos);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ bool Tells(const DecodedEvent &event, const std::string &part) {
 
 /// Nothing that reaches a terminal may steer it, and JSON must be JSON.
 void ExpectPrintable(const DecodedEvent &event) {
-  const std::string line = EventLine(event, false);
+  const std::string line = EventLine(event, {});
   for (const char c : line) EXPECT_TRUE(static_cast<unsigned char>(c) >= 0x20 && c != 0x7f) << line;
   EXPECT_EQ(EscapeForTerminal(line), line);
   EXPECT_FALSE(nlohmann::json::parse(EventJson(event), nullptr, false).is_discarded());
@@ -93,7 +93,7 @@ TEST(EventDecoder, SaysWhatIsWrong) {
     std::vector<std::byte> bytes = whole;
     PutNumber(&bytes, damage.offset, damage.value, damage.width);
     const DecodedEvent event = Decode(bytes);
-    EXPECT_TRUE(Tells(event, damage.told)) << damage.told << ": " << EventLine(event, false);
+    EXPECT_TRUE(Tells(event, damage.told)) << damage.told << ": " << EventLine(event, {});
   }
 }
 

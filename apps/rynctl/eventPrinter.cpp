@@ -43,22 +43,15 @@ std::string_view CategoryColor(std::optional<rynd::Category> category) {
   return "35";
 }
 
-std::string DateLine::For(uint64_t microseconds) {
-  std::string date = LocalDate(microseconds);
-  if (date == last_) return "";
-  last_ = date;
-  return date + "\n";
-}
-
-std::string EventLine(const DecodedEvent &event, bool color) {
+std::string EventLine(const DecodedEvent &event, LineStyle style) {
   std::string category(CategoryName(event.category));
   std::transform(category.begin(), category.end(), category.begin(),
                  [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
-  std::string line = LocalTime(event.microseconds) + "  " + Colored(category, CategoryColor(event.category), color) +
-                     std::string(9 - category.size(), ' ') + EscapeForTerminal(event.name) + "  " +
-                     EscapeForTerminal(event.text);
+  std::string line =
+      LocalTime(event.microseconds, style.date) + "  " + Colored(category, CategoryColor(event.category), style.color) +
+      std::string(9 - category.size(), ' ') + EscapeForTerminal(event.name) + "  " + EscapeForTerminal(event.text);
   if (!event.problems.empty()) {
-    line += "  " + Colored("[" + EscapeForTerminal(Joined(event.problems)) + "]", "35", color);
+    line += "  " + Colored("[" + EscapeForTerminal(Joined(event.problems)) + "]", "35", style.color);
   }
   return line;
 }

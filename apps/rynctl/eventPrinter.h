@@ -13,19 +13,15 @@ std::string_view CategoryName(std::optional<rynd::Category> category);
 /// The color code that a category is shown in, for Colored.
 std::string_view CategoryColor(std::optional<rynd::Category> category);
 
-/// Writes the local date in front of the first line of a day. One thread at a time.
-class DateLine {
- public:
-  /// "DATE\n" when `microseconds` is another local day than in the call before, else "".
-  std::string For(uint64_t microseconds);
-
- private:
-  std::string last_;
+/// How lines are shown.
+struct LineStyle {
+  bool color = false;  ///< nothing but colors can steer a terminal, and only when this is set
+  bool date = false;   ///< in front of the time
 };
 
 /// One event as a line without its end: "HH:MM:SS.mmm  PROBLEM  NAME  TEXT", local time, then the record's problems in
-/// brackets. Nothing in it can steer a terminal but the colors, when `color` asks for them.
-std::string EventLine(const DecodedEvent &event, bool color);
+/// brackets.
+std::string EventLine(const DecodedEvent &event, LineStyle style);
 
 /// One event as a JSON object on one line, without its end.
 std::string EventJson(const DecodedEvent &event);

@@ -9,11 +9,12 @@
 
 namespace rynctl {
 
-int EventReceiver::Serve(const sigset_t *mask) {
+int EventReceiver::Serve(const sigset_t *mask, int wakeFd) {
   std::vector<pollfd> fds;
   const bool room = connections_.size() < maxConnections_;
   fds.push_back({room ? listenFd_ : -1, POLLIN, 0});
   for (const Connection &connection : connections_) fds.push_back({connection.fd.Get(), POLLIN, 0});
+  fds.push_back({wakeFd, POLLIN, 0});
   const timespec timeout = Timeout();
   if (ppoll(fds.data(), fds.size(), connections_.empty() ? nullptr : &timeout, mask) < 0) return errno;
 
@@ -30,14 +31,17 @@ int EventReceiver::Serve(const sigset_t *mask) {
   return HandOutEnded() ? 0 : ECANCELED;
 }
 
-bool EventReceiver::Drain() {
-  Accept();
-  for (Connection &connection : connections_) {
-    Receive(&connection);
-    if (!connection.ended) connection.cut = "receiving was stopped";
-    connection.ended = true;
-  }
-  return HandOutEnded();
+void EventReceiver::Drain(std::chrono::milliseconds limit) {
+  const Clock::time_point end = Clock::now() + limit;
+  do {
+    Accept();
+    for (Connection &connection : connections_) {
+      Receive(&connection);
+      if (!connection.ended) connection.cut = "receiving was stopped";
+      connection.ended = true;
+    }
+    if (connections_.empty() || !HandOutEnded()) return;
+  } while (Clock::now() < end);
 }
 
 /// Take every caller that waits, and what it has sent already: most senders are done by then.

@@ -30,13 +30,14 @@ class EventReceiver {
   EventReceiver(int listenFd, std::chrono::milliseconds silence, OnRecord onRecord)
       : listenFd_(listenFd), silence_(silence), onRecord_(std::move(onRecord)) {}
 
-  /// Wait once, with `mask` as the signal mask while waiting, and serve what is ready. Records whose connections end in
-  /// one round are handed out in the order of acceptance. 0; EINTR after a signal; ECANCELED when OnRecord wants no
-  /// more; or another errno value when waiting fails.
-  int Serve(const sigset_t *mask);
+  /// Wait once, with `mask` as the signal mask while waiting, and serve what is ready; `wakeFd` (-1: none) ends the
+  /// wait too. Records whose connections end in one round are handed out in the order of acceptance. 0; EINTR after a
+  /// signal; ECANCELED when OnRecord wants no more; or another errno value when waiting fails.
+  int Serve(const sigset_t *mask, int wakeFd = -1);
 
-  /// Take in and hand out what the connections have sent by now, before the end. False when OnRecord wants no more.
-  bool Drain();
+  /// Take in and hand out what all callers have sent by now, those in the backlog too, before the end; for `limit` at
+  /// most, should there be no end of them.
+  void Drain(std::chrono::milliseconds limit);
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -37,12 +37,9 @@ std::string TimeOfDay(const tm &parts, uint64_t microseconds, size_t digits) {
 
 }  // namespace
 
-std::string LocalDate(uint64_t microseconds) {
-  return Date(Local(microseconds));
-}
-
-std::string LocalTime(uint64_t microseconds) {
-  return TimeOfDay(Local(microseconds), microseconds, 3);
+std::string LocalTime(uint64_t microseconds, bool withDate) {
+  const tm parts = Local(microseconds);
+  return (withDate ? Date(parts) + " " : "") + TimeOfDay(parts, microseconds, 3);
 }
 
 std::string IsoTime(uint64_t microseconds) {

@@ -31,14 +31,14 @@ std::string CommandList() {
     const std::string name(command.name);
     list += "  " + name + std::string(10 - name.size(), ' ') + command.summary + "\n";
   }
-  return list + "\n'rynctl COMMAND --help' tells more. Example:\n  rynctl submit ryn.storage.apd.start naa.6001";
+  return list + "\n'rynctl help COMMAND' tells more. Example:\n  rynctl submit ryn.storage.apd.start naa.6001";
 }
 
 int Dispatch(const Words &words, Console &console) {
   CLI::App app("Operator's tool of rynd: send observations, receive events, follow both.", "rynctl");
   app.prefix_command();  // what stands behind the command's name is the command's own
   app.add_option("COMMAND")->expected(0, -1)->description("One of those below, and its words");  // for the help text
-  app.set_version_flag("--version", "rynctl " RYND_VERSION);
+  app.set_version_flag("-V,--version", "rynctl " RYND_VERSION);
   app.footer(CommandList());
   if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
 
@@ -47,10 +47,18 @@ int Dispatch(const Words &words, Console &console) {
     console.err << app.help() << std::flush;
     return kUsage;
   }
-  for (const Command &command : kCommands) {
-    if (rest[0] == command.name) return command.run(Words(rest.begin() + 1, rest.end()), console);
+  if (rest == Words{"help"}) {
+    console.out << app.help();
+    return console.Flush();
   }
-  return UsageError(app, (rest[0].starts_with("-") ? "unknown option " : "unknown command ") + rest[0], console);
+  // "help COMMAND" is "COMMAND --help".
+  const bool isHelp = rest[0] == "help";
+  const std::string &name = rest[isHelp ? 1 : 0];
+  for (const Command &command : kCommands) {
+    if (name == command.name)
+      return command.run(isHelp ? Words{"--help"} : Words(rest.begin() + 1, rest.end()), console);
+  }
+  return UsageError(app, (name.starts_with("-") ? "unknown option " : "unknown command ") + name, console);
 }
 
 }  // namespace
@@ -58,11 +66,15 @@ int Dispatch(const Words &words, Console &console) {
 int Main(int argc, char **argv, std::ostream &out, std::ostream &err) {
   std::signal(SIGPIPE, SIG_IGN);
   Console console{out, err, &out == &std::cout && isatty(STDOUT_FILENO) == 1};
+  int status = kFailed;
   try {
-    return Dispatch(Words(argv + (argc > 0 ? 1 : 0), argv + argc), console);
+    status = Dispatch(Words(argv + (argc > 0 ? 1 : 0), argv + argc), console);
   } catch (const std::exception &error) {
-    return console.Fail(error.what());
+    status = console.Fail(error.what());
   }
+  // The way out of a process flushes its streams, which would wait for what takes nothing.
+  if (console.abandoned && &out == &std::cout) _exit(status);
+  return status;
 }
 
 }  // namespace rynctl

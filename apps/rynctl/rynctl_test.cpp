@@ -19,8 +19,12 @@ TEST(Rynctl, HelpsWithAnExample) {
     const ToolResult help = RunTool({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.err, "");
-    EXPECT_NE(help.out.find("\n  rynctl " + std::string(command) + " "), std::string::npos) << help.out;
+    EXPECT_NE(help.out.find("\n  rynctl " + std::string(command)), std::string::npos) << help.out;
+    EXPECT_NE(help.out.find("--root DIR"), std::string::npos);
+    EXPECT_EQ(RunTool({"help", command}).out, help.out);
     EXPECT_NE(RunTool({"--help"}).out.find(command), std::string::npos);
+    std::istringstream lines(help.out + RunTool({"help"}).out);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
 
     const ToolResult mistake = RunTool({command, "--no-such-option"});
     EXPECT_EQ(mistake.status, 2);
@@ -31,7 +35,9 @@ TEST(Rynctl, HelpsWithAnExample) {
 }
 
 TEST(Rynctl, EndsWithTheStatusesOfItsManual) {
-  EXPECT_EQ(RunTool({"--version"}).out, "rynctl " RYND_VERSION "\n");
+  for (const char *option : {"--version", "-V"}) EXPECT_EQ(RunTool({option}).out, "rynctl " RYND_VERSION "\n");
+  EXPECT_EQ(RunTool({"help"}).out, RunTool({"--help"}).out);
+  EXPECT_EQ(RunTool({"help", "nothing"}).err, "rynctl: unknown command nothing\nTry 'rynctl --help'.\n");
   const ToolResult nothing = RunTool({});
   EXPECT_EQ(nothing.status, 2);
   EXPECT_EQ(nothing.out, "");

@@ -35,13 +35,17 @@ StopSignals::StopSignals() {
 }
 
 StopSignals::~StopSignals() {
+  // In this order: one that is still pending has been seen, and must not end the process now.
+  pthread_sigmask(SIG_SETMASK, &formerMask_, nullptr);
   sigaction(SIGINT, &formerInterrupt_, nullptr);
   sigaction(SIGTERM, &formerTerminate_, nullptr);
-  pthread_sigmask(SIG_SETMASK, &formerMask_, nullptr);
 }
 
 bool StopSignals::Wanted() const {
-  return stopWanted;
+  if (stopWanted) return true;
+  sigset_t pending;
+  sigpending(&pending);
+  return sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1;
 }
 
 }  // namespace rynctl

@@ -92,6 +92,14 @@ TimedSubmission SubmissionOf(const json &object, const Target &target) {
   return line;
 }
 
+/// What is wrong, without the parser's own name and place.
+std::string ReasonOf(const json::parse_error &failure) {
+  std::string reason = failure.what();
+  const size_t place = reason.find(": ");
+  if (place != std::string::npos) reason.erase(0, place + 2);
+  return reason;
+}
+
 }  // namespace
 
 std::optional<TimedSubmission> ParseSubmissionLine(std::string_view text, const Target &target, std::string *error) {
@@ -100,7 +108,7 @@ std::optional<TimedSubmission> ParseSubmissionLine(std::string_view text, const 
     *error = CheckSubmission(line.submission);
     if (error->empty()) return line;
   } catch (const json::parse_error &failure) {
-    *error = "no JSON at column " + std::to_string(failure.byte);
+    *error = "no JSON at column " + std::to_string(failure.byte) + ": " + ReasonOf(failure);
   } catch (const json::exception &failure) {
     *error = std::string("JSON beyond reach: ") + failure.what();
   } catch (const LineError &failure) {

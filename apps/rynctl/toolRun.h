@@ -11,7 +11,7 @@ namespace rynctl {
 struct ToolResult {
   int status = -1;
   std::string out;
-  std::string err;
+  std::string err;  ///< without the line that names the tests' root, where it comes first
 };
 
 /// Run "rynctl WORDS..." to its end.

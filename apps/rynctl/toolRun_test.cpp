@@ -19,7 +19,10 @@ ToolResult RunTool(const std::vector<std::string> &words) {
   std::ostringstream out;
   std::ostringstream err;
   const int status = Main(static_cast<int>(argv.size()), argv.data(), out, err);
-  return {status, out.str(), err.str()};
+  ToolResult result{status, out.str(), err.str()};
+  const std::string root = "rynctl: root " + testing_support::ProcessRoot().Path() + "\n";
+  if (result.err.starts_with(root)) result.err.erase(0, root.size());
+  return result;
 }
 
 void CleanRoot() {

@@ -43,13 +43,13 @@ std::optional<TraceLine> ParseTraceLine(std::string_view rest) {
   return line;
 }
 
-std::string TraceText(const TraceLine &line, bool color) {
-  const std::string time = LocalTime(line.microseconds) + "  ";
+std::string TraceText(const TraceLine &line, LineStyle style) {
+  const std::string time = LocalTime(line.microseconds, style.date) + "  ";
   if (line.kind == TraceLine::Kind::kLost) {
-    return time + Colored("LOST " + std::to_string(line.lost) + " lines: this client was too slow", "35", color);
+    return time + Colored("LOST " + std::to_string(line.lost) + " lines: this client was too slow", "35", style.color);
   }
   const std::string kind =
-      line.kind == TraceLine::Kind::kIn ? Colored("IN ", "36", color) : Colored("OUT", "33", color);
+      line.kind == TraceLine::Kind::kIn ? Colored("IN ", "36", style.color) : Colored("OUT", "33", style.color);
   return time + kind + "  " + EscapeForTerminal(line.id) + "  " + EscapeForTerminal(line.text);
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "rynctl/eventPrinter.h"
+
 namespace rynctl {
 
 /// "MICROSECONDS IN|OUT ID MESSAGE ARGS" or "MICROSECONDS LOST N".
@@ -21,8 +23,8 @@ struct TraceLine {
 /// Take `line` (without its end) apart; it must outlive the result. Nothing when it has another form.
 std::optional<TraceLine> ParseTraceLine(std::string_view line);
 
-/// A line for people: "HH:MM:SS.mmm  IN   ID  TEXT", local time. Nothing in it can steer a terminal but the colors.
-std::string TraceText(const TraceLine &line, bool color);
+/// A line for people: "HH:MM:SS.mmm  IN   ID  TEXT", local time.
+std::string TraceText(const TraceLine &line, LineStyle style);
 
 /// A line as a JSON object, without its end.
 std::string TraceJson(const TraceLine &line);

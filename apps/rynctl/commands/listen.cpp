@@ -13,8 +13,10 @@
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "rynctl/commands/commands.h"
+#include "rynctl/escape.h"
 #include "rynctl/eventPrinter.h"
 #include "rynctl/eventReceiver.h"
+#include "rynctl/outputQueue.h"
 #include "rynctl/stopSignals.h"
 
 namespace rynctl {
@@ -23,13 +25,20 @@ namespace {
 constexpr mode_t kSocketMode = 0660;
 constexpr mode_t kFolderMode = 0755;
 constexpr std::chrono::milliseconds kSilence(5000);
+constexpr std::chrono::milliseconds kDrainLimit(200);
 
 /// Holds the listening socket and removes its file at the end, unless another agent has put its own there.
 class EventSocket {
  public:
   explicit EventSocket(std::string path) : path_(std::move(path)) {}
-  ~EventSocket() {
-    if (!fd_) return;
+  ~EventSocket() { Remove(); }
+  EventSocket(const EventSocket &) = delete;
+  EventSocket &operator=(const EventSocket &) = delete;
+
+  /// Let nobody connect any more.
+  void Remove() {
+    if (!fd_ || removed_) return;
+    removed_ = true;
     hosted::FolderLock lock;  // best effort; without it another agent could start between the look and the removal
     lock.Take(path_);
     struct stat now {};
@@ -37,8 +46,6 @@ class EventSocket {
       unlink(path_.c_str());
     }
   }
-  EventSocket(const EventSocket &) = delete;
-  EventSocket &operator=(const EventSocket &) = delete;
 
   /// 0 or an errno value.
   int Open() {
@@ -49,9 +56,11 @@ class EventSocket {
     return 0;
   }
   int Fd() const { return fd_.Get(); }
+  const std::string &Path() const { return path_; }
 
  private:
   const std::string path_;
+  bool removed_ = false;
   base::UniqueFd fd_;
   struct stat own_ {};
 };
@@ -62,44 +71,46 @@ std::string OpenError(const std::string &path, int error) {
       return "a live management agent serves " + path + " (stop it first, or give another --socket)";
     case EACCES:
     case EPERM:
-      return "no permission for " + path + " (run as root, or set CORVANE_ROOT to a folder of your own)";
+      return "no permission for " + path + " (run as root, or give a folder of your own with --root)";
     case EEXIST:
       return path + " is no socket (move it away)";
     case ENAMETOOLONG:
-      return "socket path is too long: " + path + " (set CORVANE_ROOT to a shorter one)";
+      return "socket path is too long: " + path + " (give a shorter --root)";
     default:
       return "cannot serve " + path + ": " + std::strerror(error);
   }
 }
 
-void Print(const DecodedEvent &event, const PrintOptions &options, bool color, DateLine *date, Console &console) {
-  if (options.json) {
-    console.out << EventJson(event) << '\n';
-  } else {
-    console.out << date->For(event.microseconds) << EventLine(event, color) << '\n';
-  }
+/// Where so many events are missing from what is printed.
+std::string RefusedLine(const PrintOptions &options, uint64_t count) {
+  if (options.json) return "{\"dropped\":" + std::to_string(count) + "}\n";
+  return "              DROPPED  " + std::to_string(count) + " events: this output took nothing for too long\n";
 }
 
-/// Receive and print until a signal, the wanted number of events, or an output that takes no more.
-int Receive(int listenFd, const PrintOptions &options, const StopSignals &signals, Console &console) {
-  const bool color = UseColor(options.color, console);
-  DateLine date;
+/// Receive and print until a signal, the wanted number of events, or an output that takes no more. What was sent before
+/// the end is taken.
+int Receive(EventSocket *socket, const PrintOptions &options, const StopSignals &signals, Console &console) {
+  const LineStyle style{UseColor(options.color, console), options.date};
+  OutputQueue output(&console, [&](uint64_t count) { return RefusedLine(options, count); });
   uint64_t printed = 0;
-  int status = kDone;
-  EventReceiver receiver(listenFd, kSilence, [&](std::span<const std::byte> record, const std::string &cut) {
+  EventReceiver receiver(socket->Fd(), kSilence, [&](std::span<const std::byte> record, const std::string &cut) {
     DecodedEvent event = DecodeEvent(record.data(), record.size());
     if (!cut.empty()) event.problems.push_back(cut);
-    Print(event, options, color, &date, console);
-    status = console.Flush();
-    return status == kDone && ++printed != options.count;
+    const bool taken = output.Print((options.json ? EventJson(event) : EventLine(event, style)) + '\n');
+    return !taken || ++printed != options.count;
   });
-  while (!signals.Wanted()) {
-    const int error = receiver.Serve(signals.PollMask());
-    if (error == ECANCELED) return status;
-    if (error != 0 && error != EINTR) return console.Fail(std::string("cannot wait: ") + std::strerror(error));
+  output.Say("rynctl: listening on " + EscapeForTerminal(socket->Path()) +
+             "; events that waited come within 60 seconds");
+  int error = 0;
+  while (!signals.Wanted() && !output.HasFailed() && (error == 0 || error == EINTR)) {
+    error = receiver.Serve(signals.PollMask(), output.ChangedFd());
+    output.Noticed();
   }
-  receiver.Drain();
-  return status;
+  socket->Remove();
+  if (error == 0 || error == EINTR) receiver.Drain(kDrainLimit);
+  const int status = output.Finish(signals);
+  if (error == 0 || error == EINTR || error == ECANCELED) return status;
+  return console.Fail(std::string("cannot wait: ") + std::strerror(error));
 }
 
 }  // namespace
@@ -107,17 +118,23 @@ int Receive(int listenFd, const PrintOptions &options, const StopSignals &signal
 int ListenCommand(const Words &words, Console &console) {
   CLI::App app("Be the management agent: receive events and print them, until a signal.", "rynctl listen");
   PrintOptions options;
-  std::string path = hosted::RootPath(hosted::kEventSocket);
-  app.footer("Examples:\n  rynctl listen\n  rynctl listen --json --count 1 | jq .text");
+  std::string path;
+  app.footer(
+      "Examples:\n"
+      "  rynctl listen\n"
+      "  rynctl listen --json --count 1 | jq .text");
   AddPrintOptions(app, &options);
-  app.add_option("--socket", path, "Serve PATH, taken as it is, instead of " + path)->option_text("PATH");
+  app.add_option("--socket", path, "Serve PATH, taken as it is")->option_text("PATH");
   if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
 
+  if (app.count("--socket") == 0) {
+    SayRoot(console);
+    path = hosted::RootPath(hosted::kEventSocket);
+  }
   const StopSignals signals;
   EventSocket socket(path);
   if (const int error = socket.Open()) return console.Fail(OpenError(path, error));
-  console.err << "rynctl: listening on " << path << std::endl;
-  return Receive(socket.Fd(), options, signals, console);
+  return Receive(&socket, options, signals, console);
 }
 
 }  // namespace rynctl

@@ -15,14 +15,17 @@ namespace rynctl {
 namespace {
 
 constexpr char kExamples[] =
-    "An ARG is text, or typed as i32:5, u64:0x10, u8:7, s:text or null (types i8 to i64, u8 to u64);\n"
-    "a bare number is the first of i32, i64 and u64 that it fits. Behind -- nothing is an option.\n"
-    "A line of a file: {\"id\":\"ryn.a.b\",\"args\":[\"text\",5,null,{\"u64\":16}],\"offset\":0.5,\"context\":3}\n"
-    "(all but id may be missing; offset counts seconds from the start; \"user\" and \"message\" are known too).\n"
+    "An ARG is text, or typed as i32:5, u64:0x10, u8:7, s:text or null (types i8 to\n"
+    "i64, u8 to u64); a bare number is the first of i32, i64 and u64 that it fits.\n"
+    "Behind -- nothing is an option. A line of a file, of which only id is needed:\n"
+    "  {\"id\":\"ryn.a.b\",\"args\":[\"text\",5,null,{\"u64\":16}],\"message\":\"m\",\n"
+    "   \"offset\":0.5,\"context\":3,\"user\":false}\n"
+    "offset counts seconds from the start.\n"
     "Examples:\n"
     "  rynctl submit ryn.storage.apd.start naa.6001\n"
-    "  rynctl submit --user ryn.user.backup.done s:nightly i32:0\n"
-    "  rynctl submit --file storm.jsonl --speed 10";
+    "  rynctl submit --user ryn.user.ambcli.host.reboot.reason 'why: a disk' root\n"
+    "  echo '{\"id\":\"ryn.storage.apd.exit\",\"args\":[\"naa.6001\"]}' |\n"
+    "    rynctl submit --file -";
 
 struct SubmitOptions {
   std::string id;
@@ -31,13 +34,8 @@ struct SubmitOptions {
   std::string file;
   std::string speed = "1";
   double timeout = 0;
+  double wait = 0;
 };
-
-std::string CheckSeconds(const std::string &text) {
-  double seconds = 0;
-  if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 1e6) return "";
-  return "must be 0.001 to 1000000 seconds";
-}
 
 void Declare(CLI::App &app, SubmitOptions *options) {
   app.allow_extras();  // the ARGs: taken as they stand, brackets and dashes included
@@ -54,9 +52,10 @@ void Declare(CLI::App &app, SubmitOptions *options) {
   app.add_option("--speed", options->speed, "Divide the waits of --file by X; 0 or max: no waiting")
       ->option_text("X")
       ->needs(file);
-  app.add_option("--timeout", options->timeout, "Fail when the daemon takes nothing for so long (default: wait)")
+  app.add_option("--timeout", options->timeout, "Fail when the daemon takes nothing for so long")
       ->check(CheckSeconds)
       ->option_text("SECONDS");
+  AddWaitOption(app, &options->wait);
 }
 
 /// The number that --speed says, 0 for "max". Negative when it is none.
@@ -102,8 +101,10 @@ int SubmitCommand(const Words &words, Console &console) {
     submission.record.arguments.push_back(std::move(*argument));
   }
 
+  SayRoot(console);
   Patience patience{console.err, std::nullopt};
-  if (options.timeout > 0) patience.limit = std::chrono::milliseconds(std::lround(std::ceil(options.timeout * 1000)));
+  patience.start = SecondsOf(options.wait);
+  if (options.timeout > 0) patience.limit = SecondsOf(options.timeout);
   ObservationSender sender(&patience);
   if (!options.file.empty()) return SubmitFile(options, speed, &sender, console);
   // An observation that can't be sent as it was written is a mistake on the command line.

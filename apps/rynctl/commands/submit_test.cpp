@@ -125,7 +125,7 @@ TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
 TEST_F(Submit, SaysThatNoDaemonIsThere) {
   kernel_.Reset();  // its file stays, as after a crash
   const std::string path = hosted::KernelSocketPath(0);
-  const std::string told = "rynctl: no daemon serves " + path + " (start rynd, or set CORVANE_ROOT to its root)\n";
+  const std::string told = "rynctl: no daemon serves " + path + " (start rynd, or give its root with --root)\n";
   ToolResult result = RunTool({"submit", "ryn.a"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, told);
@@ -161,6 +161,27 @@ TEST_F(Submit, WaitsForAFullQueueWithinBounds) {
   late.join();
   EXPECT_EQ(error, "");
   EXPECT_EQ(RunTool({"submit", "--timeout", "0.05", "ryn.a"}).status, 0);
+}
+
+TEST_F(Submit, WaitsForADaemonThatStarts) {
+  kernel_.Reset();
+  base::UniqueFd user;
+  std::thread late([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    CleanRoot();
+    ASSERT_EQ(hosted::MakeFolders(hosted::RootPath(hosted::kContextFolder), 0700), 0);
+    ServeKernel(0, &kernel_);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ASSERT_EQ(hosted::ServeUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, &user), 0);
+  });
+  EXPECT_EQ(RunTool({"submit", "--wait", "60", "ryn.a"}).err, "");
+  EXPECT_EQ(RunTool({"submit", "--wait", "60", "--user", "ryn.user.a"}).err, "");
+  late.join();
+  EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.a");
+  kernel_.Reset();
+  EXPECT_EQ(RunTool({"submit", "--wait", "0.05", "ryn.a"}).err, "rynctl: still no daemon serves " +
+                                                                    hosted::KernelSocketPath(0) +
+                                                                    " (start rynd, or give its root with --root)\n");
 }
 
 TEST_F(Submit, FindsARestartedDaemon) {
@@ -206,7 +227,8 @@ TEST_F(Submit, StopsAtTheFirstWrongLineAndNamesIt) {
     const char *line;
     const char *told;
   } cases[] = {
-      {R"({"id":"ryn.a")", "no JSON at column 14"},
+      {R"({"id":"ryn.a")", "no JSON at column 14: syntax error while parsing object - unexpected end of input"},
+      {R"({"id" "ryn.a"})", "no JSON at column 13: syntax error while parsing object separator - unexpected string"},
       {R"(["ryn.a"])", "must be a JSON object"},
       {R"({"args":[]})", "\"id\" is missing"},
       {R"({"id":5})", "\"id\" must be text"},

@@ -11,6 +11,7 @@
 #include "rynctl/daemonSocket.h"
 #include "rynctl/escape.h"
 #include "rynctl/eventPrinter.h"
+#include "rynctl/outputQueue.h"
 #include "rynctl/stopSignals.h"
 #include "rynctl/traceLine.h"
 
@@ -26,13 +27,14 @@ struct TraceOptions : PrintOptions {
   bool in = false;
   bool out = false;
   bool raw = false;
+  double wait = 0;
 };
 
 /// Prints the lines that the options ask for.
 class TracePrinter {
  public:
-  TracePrinter(const TraceOptions &options, Console *console)
-      : options_(options), color_(UseColor(options.color, *console)), console_(console) {}
+  TracePrinter(const TraceOptions &options, LineStyle style, OutputQueue *output)
+      : options_(options), style_(style), output_(output) {}
 
   /// Print one line, without its end. Lines of another form than the feed's are shown as they are.
   void Print(std::string_view text) {
@@ -40,11 +42,11 @@ class TracePrinter {
     if (line && !Wanted(*line)) return;
     if (options_.json) {
       if (!line) return;
-      console_->out << TraceJson(*line) << '\n';
+      output_->Print(TraceJson(*line) + '\n');
     } else if (!line || options_.raw) {
-      console_->out << EscapeForTerminal(text) << '\n';
+      output_->Print(EscapeForTerminal(text) + '\n');
     } else {
-      console_->out << date_.For(line->microseconds) << TraceText(*line, color_) << '\n';
+      output_->Print(TraceText(*line, style_) + '\n');
     }
     if (!line || line->kind != TraceLine::Kind::kLost) ++printed_;
   }
@@ -59,9 +61,8 @@ class TracePrinter {
   }
 
   const TraceOptions &options_;
-  const bool color_;
-  Console *const console_;
-  DateLine date_;
+  const LineStyle style_;
+  OutputQueue *const output_;
   uint64_t printed_ = 0;
 };
 
@@ -78,51 +79,65 @@ void PrintLines(std::string *pending, bool end, TracePrinter *printer) {
   pending->erase(0, start);
 }
 
-/// Follow the feed until a signal, the wanted number of lines, its end, or an output that takes no more.
-int Follow(int fd, const TraceOptions &options, const StopSignals &signals, Console &console) {
-  TracePrinter printer(options, &console);
-  std::string pending;
+/// Read what there is of the feed into `pending`. False at its end.
+bool ReadFeed(int fd, std::string *pending) {
   char chunk[16 * 1024];
-  while (!signals.Wanted()) {
-    pollfd readable{fd, POLLIN, 0};
-    if (ppoll(&readable, 1, nullptr, signals.PollMask()) < 0) {
-      if (errno == EINTR) continue;
+  const ssize_t count = recv(fd, chunk, sizeof chunk, 0);
+  if (count > 0) pending->append(chunk, static_cast<size_t>(count));
+  return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+/// Follow the feed until a signal, the wanted number of lines, its end, or an output that takes no more. While the
+/// output takes nothing the feed is not read: the daemon counts what this client misses.
+int Follow(int fd, const TraceOptions &options, const StopSignals &signals, Console &console) {
+  OutputQueue output(&console, [](uint64_t) { return ""; });
+  TracePrinter printer(options, {UseColor(options.color, console), options.date}, &output);
+  std::string pending;
+  bool served = true;
+  while (served && !printer.Done() && !signals.Wanted() && !output.HasFailed()) {
+    pollfd set[] = {{output.HasRoom() ? fd : -1, POLLIN, 0}, {output.ChangedFd(), POLLIN, 0}};
+    if (ppoll(set, 2, nullptr, signals.PollMask()) < 0 && errno != EINTR) {
       return console.Fail(std::string("cannot wait: ") + std::strerror(errno));
     }
-    const ssize_t count = recv(fd, chunk, sizeof chunk, 0);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
-    if (count > 0) pending.append(chunk, static_cast<size_t>(count));
-    PrintLines(&pending, count <= 0, &printer);
-    if (const int status = console.Flush(); status != kDone) return status;
-    if (printer.Done()) return kDone;
-    if (count <= 0) return console.Fail("the daemon ended the trace (see whether rynd still runs; start it again)");
+    output.Noticed();
+    if (set[0].revents == 0) continue;
+    served = ReadFeed(fd, &pending);
+    PrintLines(&pending, !served, &printer);
   }
-  return kDone;
+  const int status = output.Finish(signals);
+  if (status != kDone || served || printer.Done()) return status;
+  return console.Fail("the daemon ended the trace (see whether rynd still runs; start it again)");
 }
 
 void Declare(CLI::App &app, TraceOptions *options) {
-  app.footer("Examples:\n  rynctl trace --id ryn.storage\n  rynctl trace --out --json");
+  app.footer(
+      "Examples:\n"
+      "  rynctl trace --id ryn.storage\n"
+      "  rynctl trace --out --json --count 1");
   app.add_option("--id", options->id, "Only ids that begin with PREFIX")->option_text("PREFIX");
   CLI::Option *in = app.add_flag("--in", options->in, "Only observations");
   app.add_flag("--out", options->out, "Only events")->excludes(in);
   AddPrintOptions(app, options);
   CLI::Option *raw = app.add_flag("--raw", options->raw, "Print the daemon's lines, time in microseconds");
   raw->excludes("--json");
+  AddWaitOption(app, &options->wait);
 }
 
 }  // namespace
 
 int TraceCommand(const Words &words, Console &console) {
-  CLI::App app("Follow what goes into the daemon and comes out, until a signal or the daemon's end.", "rynctl trace");
+  CLI::App app("Follow what goes into the daemon and comes out, until a signal or its end.", "rynctl trace");
   TraceOptions options;
   Declare(app, &options);
   if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
 
+  SayRoot(console);
   const StopSignals signals;
-  Patience patience{console.err, kConnectLimit, kConnectLimit};
+  Patience patience{console.err, kConnectLimit, kConnectLimit, SecondsOf(options.wait), &signals};
   base::UniqueFd fd;
   const std::string path = hosted::RootPath(hosted::kTraceSocket);
   const std::string error = ConnectToDaemon(path, SOCK_STREAM, &patience, &fd);
+  if (signals.Wanted()) return kDone;
   if (!error.empty()) return console.Fail(error);
   return Follow(fd.Get(), options, signals, console);
 }

@@ -79,7 +79,7 @@ TEST_F(Trace, EndsCleanlyByASignalAndSaysThatNoDaemonIsThere) {
   const ToolResult result = RunTool({"trace"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "rynctl: no daemon serves " + hosted::RootPath(hosted::kTraceSocket) +
-                            " (start rynd, or set CORVANE_ROOT to its root)\n");
+                            " (start rynd, or give its root with --root)\n");
 }
 
 TEST(TraceLine, RefusesOtherForms) {

@@ -1,0 +1,160 @@
+// rynctl as a process: outputs that nobody reads, roots, and the examples of its help.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+#include "hosted/contexts/unixSocket.h"
+#include "rynctl/testEvent.h"
+#include "testing/daemon.h"
+
+namespace testing_support {
+namespace {
+
+const char kTool[] = RYND_BUILD "/bin/rynctl";
+const char kEventSocket[] = "/var/run/corvane/mgmtd-kprob.sock";
+
+/// A run of the tool that writes to `out` and `err`.
+class Tool {
+ public:
+  Tool(std::vector<std::string> words, int out, int err) {
+    words.insert(words.begin(), kTool);
+    std::vector<char *> argv;
+    for (std::string &word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    pid_ = fork();
+    if (pid_ != 0) return;
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    execv(kTool, argv.data());
+    _exit(127);
+  }
+  ~Tool() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  Tool(const Tool &) = delete;
+  Tool &operator=(const Tool &) = delete;
+
+  /// Signal it and wait for its end within a second; its exit status, or -1.
+  int End(int signal) {
+    kill(pid_, signal);
+    int status = 0;
+    const bool ended = WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, IsSlowBuild() ? 20 : 1);
+    if (!ended) return -1;
+    pid_ = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+ private:
+  pid_t pid_ = 0;
+};
+
+/// What nobody reads: a pipe, or a terminal.
+struct Unread {
+  base::UniqueFd reader, writer;
+  explicit Unread(bool terminal) {
+    int ends[2] = {-1, -1};
+    if (terminal) {
+      ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+      EXPECT_TRUE(grantpt(ends[0]) == 0 && unlockpt(ends[0]) == 0);
+      ends[1] = open(ptsname(ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    } else {
+      EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    }
+    reader.Reset(ends[0]);
+    writer.Reset(ends[1]);
+  }
+};
+
+TEST(Tool, ListenTakesEventsThoughNobodyReadsItsOutputAndEnds) {
+  const std::vector<std::byte> event = rynctl::EventBytes(rynctl::kApdStart, {std::string(10'000, 'x')});
+  for (const bool terminal : {false, true}) {
+    const TestRoot root;
+    const Unread output(terminal);
+    Tool tool({"listen", "--root", root / ""}, output.writer.Get(), output.writer.Get());
+    base::UniqueFd sender;
+    ASSERT_TRUE(WaitUntil([&] { return hosted::ConnectUnixSocket(root / kEventSocket, SOCK_STREAM, &sender) == 0; }));
+    for (int i = 0; i < 3000; ++i) {  // 30 MB: more than it keeps
+      ASSERT_EQ(hosted::ConnectUnixSocket(root / kEventSocket, SOCK_STREAM, &sender), 0);
+      ASSERT_EQ(send(sender.Get(), event.data(), event.size(), MSG_NOSIGNAL), static_cast<ssize_t>(event.size()));
+    }
+    EXPECT_EQ(tool.End(terminal ? SIGINT : SIGTERM), 1) << "lines were not printed";
+    EXPECT_FALSE(std::filesystem::exists(root / kEventSocket));
+  }
+}
+
+TEST(Tool, TraceEndsThoughNobodyReadsItsOutput) {
+  RunningDaemon host;
+  const base::UniqueFd kernel = ConnectKernel(host.root);
+  for (const bool terminal : {false, true}) {
+    const Unread output(terminal);
+    Tool tool({"trace", "--root", host.root / ""}, output.writer.Get(), output.writer.Get());
+    const std::vector<std::byte> record = MakeRecord("ryn.bootdevice.x", {}, {}, std::string(10'000, 'x'));
+    // Until the daemon has nowhere left to put them.
+    for (int i = 0; i < 3000; ++i) ASSERT_TRUE(SendRecord(kernel, record));
+    EXPECT_EQ(tool.End(terminal ? SIGINT : SIGTERM), 1);
+  }
+  EXPECT_EQ(host.daemon.Stop(), 0);
+}
+
+TEST(Tool, EndsByASignalWhileItWaitsForADaemon) {
+  const TestRoot root;
+  const Unread output(false);
+  Tool tool({"--root", root / "", "trace", "--wait", "600"}, output.writer.Get(), output.writer.Get());
+  char line[200] = {};
+  ASSERT_GT(read(output.reader.Get(), line, sizeof line - 1), 0);
+  EXPECT_EQ(std::string(line), "rynctl: root " + root.Path() + "\n");
+  EXPECT_NE(tool.End(SIGTERM), -1);
+}
+
+/// The shell's exit status of `command` below `root`; what it printed goes to `root`/out.
+int ShellIn(const TestRoot &root, const std::string &command) {
+  const std::string line = "cd " + root.Path() + " && export CORVANE_ROOT=" + root.Path() +
+                           " PATH=" RYND_BUILD "/bin:$PATH && timeout 60 sh -c '" + command + "' >" + (root / "/out") +
+                           " 2>&1";
+  return WEXITSTATUS(system(line.c_str()));
+}
+
+TEST(Tool, ExamplesDoSomething) {
+  const RunningDaemon host;
+  ASSERT_EQ(ShellIn(host.root, "rynctl help submit"), 0);
+  std::istringstream help(ReadFile(host.root / "/out"));
+  std::string examples, line;
+  while (std::getline(help, line) && line != "Examples:") continue;
+  while (std::getline(help, line)) examples += line + "\n";
+  WriteFile(host.root / "/examples", examples);
+  EXPECT_EQ(ShellIn(host.root, "sh -e ./examples"), 0) << ReadFile(host.root / "/out");
+  for (const char *event :
+       {"amb.problem.storage.apd.start", "amb.audit.ambcli.host.reboot.reason", "amb.clear.storage.apd.exit"}) {
+    EXPECT_TRUE(host.events.Records().WaitFor(event)) << event;
+  }
+}
+
+TEST(Tool, TheReadmesBlockCanBePasted) {
+  const TestRoot root;
+  std::istringstream readme(ReadFile(RYND_SOURCE "/README.md"));
+  std::string block, line;
+  while (std::getline(readme, line) && line != "## Running it") continue;
+  while (std::getline(readme, line) && line != "```") continue;
+  while (std::getline(readme, line) && line != "```") block += line + "\n";
+  WriteFile(root / "/block", "set -m\n" + block + "wait %2; echo ended with $?\nkill %1\nwait\nrm -r $CORVANE_ROOT\n");
+  std::filesystem::create_directories(root / "/build/release");
+  std::filesystem::create_symlink(RYND_BUILD "/bin", root / "/build/release/bin");
+  ASSERT_EQ(ShellIn(root, "bash ./block"), 0);
+  const std::string shown = ReadFile(root / "/out");
+  for (const char *part : {"PROBLEM  amb.problem.storage.apd.start  Device or", "the daemon ended the trace",
+                           "PROBLEM  amb.problem.storage.apd.timeout  Device or", "ended with 0"}) {
+    EXPECT_NE(shown.find(part), std::string::npos) << part << ":\n" << shown;
+  }
+}
+
+}  // namespace
+}  // namespace testing_support
