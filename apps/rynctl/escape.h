@@ -11,4 +11,8 @@ namespace rynctl {
 /// UTF-8 on one line.
 std::string EscapeForTerminal(std::string_view text);
 
+/// Valid `json` with the characters written as \uNNNN that JSON lets stand in a text but a terminal should not be
+/// given: DEL, C1 controls, line separators and direction marks. It means the same.
+std::string EscapeJson(std::string_view json);
+
 }  // namespace rynctl

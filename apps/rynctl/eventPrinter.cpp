@@ -70,7 +70,7 @@ std::string EventJson(const DecodedEvent &event) {
       {"host_uuid", event.hostUuid},
   };
   if (!event.problems.empty()) object["problems"] = event.problems;
-  return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+  return EscapeJson(object.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
 }
 
 }  // namespace rynctl

@@ -63,7 +63,7 @@ std::string TraceJson(const TraceLine &line) {
     object["id"] = line.id;
     object["text"] = line.text;
   }
-  return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  return EscapeJson(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 }  // namespace rynctl
