@@ -14,6 +14,7 @@ constexpr char kEventSocket[] = "/var/run/corvane/mgmtd-kprob.sock";
 constexpr char kHostTree[] = "/var/lib/corvane/host";
 constexpr char kActionsLog[] = "/var/lib/corvane/actions.log";
 constexpr char kLogSocket[] = "/dev/log";
+constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
 
 /// The absolute path `path` with the root in front of it.
 std::string RootPath(const char *path);

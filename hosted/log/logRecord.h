@@ -35,6 +35,8 @@ class LogRecord {
   bool Halve();
   /// The record.
   std::string_view Text() const { return {data_ + begin_, end_ - begin_}; }
+  /// Its message, with the tail.
+  std::string_view Message() const { return {data_ + message_, end_ - message_}; }
   /// Turn the record into the line "NAME: MESSAGE\\n"; the record itself is gone then.
   std::string_view MakeLine(std::string_view name);
 

@@ -1,24 +1,35 @@
-// The process's one connection to the system log. Any thread.
+// A datagram socket that log records are sent over. Any thread.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include <sys/socket.h>
+
+#include <atomic>
+
+#include "base/unixAddress.h"
+#include "hosted/log/stall.h"
 
 namespace hosted {
 
 /// How sending one record ended.
 enum class SendResult { kSent, kNoListener, kFull, kTooLong };
 
-/// Send the `size` bytes at `record`, connecting again when the listener has gone. Waits for room for at most 100 ms,
-/// and not at all for a second after a wait in vain, lest a listener that stalls holds up every record.
-SendResult SendToSystemLog(const char *record, size_t size);
+/// The process's one connection to a listener. Made once and never destroyed, as threads may log while it exits.
+class LogSocket {
+ public:
+  /// `path` without the root.
+  explicit LogSocket(const char *path);
+  /// Send a record, connecting again when the listener has gone. Waits for room for at most 100 ms, and not at all for
+  /// a second after a wait in vain.
+  SendResult Send(const msghdr &record);
 
-/// Write a line of `size` bytes to standard error, with the same limits on waiting. False when it was given up.
-bool WriteToStandardError(const char *line, size_t size);
+ private:
+  int Fd();
+  bool Connect(int fd) const;
 
-/// Records that were given up and not yet told of; `TakeDropped` hands the telling to the caller, who gives the count
-/// back with `AddDropped` when that fails.
-uint64_t TakeDropped();
-void AddDropped(uint64_t count);
+  base::UnixAddress address_;
+  int addressError_;  ///< not 0 when the root is too long for a socket
+  std::atomic<int> fd_{-1};
+  Stall stall_;
+};
 
 }  // namespace hosted

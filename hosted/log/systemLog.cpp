@@ -1,46 +1,78 @@
-// The system log: builds each record and delivers it. Any thread; no state but the socket's.
+// The system log: builds each record and delivers it. Any thread; no state but the sockets' and three counters.
+#include <sys/uio.h>
 #include <syslog.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
+#include "hosted/log/journal.h"
 #include "hosted/log/log.h"
 #include "hosted/log/logRecord.h"
 #include "hosted/log/logSocket.h"
+#include "hosted/paths.h"
+#include "platform/statistics.h"
 #include "platform/system.h"
 
 namespace hosted {
 namespace {
 
-/// Deliver a record that was built; `told` is the number of dropped records that its tail tells of.
-Delivery Deliver(LogRecord *record, uint64_t told) {
-  SendResult result = SendToSystemLog(record->Text().data(), record->Text().size());
-  // Better a part of a message than none.
-  while (result == SendResult::kTooLong && record->Halve()) {
-    result = SendToSystemLog(record->Text().data(), record->Text().size());
+/// Records that were taken, that were given up, and those of them that no record has told of yet.
+std::atomic<uint64_t> logged{0}, dropped{0}, untold{0};
+
+LogSocket &Syslog() {
+  static LogSocket &socket = *new LogSocket(kLogSocket);
+  return socket;
+}
+
+SendResult SendToSyslog(std::string_view record) {
+  iovec part{const_cast<char *>(record.data()), record.size()};  // only read
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  return Syslog().Send(message);
+}
+
+/// Send the record to the journal, else to the log socket. What is too long for either loses its end.
+SendResult Send(const LogHeader &header, LogRecord *record) {
+  while (true) {
+    SendResult result = SendToJournal(header, record->Message(), false);
+    if (result == SendResult::kNoListener) result = SendToSyslog(record->Text());
+    if (result == SendResult::kNoListener) result = SendToJournal(header, record->Message(), true);
+    // Better a part of a message than none.
+    if (result != SendResult::kTooLong || !record->Halve()) return result;
   }
+}
+
+Delivery Deliver(const LogHeader &header, LogRecord *record) {
+  const SendResult result = Send(header, record);
   if (result == SendResult::kSent) return Delivery::kSystemLog;
   if (result == SendResult::kNoListener) {
     const std::string_view line = record->MakeLine(Hyk_GetThreadName());
-    if (WriteToStandardError(line.data(), line.size())) return Delivery::kStandardError;
+    if (Hyk_WriteStandardError(line.data(), line.size())) return Delivery::kStandardError;
   }
-  AddDropped(told + 1);
   return Delivery::kDropped;
 }
 
 [[gnu::format(printf, 2, 0)]] Delivery Emit(const LogHeader &header, const char *format, va_list arguments) {
   const int error = errno;  // a caller may log first and look at it afterwards
-  const uint64_t dropped = TakeDropped();
+  const uint64_t told = untold.load(std::memory_order_relaxed) == 0 ? 0 : untold.exchange(0, std::memory_order_relaxed);
   std::array<char, LogRecord::kTailRoom> tail;
   int tailSize = 0;
-  if (dropped != 0) {
+  if (told != 0) {
     tailSize =
-        std::snprintf(tail.data(), tail.size(), " (%llu records dropped)", static_cast<unsigned long long>(dropped));
+        std::snprintf(tail.data(), tail.size(), " (%llu records dropped)", static_cast<unsigned long long>(told));
   }
   LogRecord record;
   record.Build(header, format, arguments, {tail.data(), static_cast<size_t>(tailSize)});
-  const Delivery delivery = Deliver(&record, dropped);
+  const Delivery delivery = Deliver(header, &record);
+  if (delivery == Delivery::kDropped) {
+    dropped.fetch_add(1, std::memory_order_relaxed);
+    untold.fetch_add(told + 1, std::memory_order_relaxed);
+  } else {
+    logged.fetch_add(1, std::memory_order_relaxed);
+  }
   errno = error;
   return delivery;
 }
@@ -68,7 +100,7 @@ void LogAndTell(const char *format, ...) {
     LogRecord record;
     record.Build({LOG_DAEMON | LOG_INFO, nullptr, nullptr, nullptr, nullptr, nullptr}, format, again, {});
     const std::string_view line = record.MakeLine(Hyk_GetThreadName());
-    WriteToStandardError(line.data(), line.size());
+    Hyk_WriteStandardError(line.data(), line.size());
   }
   va_end(again);
   va_end(arguments);
@@ -79,4 +111,8 @@ void LogAndTell(const char *format, ...) {
 void Hyk_SyslogExtended(int facility, int severity, const char *hostName, const char *appName, const char *messageId,
                         const char *sdId, const HykSyslogParam *params, const char *format, va_list arguments) {
   hosted::Emit({facility | severity, hostName, appName, messageId, sdId, params}, format, arguments);
+}
+
+void Hyk_GetLogStatistics(HykLogStatistics *statistics) {
+  *statistics = {hosted::logged.load(std::memory_order_relaxed), hosted::dropped.load(std::memory_order_relaxed)};
 }

@@ -1,17 +1,24 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <thread>
 
+#include "base/unixListener.h"
 #include "hosted/log/log.h"
 #include "hosted/log/logTime.h"
 #include "hosted/testSupport.h"
+#include "platform/statistics.h"
 
 namespace hosted {
 namespace {
@@ -213,18 +220,240 @@ TEST(SystemLog, LosesNothingUncountedToASlowListener) {
   EXPECT_EQ(TakeDropped(&messages) + messages.size(), records + 1);
 }
 
-TEST(SystemLog, DoesNotWaitForGoodOnStandardError) {
+/// What can stand behind standard error and not take any more, as the end to write to and the end that nobody reads.
+struct Unread {
+  const char *what;
+  base::UniqueFd write, read;
+};
+
+Unread UnreadPipe() {
   int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const base::UniqueFd unread(ends[0]), full(ends[1]);
-  const StandardErrorAs redirected(full.Get());
-  EXPECT_LT(TimeOf([] {
-              for (int i = 0; i < 100; ++i) LogText(std::string(3000, 'x'));
-            }),
-            std::chrono::seconds(10));
-  LogListener listener;
-  LogText("passes");
-  EXPECT_TRUE(std::regex_match(listener.NextMessage(), std::regex("passes \\(\\d+ records dropped\\)")));
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  return {"a pipe", base::UniqueFd(ends[1]), base::UniqueFd(ends[0])};
+}
+
+Unread UnreadSocket() {
+  int ends[2];
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  return {"a socket", base::UniqueFd(ends[1]), base::UniqueFd(ends[0])};
+}
+
+Unread UnreadTerminal() {
+  base::UniqueFd screen(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  EXPECT_EQ(grantpt(screen.Get()) + unlockpt(screen.Get()), 0);
+  return {"a terminal", base::UniqueFd(open(ptsname(screen.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC)), std::move(screen)};
+}
+
+/// All that can be read from `fd` now.
+std::string Drain(int fd) {
+  std::string all;
+  std::vector<char> part(100'000);
+  for (pollfd ready{fd, POLLIN, 0}; poll(&ready, 1, 200) == 1;) {
+    const ssize_t got = read(fd, part.data(), part.size());
+    if (got <= 0) break;
+    all.append(part.data(), static_cast<size_t>(got));
+  }
+  return all;
+}
+
+TEST(SystemLog, DoesNotWaitForGoodOnStandardError) {
+  for (const auto &make : {UnreadPipe, UnreadSocket, UnreadTerminal}) {
+    const Unread unread = make();
+    {
+      const StandardErrorAs redirected(unread.write.Get());
+      EXPECT_LT(TimeOf([] {
+                  for (int i = 0; i < 100; ++i) LogText(std::string(5000, 'x'));
+                }),
+                std::chrono::seconds(10));
+      EXPECT_EQ(fcntl(unread.write.Get(), F_GETFL) & O_NONBLOCK, 0) << unread.what << " is others' too";
+      Drain(unread.read.Get());
+      // What was given up half way spoils no line behind it.
+      std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // until records may wait again
+      LogText("passes");
+    }
+    const std::string text = Drain(unread.read.Get());
+    EXPECT_TRUE(std::regex_search(text, std::regex("(^|\n)rynd: passes \\(\\d+ records dropped\\)\r?\n$")))
+        << unread.what << ": " << text.substr(text.size() - std::min<size_t>(text.size(), 200));
+  }
+}
+
+/// poll() finds room for a writer, and another takes it before the write.
+TEST(SystemLog, DoesNotWaitForOtherWritersOnStandardError) {
+  for (int round = 0; round < 30; ++round) {
+    const Unread shared = UnreadPipe();
+    const StandardErrorAs redirected(shared.write.Get());
+    std::atomic<bool> stop{false};
+    const auto write = [&] {
+      const std::string text(4096, 'o');
+      while (!stop && ::write(shared.write.Get(), text.data(), text.size()) > 0) {
+      }
+    };
+    std::thread others[] = {std::thread(write), std::thread(write)};
+    // A reader that takes a while and then nothing more.
+    std::thread reader([&] {
+      char part[4096];
+      for (int i = 0; i < 60 && read(shared.read.Get(), part, sizeof part) > 0; ++i) {
+      }
+    });
+    for (int i = 0; i < 100; ++i) LogText(std::string(3000, 'x'));
+    reader.join();
+    LogText("stuck?");
+    stop = true;
+    std::thread unblock([&] { Drain(shared.read.Get()); });
+    for (std::thread &other : others) other.join();
+    unblock.join();
+  }
+  const LogListener last;  // takes the count of the dropped ones with it
+}
+
+/// A terminal of another user's, as under "su": it can't be opened anew. In a process that has no rights.
+TEST(SystemLog, DoesNotWaitForWhatItMayNotOpen) {
+  const Unread unread = UnreadPipe();
+  ASSERT_EQ(fchmod(unread.write.Get(), 0), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(unread.write.Get(), STDERR_FILENO);
+    if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) _exit(1);
+    LogText("first");
+    for (int i = 0; i < 100; ++i) LogText(std::string(5000, 'x'));
+    _exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  const std::string text = Drain(unread.read.Get());
+  EXPECT_TRUE(text.starts_with("rynd: first\nrynd: xxx"));
+  EXPECT_LT(text.size(), 300'000u);
+}
+
+TEST(SystemLog, GivesATerminalNothingThatSteersIt) {
+  const std::pair<const char *, const char *> rows[] = {
+      {"plain \xc3\xa9", "plain \xc3\xa9"},
+      {"\x1b]0;title\x07 a\tb\rc", "\\x1b]0;title\\x07 a\\tb c"},
+      {"\x9b\x33\x31m \xc2\x9b \xe2\x80\xae \x7f", "\\x9b31m \\u009b \\u202e \\x7f"},
+  };
+  for (const auto &[text, shown] : rows) {
+    EXPECT_EQ(StandardErrorOf([&] { LogText(text); }), "rynd: " + std::string(shown) + "\n");
+  }
+  EXPECT_EQ(StandardErrorOf([] { EXPECT_TRUE(Hyk_WriteStandardError("two\nlines", 9)); }), "two\\nlines\n");
+}
+
+/// The fields of a journal record.
+std::map<std::string, std::string> FieldsOf(std::string_view record) {
+  std::map<std::string, std::string> fields;
+  while (!record.empty()) {
+    const size_t end = record.find_first_of("=\n");
+    if (end == std::string_view::npos) return {};
+    const std::string name(record.substr(0, end));
+    const bool binary = record[end] == '\n';
+    record.remove_prefix(end + 1);
+    size_t size = record.find('\n');
+    if (binary) {
+      uint64_t length = 0;
+      if (record.size() < sizeof length) return {};
+      std::memcpy(&length, record.data(), sizeof length);
+      record.remove_prefix(sizeof length);
+      size = length;
+    }
+    if (size >= record.size() || record[size] != '\n') return {};
+    fields[name] = record.substr(0, size);
+    record.remove_prefix(size + 1);
+  }
+  return fields;
+}
+
+/// Listens at the journal's socket as long as it lives.
+class JournalListener {
+ public:
+  JournalListener() {
+    EXPECT_EQ(MakeFolders(path_.substr(0, path_.rfind('/')), 0755), 0);
+    EXPECT_EQ(ServeUnixSocket(path_, SOCK_DGRAM, 0666, &fd_), 0);
+    constexpr int kOn = 1;
+    setsockopt(fd_.Get(), SOL_SOCKET, base::kPassRights, &kOn, sizeof kOn);
+  }
+  ~JournalListener() { unlink(path_.c_str()); }
+
+  /// The fields of the next record; none when there is none. `*asFile`: whether it came as a file.
+  std::map<std::string, std::string> Next(bool *asFile = nullptr) {
+    std::vector<char> bytes(300'000);
+    iovec part{bytes.data(), bytes.size()};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t got = recvmsg(fd_.Get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    const cmsghdr *header = got < 0 ? nullptr : CMSG_FIRSTHDR(&message);
+    if (asFile != nullptr) *asFile = header != nullptr;
+    if (header == nullptr)
+      return got < 0 ? std::map<std::string, std::string>{} : FieldsOf({bytes.data(), size_t(got)});
+    int file = -1;
+    std::memcpy(&file, CMSG_DATA(header), sizeof file);
+    const base::UniqueFd owner(file);
+    EXPECT_EQ(fcntl(file, F_GET_SEALS), F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL);
+    std::string text(static_cast<size_t>(lseek(file, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    return FieldsOf(text);
+  }
+
+ private:
+  const std::string path_ = RootPath(kJournalSocket);
+  base::UniqueFd fd_;
+};
+
+TEST(Journal, TakesRecordsAsFieldsWhereItIs) {
+  LogText("takes the time of the last look for a journal");
+  const LogListener syslog;
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  JournalListener journal;
+  LogText("set up\n");
+  auto fields = journal.Next();
+  EXPECT_EQ(fields, (std::map<std::string, std::string>{{"MESSAGE", "set up"},
+                                                        {"PRIORITY", "6"},
+                                                        {"SYSLOG_FACILITY", "3"},
+                                                        {"SYSLOG_IDENTIFIER", "rynd"},
+                                                        {"SYSLOG_PID", std::to_string(getpid())},
+                                                        {"AMB_THREADNAME", "rynd"}}));
+  const HykSyslogParam params[] = {{"odd name-\xff", "two\nlines"}, {"empty", ""}, {"", ""}};
+  Emit(params, "%s", "x");
+  fields = journal.Next();
+  EXPECT_EQ(fields["AMB_ODD_NAME__"], "two\nlines");
+  EXPECT_EQ(fields.at("AMB_EMPTY"), "");
+  // No datagram holds 230 KB where the send buffer has its usual size.
+  for (const size_t size : {size_t{100'000}, size_t{230'000}}) {
+    bool asFile = false;
+    LogText(std::string(size, 'y'));
+    EXPECT_EQ(journal.Next(&asFile)["MESSAGE"], std::string(size, 'y'));
+    EXPECT_EQ(asFile, size > 200'000);
+  }
+}
+
+TEST(Journal, CountsWhatItDoesNotTakeAndIsLeftWhenItGoes) {
+  HykLogStatistics before{}, after{};
+  Hyk_GetLogStatistics(&before);
+  size_t taken = 0, dropped = 0;
+  constexpr int kRecords = 600;
+  {
+    JournalListener journal;
+    for (int i = 0; i < kRecords; ++i) LogText("stalled");
+    std::vector<std::string> messages;
+    for (auto fields = journal.Next(); !fields.empty(); fields = journal.Next()) messages.push_back(fields["MESSAGE"]);
+    LogText("passes");
+    messages.push_back(journal.Next()["MESSAGE"]);
+    dropped = TakeDropped(&messages);
+    taken = messages.size();
+    EXPECT_EQ(messages.back(), "passes");
+  }
+  EXPECT_EQ(taken + dropped, size_t{kRecords} + 1);
+  EXPECT_GT(dropped, 0u);
+  Hyk_GetLogStatistics(&after);
+  EXPECT_EQ(after.records - before.records, taken);
+  EXPECT_EQ(after.dropped - before.dropped, dropped);
+  EXPECT_EQ(StandardErrorOf([] { LogText("gone"); }), "rynd: gone\n");
+  JournalListener again;
+  EXPECT_EQ(StandardErrorOf([] { LogText("its first record"); }), "");
+  EXPECT_EQ(again.Next()["MESSAGE"], "its first record");
 }
 
 TEST(SystemLog, IsUsedByManyThreadsAtOnce) {

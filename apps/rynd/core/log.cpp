@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/ryn.h"
 #include "platform/system.h"
@@ -33,9 +34,10 @@ void Panic(const char *format, ...) {
   va_list again;
   va_start(arguments, format);
   va_copy(again, arguments);
-  fputs(kPanicPrefix, stderr);
-  vfprintf(stderr, format, arguments);
-  fflush(stderr);
+  char line[1024];
+  const auto prefix = static_cast<size_t>(snprintf(line, sizeof line, "%s", kPanicPrefix));
+  vsnprintf(line + prefix, sizeof line - prefix, format, arguments);
+  Hyk_WriteStandardError(line, strlen(line));
   Log("%s", kPanicPrefix);
   LogV(format, again);
   va_end(again);

@@ -18,6 +18,10 @@ struct HykSyslogParam {
                                                       const HykSyslogParam *params, const char *format,
                                                       va_list arguments);
 
+/// Write one line of `size` bytes, its line end included, to standard error, whatever stands behind it: waits for at
+/// most 100 ms. Control characters and what is no UTF-8 are written out. True when it was written.
+bool Hyk_WriteStandardError(const char *text, size_t size);
+
 /// Name the calling thread; the whole name appears in log records. 0 or an errno value.
 int Hyk_SetThreadName(const char *name);
 /// The calling thread's name, or the platform's default ("rynd"); valid until the thread names itself again.
