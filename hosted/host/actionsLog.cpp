@@ -2,6 +2,7 @@
 #include "hosted/host/actionsLog.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -42,14 +43,30 @@ std::string MicrosecondsNow() {
   return std::to_string(int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000);
 }
 
-/// Append to the file with one write. 0 or an errno value.
-int AppendLine(const std::string &path, const std::string &line) {
+/// Open the file for appending: no other file in its place, and none that would have its writer wait. 0 or an errno
+/// value.
+int Open(const std::string &path, base::UniqueFd *fd, off_t *size) {
+  fd->Reset(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
+  if (!*fd) return errno;
+  struct stat status {};
+  if (fstat(fd->Get(), &status) != 0) return errno;
+  *size = status.st_size;
+  return S_ISREG(status.st_mode) ? 0 : EINVAL;
+}
+
+/// Append to the file with one write; a line that does not fit whole is taken back. 0 or an errno value.
+int AppendLine(const std::string &path, std::string line) {
   if (const int error = MakeFolders(path.substr(0, path.rfind('/')), 0755); error != 0) return error;
-  const base::UniqueFd fd(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
-  if (!fd) return errno;
+  base::UniqueFd fd;
+  off_t size = 0;
+  if (const int error = Open(path, &fd, &size); error != 0) return error;
+  // Half a line that a crash has left is not glued to this one.
+  char last = '\n';
+  if (size > 0 && pread(fd.Get(), &last, 1, size - 1) == 1 && last != '\n') line.insert(0, 1, '\n');
   const ssize_t written = write(fd.Get(), line.data(), line.size());
   if (written < 0) return errno;
-  return static_cast<size_t>(written) == line.size() ? 0 : ENOSPC;
+  if (static_cast<size_t>(written) == line.size()) return 0;
+  return ftruncate(fd.Get(), size) == 0 ? ENOSPC : errno;
 }
 
 }  // namespace
@@ -66,7 +83,8 @@ int RecordAction(std::string_view operation, const std::vector<ActionField> &fie
   }
   line += '\n';
   const std::string path = RootPath(kActionsLog);
-  // Guards nothing but the order: a line's time is taken and the line written before the next. Nothing nests in it.
+  // Guards the order, as a line's time is taken and the line written before the next, and what is behind a line that is
+  // taken back. Nothing nests in it.
   static std::mutex order;
   int error = 0;
   {

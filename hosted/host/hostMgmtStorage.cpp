@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "hosted/host/hostTree.h"
+#include "hosted/log/log.h"
 #include "platform/hostMgmt.h"
 
 namespace HostMgmt {
@@ -20,6 +21,8 @@ namespace {
 [[noreturn]] void Fail(const std::string &what, int error) {
   throw Lib::HostMgmtException(what + ": " + std::strerror(error));
 }
+
+constexpr int64_t kMostRedundant = 3;  ///< the highest redundancy status
 
 std::string DevicePath(const std::string &component) {
   return "storage/devices/" + component;
@@ -42,21 +45,24 @@ Lun::Lun(std::string component) : component_(std::move(component)) {}
 Lun::~Lun() = default;
 
 int32_t Lun::GetRedundancyStatus() const {
-  return static_cast<int32_t>(DeviceInteger(component_, "redundancy", std::numeric_limits<int32_t>::min(),
-                                            std::numeric_limits<int32_t>::max(), 0));
+  return static_cast<int32_t>(DeviceInteger(component_, "redundancy", 0, kMostRedundant, 0));
 }
 
 std::vector<Partition> DiskLun::GetPartitions() const {
-  const std::string what = "cannot list the partitions of the storage device " + component_;
+  const std::string folder = DevicePath(component_) + "/partitions";
   std::vector<std::string> names;
-  const int error = hosted::ListHostFolder(DevicePath(component_) + "/partitions", &names);
-  if (error != 0) Fail(what, error);
+  const int error = hosted::ListHostFolder(folder, &names);
+  if (error != 0) Fail("cannot list the partitions of the storage device " + component_, error);
   std::vector<Partition> partitions;
   for (const std::string &name : names) {
     int64_t number = 0;
     const bool isNumber = hosted::ParseIntegers(name, 0, std::numeric_limits<int32_t>::max(), {&number, 1});
-    if (!isNumber || std::to_string(number) != name) Fail(what, EINVAL);  // "01" is no other name of 1
-    partitions.push_back({static_cast<int32_t>(number)});
+    if (isNumber && std::to_string(number) == name) {  // "01" is no other name of 1
+      partitions.push_back({static_cast<int32_t>(number)});
+      continue;
+    }
+    hosted::Log("Left out %s/%s: it is no number of a partition", hosted::HostTreePath(folder).c_str(),
+                hosted::HostComponent(name.c_str()).c_str());
   }
   std::ranges::sort(partitions, {}, &Partition::number);
   return partitions;

@@ -28,7 +28,8 @@ int ReadHostIntegers(std::string_view path, int64_t least, int64_t most, std::sp
 int ReadHostInteger(std::string_view path, int64_t least, int64_t most, int64_t *value);
 
 /// The names that stand in the folder `path`, decoded, ordered byte-wise; none when there is no such folder. A name
-/// that holds a NUL, or that no name is encoded as, is left out. 0 or an errno value, which is logged.
+/// that holds a NUL, or that no name is encoded as, is left out and logged, a hidden file silently. 0 or an errno
+/// value, which is logged.
 int ListHostFolder(std::string_view path, std::vector<std::string> *names);
 
 /// Replace the file by one that holds `text` and a line end, making its folders. A reader sees the old value or the

@@ -47,7 +47,11 @@ int ListHostFolder(std::string_view path, std::vector<std::string> *names) {
       break;
     }
     std::string name;
-    if (DecodeComponent(entry->d_name, &name)) names->push_back(name);
+    if (DecodeComponent(entry->d_name, &name)) {
+      names->push_back(name);
+    } else if (entry->d_name[0] != '.') {  // hidden files are nobody's names
+      Log("Left out %s/%s: it is no name of the tree", whole.c_str(), entry->d_name);
+    }
   }
   std::ranges::sort(*names);
   if (error == ENOENT) return 0;

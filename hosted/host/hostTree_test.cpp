@@ -1,10 +1,13 @@
 #include "hosted/host/hostTree.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <limits>
 #include <thread>
@@ -179,6 +182,38 @@ TEST(ActionsLog, KeepsLinesWholeAndInOrder) {
   EXPECT_EQ(lines[1], "storage/swap/reconfigure");
   EXPECT_EQ(lines[2], "a\ttab\\tline\\nback\\\\slash\t\t7");
   for (size_t i = 3; i < lines.size(); ++i) ASSERT_EQ(lines[i], "many\ttext");
+}
+
+TEST(ActionsLog, LeavesNoHalfLinesAndFollowsNoLinks) {
+  LogListener log;
+  const std::string path = RootPath(kActionsLog), other = RootPath("/other");
+  testing_support::WriteFile(path, "1\twhole\n2\thalf");
+  // A full disk: a file may not grow by more than a part of the next line.
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit full{30, before.rlim_max};
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+  const int error = RecordAction("does/not/fit/any/more", {});
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, handler);
+  EXPECT_EQ(error, ENOSPC);
+  EXPECT_EQ(testing_support::ReadFile(path), "1\twhole\n2\thalf");
+  EXPECT_EQ(RecordAction("fits", {}), 0);
+  EXPECT_TRUE(testing_support::ReadFile(path).starts_with("1\twhole\n2\thalf\n1")) << testing_support::ReadFile(path);
+  EXPECT_TRUE(testing_support::ReadFile(path).ends_with("\tfits\n"));
+  // Nothing but a file of its own is written to, and nobody waited for.
+  std::filesystem::remove(path);
+  testing_support::WriteFile(other, "");
+  std::filesystem::create_symlink(other, path);
+  EXPECT_EQ(RecordAction("a", {}), ELOOP);
+  EXPECT_EQ(testing_support::ReadFile(other), "");
+  std::filesystem::remove(path);
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_NE(RecordAction("a", {}), 0);
+  const base::UniqueFd reader(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(RecordAction("a", {}), EINVAL);
+  std::filesystem::remove(path);
 }
 
 }  // namespace

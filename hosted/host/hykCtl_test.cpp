@@ -81,7 +81,16 @@ TEST_F(HykCtlTest, FileSystemsHaveALabelAndAUuid) {
   const auto now = HykCtl::Storage::StorageInfoImpl().GetFileSystems();
   ASSERT_EQ(now.size(), 3u) << "one that has just gone is none";
   EXPECT_EQ(now[2].GetUuid() + now[2].GetLabel(), "a/bremote");
+  // One that can't be read spoils no other.
   Put("storage/filesystems/5f1a-22", "two\nlines");
+  Put("storage/filesystems/%zz", "no name is written like this");
+  log_.AllMessages();
+  EXPECT_EQ(HykCtl::Storage::StorageInfoImpl().GetFileSystems().size(), 2u);
+  EXPECT_EQ(log_.NextMessage(), "Left out " + HostTreePath("storage/filesystems/%zz") + ": it is no name of the tree");
+  EXPECT_EQ(log_.NextMessage(),
+            "Cannot read " + HostTreePath("storage/filesystems/5f1a-22") + ": it holds more than one line");
+  std::filesystem::remove_all(HostTreePath("storage/filesystems"));
+  Put("storage/filesystems", "no folder");
   EXPECT_THROW(HykCtl::Storage::StorageInfoImpl().GetFileSystems(), HostMgmtException);
 }
 
@@ -106,6 +115,12 @@ TEST_F(HykCtlTest, TheGroupOfAVirtualMachineHasItsDisplayName) {
   read(77);
   EXPECT_EQ(info.groupId, 77u);
   EXPECT_STREQ(info.displayName, "web server");
+  for (const int64_t sameGroup : {int64_t{-2}, int64_t{4294967294}}) {
+    Put("sysinfo/vm/vmmGroupInfo/4294967294", "the last but one\n");
+    read(sameGroup);
+    EXPECT_EQ(info.groupId, 4294967294u);
+  }
+  EXPECT_THROW(read(int64_t{77} + (int64_t{1} << 32)), HostMgmtException) << "no group has 33 bits";
   EXPECT_THROW(read(77, 3395), HostMgmtException);
   Put("sysinfo/vm/vmmGroupInfo/77", std::string(3391, 'n'));
   read(77);
