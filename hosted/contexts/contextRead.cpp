@@ -6,8 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <vector>
+#include <memory>
+#include <new>
+#include <utility>
 
+#include "hosted/contexts/contextCounters.h"
 #include "hosted/contexts/contexts.h"
 #include "hosted/contexts/discardLog.h"
 #include "hosted/records/rawRecord.h"
@@ -18,80 +21,82 @@ namespace {
 /// A record that did not fit its reader's buffer and waits, in front of its socket's queue, for a larger one or a
 /// reset. Of one above kMaxRecordSize, which never fits, only the length is right.
 struct HeldRecord {
-  int fd;
-  size_t length;
-  std::vector<std::byte> bytes;
+  size_t length = 0;  ///< 0 for none
+  std::unique_ptr<std::byte[]> bytes;
 };
 
-std::vector<HeldRecord> &HeldRecords() {
-  static auto &held = *new std::vector<HeldRecord>;
-  return held;
+/// By context. Never destroyed: the process may exit while they are used.
+std::array<HeldRecord, kRynAsyncContexts> &HeldRecords() {
+  static auto &records = *new std::array<HeldRecord, kRynAsyncContexts>;
+  return records;
 }
+size_t held = 0;
 
-std::vector<HeldRecord>::iterator FindHeld(int fd) {
-  return std::find_if(HeldRecords().begin(), HeldRecords().end(),
-                      [fd](const HeldRecord &held) { return held.fd == fd; });
-}
-
-/// Receive the next datagram. Its length, of which the first `size` bytes are in `buffer`; or -1 with errno. One call
-/// with one buffer is the cheapest way to receive, and the only one that never loses what is too long for its reader.
-ssize_t Receive(int fd, std::byte *buffer, size_t size) {
-  static std::array<std::byte, kMaxRecordSize> record;
-  const ssize_t got = recv(fd, record.data(), record.size(), MSG_DONTWAIT | MSG_TRUNC);
-  if (got < 0) return got;
-  const size_t length = static_cast<size_t>(got);
-  const auto end = record.begin() + static_cast<std::ptrdiff_t>(std::min(length, record.size()));
-  if (length > size) {
-    HeldRecords().push_back({fd, length, {record.begin(), length <= kMaxRecordSize ? end : record.begin()}});
-  } else {
-    std::copy(record.begin(), end, buffer);
+/// Keep a record of context `id` for a larger buffer. kRynLibTooSmall, or 0 when there is no memory for it: it is lost.
+int Hold(uint32_t id, const std::byte *record, size_t length) {
+  const size_t size = length <= kMaxRecordSize ? length : 0;
+  std::unique_ptr<std::byte[]> bytes(new (std::nothrow) std::byte[size]);
+  if (bytes == nullptr) {
+    DiscardRecord(id, "no memory to keep it until there is room", {});
+    return 0;
   }
-  return got;
+  std::copy_n(record, size, bytes.get());
+  HeldRecords()[id] = {length, std::move(bytes)};
+  ++held;
+  return kRynLibTooSmall;
 }
 
-/// Take the record that waits in front of the queue, if there is one, into `buffer`. 0, or kRynLibTooSmall.
-int TakeHeld(int fd, std::byte *buffer, size_t size, size_t *length) {
-  const auto held = FindHeld(fd);
-  if (held == HeldRecords().end()) return 0;
-  if (held->length > size || held->length > kMaxRecordSize) return kRynLibTooSmall;
-  std::copy(held->bytes.begin(), held->bytes.end(), buffer);
-  *length = held->length;
-  HeldRecords().erase(held);
+/// Receive the next datagram of context `id`. 0 with its length, or -1 for none; kRynLibTooSmall, or 0 and -1, when it
+/// is longer than its buffer; or an errno value. One call with one buffer is the cheapest way to receive, and the only
+/// one that never loses what is too long for its reader.
+int Receive(uint32_t id, int fd, std::byte *buffer, size_t size, ssize_t *length) {
+  static std::array<std::byte, kMaxRecordSize> record;
+  *length = -1;
+  const ssize_t got = recv(fd, record.data(), record.size(), MSG_DONTWAIT | MSG_TRUNC);
+  if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
+  const auto whole = static_cast<size_t>(got);
+  // Above the longest record it never fits, whatever the buffer: such a record ends in a reset.
+  if (whole > size || whole > kMaxRecordSize) return Hold(id, record.data(), whole);
+  std::copy_n(record.begin(), whole, buffer);
+  *length = got;
   return 0;
 }
 
-int ReadKernelRecord(int fd, std::byte *buffer, size_t size, size_t *length) {
-  Discards discards;
-  while (discards.Count() < kMaxDiscards) {
-    size_t taken = 0;
-    if (!HeldRecords().empty() && TakeHeld(fd, buffer, size, &taken) != 0) return kRynLibTooSmall;
-    const ssize_t got = taken > 0 ? static_cast<ssize_t>(taken) : Receive(fd, buffer, size);
-    if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
+/// Take the record that waits in front of the queue into `buffer`. 0, or kRynLibTooSmall.
+int TakeHeld(HeldRecord *waiting, std::byte *buffer, size_t size, ssize_t *length) {
+  if (waiting->length > size || waiting->length > kMaxRecordSize) return kRynLibTooSmall;
+  std::copy_n(waiting->bytes.get(), waiting->length, buffer);
+  *length = static_cast<ssize_t>(waiting->length);
+  *waiting = {};
+  --held;
+  return 0;
+}
+
+int ReadKernelRecord(uint32_t id, int fd, std::byte *buffer, size_t size, size_t *length) {
+  for (int discarded = 0; discarded < kMaxDiscards; ++discarded) {
+    ssize_t got = -1;
+    const bool waits = held > 0 && HeldRecords()[id].length > 0;
+    const int status = waits ? TakeHeld(&HeldRecords()[id], buffer, size, &got) : Receive(id, fd, buffer, size, &got);
+    if (status != 0 || got < 0) return status;
     const auto gotLength = static_cast<size_t>(got);
-    // Above the longest record it never fits, whatever the buffer: such a record ends in a reset.
-    if (gotLength > size) return kRynLibTooSmall;
-    if (gotLength > kMaxRecordSize) {
-      HeldRecords().push_back({fd, gotLength, {}});
-      return kRynLibTooSmall;
-    }
     const char *wrong = CheckRecord(buffer, gotLength);
     if (wrong == nullptr) {
+      CountRecord(id, gotLength);
       *length = gotLength;
       return 0;
     }
-    const RynLibContext *context = FindContext(fd);
-    discards.Add(context == nullptr ? "an unknown context" : context->name.data(), wrong);
+    DiscardRecord(id, wrong, {});
   }
   return 0;
 }
 
 }  // namespace
 
-bool DropHeldRecord(int fd, size_t *bytes) {
-  const auto held = FindHeld(fd);
-  if (held == HeldRecords().end()) return false;
-  *bytes += held->length;
-  HeldRecords().erase(held);
+bool DropHeldRecord(uint32_t id, size_t *bytes) {
+  if (id >= kRynAsyncContexts || HeldRecords()[id].length == 0) return false;
+  *bytes += HeldRecords()[id].length;
+  HeldRecords()[id] = {};
+  --held;
   return true;
 }
 
@@ -99,6 +104,8 @@ bool DropHeldRecord(int fd, size_t *bytes) {
 
 int RynLib_ReadFromFd(int fd, std::byte *buffer, size_t size, size_t *length) {
   *length = 0;
-  return hosted::IsUserConnection(fd) ? hosted::ReadUserRecord(fd, buffer, size, length)
-                                      : hosted::ReadKernelRecord(fd, buffer, size, length);
+  hosted::TellDueDiscards();
+  if (hosted::IsUserConnection(fd)) return hosted::ReadUserRecord(fd, buffer, size, length);
+  const uint32_t id = hosted::FindContext(fd);
+  return id < kRynAsyncContexts ? hosted::ReadKernelRecord(id, fd, buffer, size, length) : EBADF;
 }

@@ -4,16 +4,22 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
+#include <new>
 #include <utility>
-#include <vector>
 
+#include "base/unixListener.h"
+#include "hosted/contexts/contextCounters.h"
+#include "hosted/contexts/descriptorCloser.h"
 #include "hosted/contexts/discardLog.h"
 #include "hosted/contexts/folderLock.h"
 #include "hosted/contexts/unixSocket.h"
@@ -23,10 +29,19 @@
 namespace hosted {
 namespace {
 
-/// All open contexts; a reader has a descriptor only.
-std::vector<RynLibContext *> &OpenContexts() {
-  static auto &contexts = *new std::vector<RynLibContext *>;
-  return contexts;
+/// The sockets of the open contexts by their id; a reader has a descriptor only.
+constinit auto sockets = [] {
+  std::array<int, kRynUserContext + 1> none{};
+  none.fill(-1);
+  return none;
+}();
+
+/// Run an operation; a failure to allocate inside of it becomes its status.
+template <typename Operation>
+int Guard(const Operation &operation) try {
+  return operation();
+} catch (const std::bad_alloc &) {
+  return ENOMEM;
 }
 
 /// Tell why a context can't be opened; returns `error`.
@@ -63,13 +78,15 @@ std::unique_ptr<RynLibContext> MakeContext(uint32_t id, std::string path, const 
 
 /// Note an open context and give it to the caller of the library.
 RynLibHandle HandOut(std::unique_ptr<RynLibContext> context) {
-  OpenContexts().push_back(context.get());
+  sockets[context->id] = context->fd.Get();
   return context.release();
 }
 
 /// Remove the context's socket file if it is still its own. The socket is open, so that no other file can have its
 /// inode number. 0 or an errno value.
 int RemoveSocketFile(const RynLibContext &context) {
+  // With its folder the file has gone.
+  if (access(context.path.substr(0, context.path.rfind('/')).c_str(), F_OK) != 0 && errno == ENOENT) return 0;
   FolderLock lock;
   if (const int error = lock.Take(context.path); error != 0) return error;
   struct stat status {};
@@ -92,8 +109,8 @@ size_t QueueLimit() {
 }
 
 /// Discard what is in the queue of a kernel context's socket. 0 or an errno value.
-int DrainKernelSocket(int fd, size_t *records, size_t *bytes) {
-  if (DropHeldRecord(fd, bytes)) ++*records;
+int DrainKernelSocket(uint32_t id, int fd, size_t *records, size_t *bytes) {
+  if (DropHeldRecord(id, bytes)) ++*records;
   for (size_t left = QueueLimit(); left > 0; --left) {
     const ssize_t got = recv(fd, nullptr, 0, MSG_DONTWAIT | MSG_TRUNC);
     if (got < 0) return errno == EAGAIN || errno == EINTR ? 0 : errno;
@@ -105,11 +122,8 @@ int DrainKernelSocket(int fd, size_t *records, size_t *bytes) {
 
 }  // namespace
 
-const RynLibContext *FindContext(int fd) {
-  for (const RynLibContext *context : OpenContexts()) {
-    if (context->fd.Get() == fd) return context;
-  }
-  return nullptr;
+uint32_t FindContext(int fd) {
+  return static_cast<uint32_t>(std::find(sockets.begin(), sockets.begin() + kRynUserContext, fd) - sockets.begin());
 }
 
 }  // namespace hosted
@@ -117,26 +131,30 @@ const RynLibContext *FindContext(int fd) {
 int RynLib_AsyncContextOpen(uint32_t id, RynLibHandle *handle) {
   *handle = nullptr;
   if (id >= kRynAsyncContexts) return EINVAL;
-  const std::string path = hosted::KernelSocketPath(id);
-  auto context = hosted::MakeContext(id, path, path.substr(path.rfind('/') + 1).c_str());
-  if (const int error = hosted::OpenContext(SOCK_DGRAM, 0600, 0700, context.get()); error != 0) return error;
-  *handle = hosted::HandOut(std::move(context));
-  return 0;
+  return hosted::Guard([&] {
+    const std::string path = hosted::KernelSocketPath(id);
+    auto context = hosted::MakeContext(id, path, path.substr(path.rfind('/') + 1).c_str());
+    if (const int error = hosted::OpenContext(SOCK_DGRAM, 0600, 0700, context.get()); error != 0) return error;
+    *handle = hosted::HandOut(std::move(context));
+    return 0;
+  });
 }
 
 int RynLib_UserContextOpen(uint32_t id, RynLibHandle *handle) {
   *handle = nullptr;
   if (id != kRynUserContext) return EINVAL;
-  auto context = hosted::MakeContext(id, hosted::RootPath(hosted::kUserSocket), "user");
-  if (const int error = hosted::OpenContext(SOCK_SEQPACKET, 0660, 0755, context.get()); error != 0) return error;
-  // Accepted connections inherit it: packets then carry credentials, which tell an empty one from the end.
-  constexpr int kOn = 1;
-  setsockopt(context->fd.Get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
-  // A caller that is gone again by the time it is accepted must not hold up the poll loop.
-  fcntl(context->fd.Get(), F_SETFL, O_NONBLOCK);
-  context->acceptor = std::make_unique<base::Acceptor>();
-  *handle = hosted::HandOut(std::move(context));
-  return 0;
+  return hosted::Guard([&] {
+    auto context = hosted::MakeContext(id, hosted::RootPath(hosted::kUserSocket), "user");
+    if (const int error = hosted::OpenContext(SOCK_SEQPACKET, 0660, 0755, context.get()); error != 0) return error;
+    // Accepted connections inherit it: packets then carry credentials, which tell an empty one from the end.
+    constexpr int kOn = 1;
+    setsockopt(context->fd.Get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
+    // A caller that is gone again by the time it is accepted must not hold up the poll loop.
+    fcntl(context->fd.Get(), F_SETFL, O_NONBLOCK);
+    context->acceptor = std::make_unique<base::Acceptor>();
+    *handle = hosted::HandOut(std::move(context));
+    return 0;
+  });
 }
 
 int RynLib_HandleToFd(RynLibHandle handle, int *fd) {
@@ -159,8 +177,9 @@ int RynLib_Reset(RynLibHandle handle) {
   if (handle->id == kRynUserContext) {
     hosted::DrainUserConnections(&records, &bytes);
   } else {
-    error = hosted::DrainKernelSocket(handle->fd.Get(), &records, &bytes);
+    error = hosted::DrainKernelSocket(handle->id, handle->fd.Get(), &records, &bytes);
   }
+  hosted::CountReset(handle->id, records, bytes);
   hosted::Log("Reset of %s discarded %zu records, %zu bytes", handle->name.data(), records, bytes);
   return error;
 }
@@ -168,9 +187,15 @@ int RynLib_Reset(RynLibHandle handle) {
 int RynLib_Close(RynLibHandle handle) {
   if (handle == nullptr) return EINVAL;
   const std::unique_ptr<RynLibContext> context(handle);
-  std::erase(hosted::OpenContexts(), handle);
+  using hosted::sockets;
+  sockets[handle->id] = -1;
   size_t bytes = 0;
-  hosted::DropHeldRecord(context->fd.Get(), &bytes);
-  if (hosted::OpenContexts().empty()) hosted::LogLastDiscards();
-  return hosted::RemoveSocketFile(*context);
+  hosted::DropHeldRecord(handle->id, &bytes);
+  if (std::ranges::count(sockets, -1) == std::ssize(sockets)) hosted::TellLastDiscards();
+  const int error = hosted::Guard([&] { return hosted::RemoveSocketFile(*context); });
+  // Callers that nobody has accepted are closed with it, and with them what their packets carry.
+  if (handle->acceptor != nullptr && !base::RefusesDescriptors(context->fd.Get())) {
+    hosted::CloseElsewhere(context->fd.Release());
+  }
+  return error;
 }

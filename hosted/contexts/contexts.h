@@ -24,12 +24,12 @@ struct RynLibContext {
 
 namespace hosted {
 
-/// The context that owns `fd`, or null: that of a kernel socket, none for a user connection.
-const RynLibContext *FindContext(int fd);
+/// The open kernel context that owns `fd`; kRynUserContext without one.
+uint32_t FindContext(int fd);
 
-/// Discard the record of a kernel socket that waits for a larger buffer, adding its length to `bytes`. False without
-/// one.
-bool DropHeldRecord(int fd, size_t *bytes);
+/// Discard the record of kernel context `id` that waits for a larger buffer, adding its length to `bytes`. False
+/// without one.
+bool DropHeldRecord(uint32_t id, size_t *bytes);
 
 /// Whether `fd` is a user connection that is open.
 bool IsUserConnection(int fd);

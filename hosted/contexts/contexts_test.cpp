@@ -1,21 +1,28 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <set>
 #include <thread>
 
+#include "base/unixListener.h"
 #include "hosted/contexts/discardLog.h"
 #include "hosted/testSupport.h"
 #include "platform/ryn.h"
+#include "platform/statistics.h"
 
 namespace hosted {
 namespace {
@@ -138,6 +145,8 @@ TEST_F(KernelContextTest, NeverCutsARecordThatComesWhileItLooks) {
 }
 
 TEST_F(KernelContextTest, DiscardsBadRecordsAndGoesOn) {
+  RynContextStatistics before{}, after{};
+  EXPECT_EQ(RynLib_GetContextStatistics(7, &before), 0);
   const Bytes good = RecordOf("ryn.a");
   SendTo(sender_.Get(), {});
   SendTo(sender_.Get(), BadRecord());
@@ -145,26 +154,65 @@ TEST_F(KernelContextTest, DiscardsBadRecordsAndGoesOn) {
   SendTo(sender_.Get(), {});
   EXPECT_EQ(Read(fd_), 0);
   EXPECT_EQ(record_, good);
-  EXPECT_EQ(log_.NextMessage(), "Discarded 2 bad records of kernel-07, the first: the packet is empty");
+  EXPECT_EQ(log_.NextMessage(), "Discarded 1 bad record of kernel-07: the packet is empty");
   EXPECT_EQ(Read(fd_), 0);
   EXPECT_EQ(record_.size(), 0u);
   EXPECT_EQ(PollEvents(fd_), 0);      // the empty one is gone, too
   EXPECT_EQ(log_.NextMessage(), "");  // it came within the second
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  EXPECT_EQ(Read(fd_), 0);  // no record at all, and yet it tells
+  const std::vector<std::string> sums = log_.AllMessages();
+  EXPECT_EQ(
+      std::set<std::string>(sums.begin(), sums.end()),
+      (std::set<std::string>{"Discarded 1 more bad record of kernel-07: the packet is empty",
+                             "Discarded 1 more bad record of kernel-07: the number of arguments is not the header's"}));
+  SendTo(sender_.Get(), {});
+  EXPECT_EQ(Read(fd_), 0);
+  EXPECT_EQ(log_.NextMessage(), "");
+  EXPECT_EQ(RynLib_Reset(handle_), 0);
+  log_.NextMessage();
   RynLib_Close(std::exchange(handle_, nullptr));
-  EXPECT_EQ(log_.NextMessage(), "Discarded 1 more bad record since the last such line");
+  EXPECT_EQ(log_.NextMessage(), "Discarded 1 more bad record of kernel-07: the packet is empty");
+  EXPECT_EQ(RynLib_GetContextStatistics(7, &after), 0);
+  EXPECT_EQ(after.records - before.records, 1u);
+  EXPECT_EQ(after.bytes - before.bytes, good.size());
+  EXPECT_EQ(after.resets - before.resets, 1u);
+  std::map<std::string, uint64_t> reasons;
+  for (size_t i = 0; i < kRynDiscardReasons; ++i) {
+    if (after.discarded[i] != before.discarded[i]) {
+      reasons[RynLib_DiscardReason(i)] = after.discarded[i] - before.discarded[i];
+    }
+  }
+  EXPECT_EQ(reasons, (std::map<std::string, uint64_t>{{"the packet is empty", 3},
+                                                      {"the number of arguments is not the header's", 1}}));
+  EXPECT_EQ(RynLib_GetContextStatistics(kRynUserContext + 1, &after), EINVAL);
 }
 
-TEST(DiscardLog, TellsAtMostOnceASecond) {
+TEST(DiscardLog, TellsTheFirstAtOnceAndTheRestAsSums) {
   DiscardLog log;
-  EXPECT_EQ(log.Line(5000, "kernel-00", 1, "why"), "Discarded 1 bad record of kernel-00: why");
-  EXPECT_EQ(log.Line(5000, "kernel-00", 64, "why"), "");
-  EXPECT_EQ(log.Line(5999, "user", 2, "why"), "");
-  EXPECT_EQ(log.Line(6000, "user", 3, "because"),
-            "Discarded 3 bad records of user, the first: because (and 66 more since the last such line)");
-  EXPECT_EQ(log.Line(6999, "user", 1, "why"), "");
-  EXPECT_EQ(log.LastLine(), "Discarded 1 more bad record since the last such line");
-  EXPECT_EQ(log.LastLine(), "");
-  EXPECT_EQ(log.Line(7000, "user", 1, "why"), "Discarded 1 bad record of user: why");
+  const Sender none, one{1, 100}, two{2, 100};
+  Discarded sum;
+  EXPECT_TRUE(log.Add(5000, 7, 0, none));
+  EXPECT_FALSE(log.Add(5000, 7, 0, none));
+  EXPECT_FALSE(log.Add(5999, kRynUserContext, 1, one));
+  EXPECT_FALSE(log.Add(5999, kRynUserContext, 1, one));
+  EXPECT_FALSE(log.Add(5999, kRynUserContext, 2, one));
+  EXPECT_FALSE(log.Add(5999, kRynUserContext, 2, two));
+  EXPECT_FALSE(log.TakeDue(5999, &sum));
+  // Each sum has its own sender.
+  const auto is = [&sum](uint32_t context, size_t reason, uint64_t count, const Sender &sender, bool several) {
+    return sum.context == context && sum.reason == reason && sum.count == count && sum.sender.pid == sender.pid &&
+           sum.several == several;
+  };
+  EXPECT_TRUE(log.TakeDue(6000, &sum) && is(7, 0, 1, none, false));
+  EXPECT_TRUE(log.TakeDue(6000, &sum) && is(kRynUserContext, 1, 2, one, false));
+  EXPECT_TRUE(log.TakeDue(6000, &sum) && is(kRynUserContext, 2, 2, two, true));
+  EXPECT_FALSE(log.TakeDue(6000, &sum));
+  EXPECT_FALSE(log.Add(6999, 7, 0, none)) << "the sums were lines of this second";
+  EXPECT_TRUE(log.TakeLast(&sum) && is(7, 0, 1, none, false));
+  EXPECT_FALSE(log.TakeLast(&sum));
+  EXPECT_TRUE(log.Add(6999, 7, 0, none));
+  EXPECT_TRUE(log.Add(7999, 7, 0, none)) << "a second without any";
 }
 
 TEST_F(KernelContextTest, FindsTheGoodRecordBehindAFlood) {
@@ -212,9 +260,13 @@ TEST_F(KernelContextTest, RemovesNoFileButItsOwn) {
   ASSERT_EQ(ServeUnixSocket(path, SOCK_DGRAM, 0600, &successor), 0);
   EXPECT_EQ(RynLib_Close(handle_), 0);
   EXPECT_TRUE(std::filesystem::exists(path));
-  ASSERT_EQ(RynLib_AsyncContextOpen(8, &handle_), 0);
-  std::filesystem::remove(KernelSocketPath(8));
-  EXPECT_EQ(RynLib_Close(std::exchange(handle_, nullptr)), 0);
+  for (const std::string &gone : {KernelSocketPath(8), RootPath(kContextFolder)}) {
+    ASSERT_EQ(RynLib_AsyncContextOpen(8, &handle_), 0);
+    std::filesystem::remove_all(gone);
+    log_.AllMessages();
+    EXPECT_EQ(RynLib_Close(std::exchange(handle_, nullptr)), 0) << gone;
+    EXPECT_EQ(log_.NextMessage(), "");
+  }
 }
 
 TEST_F(KernelContextTest, TellsWhyItCannotBeOpened) {
@@ -249,6 +301,7 @@ class UserContextTest : public ContextTest {
   }
 
   base::UniqueFd peer_;
+  std::vector<base::UniqueFd> lingering_;
 };
 
 TEST_F(UserContextTest, TakesUserRecordsOnly) {
@@ -263,9 +316,8 @@ TEST_F(UserContextTest, TakesUserRecordsOnly) {
   SendTo(peer_.Get(), good);
   EXPECT_EQ(Read(fd_), 0);
   EXPECT_EQ(record_, good);
-  EXPECT_EQ(log_.NextMessage(), "Discarded 4 bad records of user (pid " + std::to_string(getpid()) + ", uid " +
-                                    std::to_string(getuid()) +
-                                    "), the first: its id does not begin with \"ryn.user.\"");
+  const std::string sender = "user (pid " + std::to_string(getpid()) + ", uid " + std::to_string(getuid()) + "): ";
+  EXPECT_EQ(log_.NextMessage(), "Discarded 1 bad record of " + sender + "its id does not begin with \"ryn.user.\"");
 }
 
 TEST_F(UserContextTest, TellsAnEmptyPacketFromTheEnd) {
@@ -349,16 +401,18 @@ msghdr MessageOf(iovec *bytes, char *control, size_t controlSize) {
   return message;
 }
 
-void SendWithDescriptor(int fd, Bytes record) {
+/// 0 or an errno value.
+int SendWithDescriptors(int fd, Bytes record, const std::vector<int> &attached) {
   iovec part{record.data(), record.size()};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-  const msghdr message = MessageOf(&part, control, sizeof control);
+  alignas(cmsghdr) char control[CMSG_SPACE(253 * sizeof(int))] = {};
+  const size_t size = attached.size() * sizeof(int);
+  const msghdr message = MessageOf(&part, control, CMSG_SPACE(size));
   cmsghdr *header = CMSG_FIRSTHDR(&message);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
-  header->cmsg_len = CMSG_LEN(sizeof(int));
-  std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-  ASSERT_GT(sendmsg(fd, &message, 0), 0);
+  header->cmsg_len = CMSG_LEN(size);
+  std::memcpy(CMSG_DATA(header), attached.data(), size);
+  return sendmsg(fd, &message, MSG_NOSIGNAL) > 0 ? 0 : errno;
 }
 
 ptrdiff_t OpenDescriptors() {
@@ -373,7 +427,7 @@ bool TakesDescriptorsInAnyway() {
   const base::UniqueFd sender(ends[0]), receiver(ends[1]);
   constexpr int kOn = 1;
   setsockopt(receiver.Get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
-  SendWithDescriptor(sender.Get(), {std::byte{1}});
+  EXPECT_EQ(SendWithDescriptors(sender.Get(), {std::byte{1}}, {0}), 0);
   char byte = 0;
   iovec part{&byte, 1};
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
@@ -383,14 +437,120 @@ bool TakesDescriptorsInAnyway() {
   return OpenDescriptors() != before;
 }
 
-TEST_F(UserContextTest, TakesInNoDescriptorsOfAPeer) {
+TEST_F(UserContextTest, RefusesDescriptorsOfAPeer) {
+  if (!base::RefusesDescriptors(fd_)) GTEST_SKIP() << "the kernel can't";
   const Bytes good = RecordOf("ryn.user.a");
-  if (TakesDescriptorsInAnyway()) GTEST_SKIP() << "not with these emulated system calls";
-  SendWithDescriptor(peer_.Get(), good);
-  const ptrdiff_t before = OpenDescriptors();
+  base::UniqueFd early;  // not accepted yet
+  ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &early), 0);
+  for (const int sender : {peer_.Get(), early.Get()}) {
+    EXPECT_EQ(SendWithDescriptors(sender, good, {0}), EPERM);
+  }
+  SendTo(peer_.Get(), good);
   EXPECT_EQ(Read(fd_), 0);
   EXPECT_EQ(record_, good);
-  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+/// A connection over TCP whose close takes its sender's linger time: what is sent on it is never read.
+std::vector<base::UniqueFd> LingeringConnection() {
+  std::vector<base::UniqueFd> fds;
+  fds.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  EXPECT_EQ(bind(fds[0].Get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(fds[0].Get(), 1), 0);
+  EXPECT_EQ(getsockname(fds[0].Get(), reinterpret_cast<sockaddr *>(&address), &size), 0);
+  fds.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  connect(fds[1].Get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
+  pollfd connected{fds[1].Get(), POLLOUT, 0};
+  EXPECT_EQ(poll(&connected, 1, 5000), 1);
+  const std::string text(1 << 16, 'x');
+  while (send(fds[1].Get(), text.data(), text.size(), MSG_NOSIGNAL) > 0) {
+  }
+  constexpr linger kLong{1, 60};
+  EXPECT_EQ(setsockopt(fds[1].Get(), SOL_SOCKET, SO_LINGER, &kLong, sizeof kLong), 0);
+  return fds;
+}
+
+/// Where the kernel lets descriptors through, whoever closes the last one waits as long as its maker likes.
+TEST_F(UserContextTest, IsNotHeldUpByDescriptorsOfAPeer) {
+  if (TakesDescriptorsInAnyway()) GTEST_SKIP() << "not with these emulated system calls";
+  constexpr int kOn = 1;
+  setsockopt(fd_, SOL_SOCKET, base::kPassRights, &kOn, sizeof kOn);  // as a kernel that can't refuse them
+  const Bytes good = RecordOf("ryn.user.a");
+  const ptrdiff_t before = OpenDescriptors();
+  const auto send = [&](size_t copies) {
+    std::vector<base::UniqueFd> lingering = LingeringConnection();
+    ASSERT_EQ(SendWithDescriptors(peer_.Get(), good, std::vector<int>(copies, lingering[1].Get())), 0);
+    lingering[1].Reset();
+    lingering_.push_back(std::move(lingering[0]));
+  };
+  const auto start = std::chrono::steady_clock::now();
+  const auto closesInTime = [&] {
+    for (int i = 0; i < 500 && OpenDescriptors() > before + static_cast<ptrdiff_t>(lingering_.size()) + 2; ++i)
+      usleep(10'000);
+    EXPECT_LE(OpenDescriptors(), before + static_cast<ptrdiff_t>(lingering_.size()) + 2) << "the closing thread's pipe";
+  };
+  for (const size_t copies : {1U, 253U}) {
+    send(copies);
+    EXPECT_EQ(Read(fd_), 0);
+    EXPECT_EQ(record_, good);
+    closesInTime();
+  }
+  send(1);
+  EXPECT_EQ(RynLib_Reset(handle_), 0);
+  closesInTime();
+  // Without room for all of them the packet is not taken at all, and its connection ends.
+  send(253);
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit few{static_cast<rlim_t>(peer_.Get()) + 20, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_EQ(Read(fd_), 0);
+  EXPECT_EQ(record_.size(), 0u);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_NE(PollEvents(fd_) & POLLHUP, 0);
+  EXPECT_EQ(Read(fd_), 0);
+  EXPECT_EQ(RynLib_UserContextCloseCnx(fd_), 0);  // and what is unread goes with the connection
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+}
+
+TEST_F(UserContextTest, CountsAndNamesWhoIsServedAndWhoIsRefused) {
+  RynUserStatistics before{}, after{};
+  RynLib_GetUserStatistics(&before);
+  const auto me = "of pid " + std::to_string(getpid()) + ", uid " + std::to_string(getuid());
+  int32_t pid = 0;
+  uint32_t uid = 1;
+  EXPECT_EQ(RynLib_UserConnectionSender(fd_, &pid, &uid), 0);
+  EXPECT_EQ(pid, getpid());
+  EXPECT_EQ(uid, getuid());
+  EXPECT_EQ(RynLib_UserConnectionSender(-1, &pid, &uid), ENOENT);
+  // Another process sends over the same connection.
+  const pid_t child = fork();
+  if (child == 0) {
+    const Bytes record = RecordOf("ryn.user.a");
+    _exit(::send(peer_.Get(), record.data(), record.size(), 0) > 0 ? 0 : 1);
+  }
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(Read(fd_), 0);
+  EXPECT_EQ(RynLib_UserConnectionSender(fd_, &pid, &uid), 0);
+  EXPECT_EQ(pid, child);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // until a line may come again
+  for (int i = 0; i < 3; ++i) {
+    base::UniqueFd caller;
+    int fd = -1;
+    ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &caller), 0);
+    ASSERT_EQ(RynLib_UserContextNewCnx(handle_, &fd), 0);
+    EXPECT_EQ(RynLib_UserContextCloseCnx(fd), 0);
+  }
+  RynLib_GetUserStatistics(&after);
+  EXPECT_EQ(after.accepted - before.accepted, 3u);
+  EXPECT_EQ(after.refused - before.refused, 3u);
+  EXPECT_EQ(after.now, before.now);
+  const std::vector<std::string> lines = log_.AllMessages();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_TRUE(lines[0].starts_with("Refused a user connection " + me + ": as many as can be served are open"));
 }
 
 TEST_F(UserContextTest, TurnsCallersAwayWithoutDescriptors) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/unixAddress.h"
+#include "base/unixListener.h"
 #include "hosted/contexts/folderLock.h"
 
 namespace hosted {
@@ -43,12 +44,9 @@ int RemoveStale(const std::string &path, const base::UnixAddress &address, int t
 
 /// Bind `fd` and make it ready for callers; the folder is locked. 0 or an errno value.
 int BindSocket(int fd, const std::string &path, const base::UnixAddress &address, int type, mode_t mode) {
-  // The file takes its mode from the socket, less the umask: never wider than asked for, and widened afterwards.
-  if (fchmod(fd, mode) != 0) return errno;
-  if (bind(fd, address.Get(), base::UnixAddress::kLength) != 0) return errno;
-  if (chmod(path.c_str(), mode) == 0 && (type == SOCK_DGRAM || listen(fd, SOMAXCONN) == 0)) return 0;
-  const int error = errno;
-  unlink(path.c_str());
+  int error = base::BindListener(fd, path, address, mode);
+  if (error == 0 && type != SOCK_DGRAM && listen(fd, SOMAXCONN) != 0) error = errno;
+  if (error != 0 && error != EADDRINUSE) unlink(path.c_str());
   return error;
 }
 

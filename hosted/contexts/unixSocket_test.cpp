@@ -2,12 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <map>
 #include <vector>
 
@@ -87,6 +90,47 @@ TEST(UnixSocket, GivesTheModeWhateverTheUmask) {
     EXPECT_EQ(MakeFolders(root / "/file", 0700), ENOTDIR);
     EXPECT_EQ(MakeFolders(root / "/file/below", 0700), ENOTDIR);
   }
+}
+
+TEST(UnixSocket, GivesTheFoldersGroupWhereItMay) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may give any group";
+  const testing_support::TestRoot root;
+  ASSERT_EQ(chown(root.Path().c_str(), 0, 4711), 0);
+  base::UniqueFd fd;
+  ASSERT_EQ(ServeUnixSocket(root / "/socket", SOCK_DGRAM, 0660, &fd), 0);
+  struct stat status {};
+  ASSERT_EQ(lstat((root / "/socket").c_str(), &status), 0);
+  EXPECT_EQ(status.st_gid, 4711u);
+  EXPECT_EQ(status.st_mode & 07777, 0660u);
+}
+
+/// Anybody who may read the folder can lock it, and whoever may write to it can make a lock file of his own.
+TEST(UnixSocket, IsNotHeldUpByTheLockOfAStranger) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  const testing_support::TestRoot root;
+  ASSERT_EQ(chmod(root.Path().c_str(), 01777), 0);
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const base::UniqueFd told(ends[0]), tell(ends[1]);
+  const pid_t stranger = fork();
+  if (stranger == 0) {
+    if (setresuid(65534, 65534, 65534) != 0) _exit(1);
+    const int folder = open(root.Path().c_str(), O_RDONLY | O_DIRECTORY);
+    const int file = open((root / "/.lock").c_str(), O_RDWR | O_CREAT, 0666);
+    const bool locked = flock(folder, LOCK_EX) == 0 && flock(file, LOCK_EX) == 0;
+    if (write(tell.Get(), locked ? "y" : "n", 1) == 1) pause();
+    _exit(1);
+  }
+  char locked = 'n';
+  EXPECT_EQ(read(told.Get(), &locked, 1), 1);
+  EXPECT_EQ(locked, 'y');
+  const auto start = std::chrono::steady_clock::now();
+  base::UniqueFd fd;
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(ServeUnixSocket(root / "/socket", SOCK_DGRAM, 0600, &fd), i == 0 ? 0 : EADDRINUSE);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20)) << "2 s each when it waits";
+  kill(stranger, SIGKILL);
+  waitpid(stranger, nullptr, 0);
 }
 
 /// What `count` processes get that all serve `path` at the same time and keep it until the last has tried.

@@ -333,7 +333,7 @@ TEST(SystemLog, GivesATerminalNothingThatSteersIt) {
       {"\x9b\x33\x31m \xc2\x9b \xe2\x80\xae \x7f", "\\x9b31m \\u009b \\u202e \\x7f"},
   };
   for (const auto &[text, shown] : rows) {
-    EXPECT_EQ(StandardErrorOf([&] { LogText(text); }), "rynd: " + std::string(shown) + "\n");
+    EXPECT_EQ(StandardErrorOf([line = text] { LogText(line); }), "rynd: " + std::string(shown) + "\n");
   }
   EXPECT_EQ(StandardErrorOf([] { EXPECT_TRUE(Hyk_WriteStandardError("two\nlines", 9)); }), "two\\nlines\n");
 }

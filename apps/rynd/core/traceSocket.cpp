@@ -9,6 +9,7 @@
 
 #include "base/acceptor.h"
 #include "base/unixAddress.h"
+#include "base/unixListener.h"
 #include "core/log.h"
 #include "core/traceFeed.h"
 #include "platform/system.h"
@@ -18,6 +19,7 @@ namespace {
 
 constexpr char kTraceSocketPath[] = "/var/run/corvane/rynd-trace.sock";
 constexpr int kBacklog = 4096;
+constexpr mode_t kMode = 0660;
 
 int listener = -1;
 
@@ -27,10 +29,9 @@ int Listen(const std::string &path, base::UniqueFd *fd) {
   if (const int status = base::MakeUnixAddress(path, &address); status != 0) return status;
   unlink(path.c_str());
   fd->Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!*fd || bind(fd->Get(), address.Get(), base::UnixAddress::kLength) != 0 || listen(fd->Get(), kBacklog) != 0) {
-    return errno;
-  }
-  return 0;
+  if (!*fd) return errno;
+  if (const int status = base::BindListener(fd->Get(), path, address, kMode); status != 0) return status;
+  return listen(fd->Get(), kBacklog) == 0 ? 0 : errno;
 }
 
 }  // namespace

@@ -22,9 +22,12 @@ int RynLib_AsyncContextOpen(uint32_t id, RynLibHandle *handle);
 int RynLib_UserContextOpen(uint32_t id, RynLibHandle *handle);
 /// Accept one user connection. 0 and its descriptor, which RynLib_UserContextCloseCnx closes, or a positive status.
 int RynLib_UserContextNewCnx(RynLibHandle handle, int *fd);
-/// Close one user connection. 0, or negative when `fd` is none, or when its last read stopped at a flood of bad records
-/// and more may wait behind them: read again.
+/// Close one user connection; one that was never read from counts as refused, and is logged. 0, or negative when `fd`
+/// is none, or when its last read stopped at a flood of bad records and more may wait behind them: read again.
 int RynLib_UserContextCloseCnx(int fd);
+/// Which program sent the record that was last read from a user connection; before the first, which one has connected.
+/// 0, or ENOENT when `fd` is none.
+int RynLib_UserConnectionSender(int fd, int32_t *pid, uint32_t *uid);
 /// The pollable descriptor of a context, borrowed. 0 or a positive status.
 int RynLib_HandleToFd(RynLibHandle handle, int *fd);
 /// The context's name, for diagnostics, into kRynLibNameSize bytes. 0 or a positive status.
