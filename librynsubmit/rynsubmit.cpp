@@ -4,27 +4,27 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <linux/sockios.h>
 #include <poll.h>
-#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
-/// Other threads may be sending while one connects again: the new socket takes the old one's number in one step
-/// (dup3), so that `fd` itself never changes.
+/// One thread at a time holds `owner` and uses the rest.
 struct rynsubmit {
   sockaddr_un address;
   int timeoutMs;
-  int fd;
+  int fd;        ///< -1 for none
+  dev_t device;  ///< with `inode`: the socket that `fd` stands for, unless the program has closed it
+  ino_t inode;
+  pid_t process;      ///< that connected: another one shares the socket with it, and makes its own
   uint64_t sequence;  ///< the last record's number; atomic
-  uint64_t settled;   ///< how many connections the daemon has taken something from; atomic, raised under `settling`
-  pthread_mutex_t settling;
+  pid_t owner;        ///< the process one of whose threads uses the connection; 0 for none; atomic
 };
 
 namespace {
@@ -35,161 +35,186 @@ constexpr size_t kHeaderSize = 32;
 constexpr size_t kArgumentHeaderSize = 8;
 /// Room for two of the largest records: the kernel counts its own overhead too.
 constexpr int kSendBuffer = 2 * 128 * 1024;
-constexpr int kBacklogPauseMs = 10;
-constexpr int kPollSliceMs = 50;
-/// How long a daemon that has no room may take to close a connection.
-constexpr int kRefusalMs = 100;
+constexpr int64_t kMicrosecond = 1000, kMillisecond = 1'000'000;  // in nanoseconds
+/// The pauses of a wait that nothing can wake: short at first, as the daemon mostly answers at once.
+constexpr int64_t kFirstPause = 20 * kMicrosecond, kLastPause = 10 * kMillisecond;
+/// The longest pause of a thread that another one may let on at any time.
+constexpr int64_t kTurnPause = 200 * kMicrosecond;
+/// A daemon that starts gives its socket file the rights of others last.
+constexpr int64_t kRightsGrace = 200 * kMillisecond;
 
-int64_t MillisecondsNow() {
+int64_t NanosecondsNow() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-/// The end of a wait. `Left` is in milliseconds: 0 when it has passed, -1 when there is none.
-class Deadline {
+/// The end of a wait, and the pauses in it.
+class Wait {
  public:
-  explicit Deadline(int timeoutMs) : endMs_(timeoutMs < 0 ? -1 : MillisecondsNow() + timeoutMs) {}
-  int Left() const {
-    if (endMs_ < 0) return -1;
-    const int64_t left = endMs_ - MillisecondsNow();
-    return left > 0 ? static_cast<int>(left) : 0;
+  /// 0 milliseconds have passed at once; negative ones never do.
+  explicit Wait(int timeoutMs)
+      : start_(NanosecondsNow()), end_(timeoutMs < 0 ? -1 : start_ + int64_t{timeoutMs} * kMillisecond) {}
+  bool IsOver() const { return end_ >= 0 && NanosecondsNow() >= end_; }
+  int64_t Elapsed() const { return NanosecondsNow() - start_; }
+  /// The next pauses are short ones again.
+  void Hurry() { pause_ = kFirstPause; }
+  /// Sleep for a while, at most until the end, and each time for longer, up to `longest`. Signals may end it early.
+  void Pause(int64_t longest = kLastPause) {
+    int64_t pause = pause_ < longest ? pause_ : longest;
+    pause_ = 2 * pause;
+    if (end_ >= 0) {
+      const int64_t left = end_ - NanosecondsNow();
+      if (left <= 0) return;
+      if (pause > left) pause = left;
+    }
+    const timespec time{0, pause};
+    nanosleep(&time, nullptr);
   }
 
  private:
-  int64_t endMs_;
+  int64_t start_;
+  int64_t end_;
+  int64_t pause_ = kFirstPause;
 };
 
-void Pause(int milliseconds) {
-  const timespec pause{milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
-  nanosleep(&pause, nullptr);
-}
-
-/// A socket that is connected to `address`. 0 or an errno value.
-int Connect(const sockaddr_un &address, const Deadline &deadline, int *out) {
-  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) return errno;
-  // Best effort: where the host allows less, sending says so.
-  setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
-  int error = 0;
-  do {
-    error = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ? 0 : errno;
-    if (error != EAGAIN) continue;
-    // The backlog is full, and there is nothing to poll for.
-    const int left = deadline.Left();
-    if (left == 0) {
-      error = ETIMEDOUT;
-    } else {
-      Pause(left < 0 || left > kBacklogPauseMs ? kBacklogPauseMs : left);
+/// Holds a connection's `owner` as long as it lives. A process that was forked while another thread held it takes it
+/// over: that thread is not in it.
+class Holder {
+ public:
+  Holder(rynsubmit *connection, Wait *wait) : connection_(connection) {
+    const pid_t self = getpid();
+    for (;;) {
+      pid_t owner = __atomic_load_n(&connection->owner, __ATOMIC_RELAXED);
+      if (owner != self &&
+          __atomic_compare_exchange_n(&connection->owner, &owner, self, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) {
+        holds_ = true;
+        break;
+      }
+      if (wait->IsOver()) break;
+      wait->Pause(kTurnPause);
     }
-  } while (error == EINTR || error == EAGAIN);
-  if (error != 0) {
-    close(fd);
-    return error;
+    wait->Hurry();
   }
-  *out = fd;
-  return 0;
-}
+  ~Holder() {
+    if (holds_) __atomic_store_n(&connection_->owner, 0, __ATOMIC_RELEASE);
+  }
+  Holder(const Holder &) = delete;
+  Holder &operator=(const Holder &) = delete;
+  bool Holds() const { return holds_; }
 
-/// Send one packet. 0, or an errno value.
-int Send(int fd, const void *bytes, size_t size, const Deadline &deadline) {
-  while (send(fd, bytes, size, MSG_NOSIGNAL) < 0) {
-    const int error = errno;
-    if (error == EINTR) continue;
-    if (error != EAGAIN && error != ENOBUFS) return error;
-    const int left = deadline.Left();
-    if (left == 0) return ETIMEDOUT;
-    if (error == ENOBUFS) {
-      Pause(left < 0 || left > kBacklogPauseMs ? kBacklogPauseMs : left);
-      continue;
-    }
-    // In slices: when another thread connects again, a poll goes on waiting for the socket that was there before.
-    pollfd writable{fd, POLLOUT, 0};
-    poll(&writable, 1, left < 0 || left > kPollSliceMs ? kPollSliceMs : left);
-  }
-  return 0;
+ private:
+  rynsubmit *connection_;
+  bool holds_ = false;
+};
+
+bool IsAbsent(int error) {
+  return error == ENOENT || error == ECONNREFUSED || error == EAGAIN;
 }
 
 bool IsGone(int error) {
   return error == EPIPE || error == ECONNRESET || error == ENOTCONN || error == ECONNREFUSED;
 }
 
-/// Wait until the daemon has read all that was sent on `fd`. 0, also when the deadline passes first; ECONNRESET when
-/// the daemon has hung up without.
-int WaitTaken(int fd, const Deadline &deadline) {
-  for (int sliceMs = 1;; sliceMs = sliceMs < kPollSliceMs ? 2 * sliceMs : kPollSliceMs) {
+/// Whether the connection's number still stands for its socket.
+bool IsOurs(const rynsubmit &connection) {
+  struct stat status {};
+  return connection.fd >= 0 && fstat(connection.fd, &status) == 0 && status.st_dev == connection.device &&
+         status.st_ino == connection.inode;
+}
+
+/// Close the socket, if the program has not done so.
+void Disconnect(rynsubmit *connection) {
+  if (IsOurs(*connection)) close(connection->fd);
+  connection->fd = -1;
+}
+
+/// Connect once. 0 or an errno value; EAGAIN for a full backlog.
+int TryConnect(rynsubmit *connection) {
+  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) return errno;
+  // Best effort: where the host allows less, sending says so.
+  setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+  int error = 0;
+  do {
+    error = connect(fd, reinterpret_cast<const sockaddr *>(&connection->address), sizeof connection->address) == 0
+                ? 0
+                : errno;
+  } while (error == EINTR);
+  struct stat status {};
+  if (error == 0 && fstat(fd, &status) != 0) error = errno;
+  if (error != 0) {
+    close(fd);
+    return error;
+  }
+  connection->fd = fd;
+  connection->device = status.st_dev;
+  connection->inode = status.st_ino;
+  connection->process = getpid();
+  return 0;
+}
+
+/// Connect, waiting for a daemon that is not there yet, or has no room for a further caller. 0 or an errno value.
+int Connect(rynsubmit *connection, Wait *wait) {
+  for (;;) {
+    const int error = TryConnect(connection);
+    const bool comes = IsAbsent(error) || (error == EACCES && wait->Elapsed() < kRightsGrace);
+    if (!comes || wait->IsOver()) return error == EAGAIN ? ETIMEDOUT : error;
+    wait->Pause();
+  }
+}
+
+/// Send one packet. 0, or an errno value.
+int Send(int fd, const void *bytes, size_t size, Wait *wait) {
+  while (send(fd, bytes, size, MSG_NOSIGNAL) < 0) {
+    const int error = errno;
+    if (error == EINTR) continue;
+    if (error != EAGAIN && error != ENOBUFS) return error;
+    if (wait->IsOver()) return ETIMEDOUT;
+    wait->Pause();
+  }
+  return 0;
+}
+
+/// Wait until the daemon has read all that was sent on `fd`. 0; ECONNRESET when the daemon has hung up without;
+/// ETIMEDOUT when it has done neither.
+int WaitTaken(int fd, Wait *wait) {
+  for (wait->Hurry();; wait->Pause()) {
     int unread = 0;
-    if (ioctl(fd, SIOCOUTQ, &unread) != 0) return 0;
-    const int left = deadline.Left();
-    const bool isLast = unread == 0 || left == 0;
-    // Asked last: a connection first hangs up, and then what is unread in it goes.
+    if (ioctl(fd, SIOCOUTQ, &unread) != 0) return errno;
+    const bool isOver = wait->IsOver();
+    // Asked behind the other: a connection first hangs up, and then what is unread in it goes.
     pollfd hungUp{fd, 0, 0};
-    if (poll(&hungUp, 1, isLast ? 0 : sliceMs) > 0) {
+    if (poll(&hungUp, 1, 0) > 0) {
       int error = 0;
       socklen_t size = sizeof error;
       getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
       return error == 0 ? 0 : ECONNRESET;
     }
-    if (isLast) return 0;
+    if (unread == 0) return 0;
+    if (isOver) return ETIMEDOUT;
   }
 }
 
-/// Send the first packet of a connection, of a new one when this one `isGone`, and see that it is taken: while the
-/// daemon serves as many connections as it can, it accepts a further one only to close it, with what is in it. A new
-/// one takes the place of the old one once it is served. Under `settling`. 0 or an errno value.
-int SendFirst(rynsubmit *connection, bool isGone, const void *bytes, size_t size, const Deadline &deadline) {
-  for (bool isRefused = false;; isRefused = isGone, isGone = true) {
-    int left = deadline.Left();
-    if (isRefused) {
-      if (left == 0) return ETIMEDOUT;
-      Pause(left < 0 || left > kBacklogPauseMs ? kBacklogPauseMs : left);
-      left = deadline.Left();
+/// Send one packet and see that the daemon takes it; while it is away, or has no room for us and closes the connection
+/// with what is in it, over and over. 0 or an errno value.
+int Deliver(rynsubmit *connection, const void *bytes, size_t size) {
+  Wait wait(connection->timeoutMs);
+  const Holder holder(connection, &wait);
+  if (!holder.Holds()) return ETIMEDOUT;
+  // A process that was forked leaves its parent's connection alone.
+  if (connection->process != getpid()) Disconnect(connection);
+  for (bool isNew = false;; wait.Pause()) {
+    if (!IsOurs(*connection)) {
+      if (const int error = Connect(connection, &wait); error != 0) return error;
+      isNew = true;
     }
-    int fd = connection->fd;
-    if (isGone) {
-      if (const int error = Connect(connection->address, deadline, &fd); error != 0) return error;
-    }
-    int error = Send(fd, bytes, size, deadline);
-    // Near the end of the wait a further refusal would come too late to be seen.
-    const bool isLate = isRefused && left >= 0 && left < kRefusalMs;
-    if (error == 0) error = WaitTaken(fd, isLate ? Deadline(kRefusalMs) : deadline);
-    if (error == 0 && (!isGone || dup3(fd, connection->fd, O_CLOEXEC) >= 0)) {
-      __atomic_add_fetch(&connection->settled, 1, __ATOMIC_RELEASE);
-    }
-    if (isGone) close(fd);
+    int error = Send(connection->fd, bytes, size, &wait);
+    // Who does not wait is content with the kernel's word.
+    if (error == 0 && connection->timeoutMs != 0) error = WaitTaken(connection->fd, &wait);
     if (!IsGone(error)) return error;
-  }
-}
-
-/// A thread that holds `settling` waits no longer than its own deadline, which is about ours. 0 or an errno value.
-int LockSettling(rynsubmit *connection, const Deadline &deadline) {
-  const int left = deadline.Left();
-  if (left < 0) return pthread_mutex_lock(&connection->settling);
-  // Tried again and again, since thread checkers do not know the lock that is timed by the monotonic clock.
-  const Deadline patience(left > INT_MAX - 1000 ? left : left + 1000);
-  int error = 0;
-  while ((error = pthread_mutex_trylock(&connection->settling)) == EBUSY) {
-    if (patience.Left() == 0) return ETIMEDOUT;
-    Pause(1);
-  }
-  return error;
-}
-
-/// Send one packet, over a new connection when the daemon has closed this one. 0 or an errno value.
-int SendOrReconnect(rynsubmit *connection, const void *bytes, size_t size, const Deadline &deadline) {
-  while (true) {
-    const uint64_t seen = __atomic_load_n(&connection->settled, __ATOMIC_ACQUIRE);
-    if (seen > 0) {
-      const int error = Send(connection->fd, bytes, size, deadline);
-      if (!IsGone(error)) return error;
-    }
-    int error = LockSettling(connection, deadline);
-    if (error != 0) return error;
-    // Unless another thread has seen to it in the meantime.
-    const bool isMine = __atomic_load_n(&connection->settled, __ATOMIC_ACQUIRE) == seen;
-    if (isMine) error = SendFirst(connection, seen > 0, bytes, size, deadline);
-    pthread_mutex_unlock(&connection->settling);
-    if (isMine) return error;
+    Disconnect(connection);
+    if (isNew && wait.IsOver()) return ETIMEDOUT;
   }
 }
 
@@ -281,15 +306,15 @@ int rynsubmit_connect(int timeout_ms, rynsubmit **connection) {
   memcpy(made.address.sun_path, root, rootLength);
   memcpy(made.address.sun_path + rootLength, kSocket, sizeof kSocket);
   made.timeoutMs = timeout_ms;
-  const int error = Connect(made.address, Deadline(timeout_ms), &made.fd);
-  if (error != 0) return error;
   auto *kept = static_cast<rynsubmit *>(malloc(sizeof made));
-  if (kept == nullptr) {
-    close(made.fd);
-    return ENOMEM;
+  if (kept == nullptr) return ENOMEM;
+  Wait wait(timeout_ms);
+  const int error = Connect(&made, &wait);
+  if (error != 0) {
+    free(kept);
+    return error;
   }
   *kept = made;
-  pthread_mutex_init(&kept->settling, nullptr);
   *connection = kept;
   return 0;
 }
@@ -314,14 +339,13 @@ int rynsubmit_submit(rynsubmit *connection, const char *id, const char *message,
   record.Bytes(message, messageSize);
   for (size_t i = 0; i < count; ++i) record.Argument(arguments[i]);
 
-  const int error = SendOrReconnect(connection, bytes, size, Deadline(connection->timeoutMs));
+  const int error = Deliver(connection, bytes, size);
   free(bytes);
   return error;
 }
 
 void rynsubmit_close(rynsubmit *connection) {
   if (connection == nullptr) return;
-  close(connection->fd);
-  pthread_mutex_destroy(&connection->settling);
+  Disconnect(connection);
   free(connection);
 }

@@ -2,7 +2,8 @@
  * librynsubmit: programs of the host submit observations to rynd through its user context.
  *
  * For C and C++; depends on nothing but the C library. Every function that returns int returns 0 or a positive errno
- * value. A connection may be used by any number of threads at once, but closed by one when no other uses it any more.
+ * value. A connection may be used by any number of threads at once, one of which is served at a time, but closed by one
+ * when no other uses it any more.
  */
 #ifndef RYNSUBMIT_H
 #define RYNSUBMIT_H
@@ -79,38 +80,41 @@ static inline rynsubmit_argument rynsubmit_string(const char *text) {
 /*
  * Connect to the daemon's user context, $CORVANE_ROOT/var/run/corvane/ryn-user.sock.
  *
- * timeout_ms bounds every wait of this and of later calls for a daemon that takes nothing: milliseconds, 0 for not
- * waiting at all, negative for waiting without end. On success *connection is a new connection, else NULL.
+ * timeout_ms bounds this call, and each later one: milliseconds, 0 for not waiting at all, negative for waiting without
+ * end. It covers a daemon that is not there yet or is being started anew, one that has no room for a further
+ * connection, and one that takes nothing. On success *connection is a new connection, else NULL.
  *
  * The daemon serves eight connections at once, of all programs: keep one no longer than it is of use.
  *
- * ENOENT, ECONNREFUSED  no daemon serves the context
+ * ENOENT, ECONNREFUSED  no daemon has served the context for timeout_ms
  * EACCES                the caller may not use it
  * ETIMEDOUT             more callers wait than the daemon's backlog holds
  * ENAMETOOLONG          CORVANE_ROOT makes the socket's path longer than 107 characters
- * ENOMEM, EMFILE, ...   as socket(2) and connect(2)
+ * ENOMEM, EMFILE, ...   as malloc(3), socket(2) and connect(2)
  */
 RYNSUBMIT_API int rynsubmit_connect(int timeout_ms, rynsubmit **connection);
 
 /*
  * Submit one observation: its id, which must begin with "ryn.user.", its message (NULL for none) and count arguments.
- * It is stamped with the time of day. The observation is taken whole or not at all. When the daemon was started anew
- * since the connection was made, connects again.
+ * It is stamped with the time of day. The observation is taken whole or not at all.
  *
- * The first observation of a connection waits until the daemon has taken it, for timeout_ms at most: so a connection
- * that the daemon had no room for, and has closed, is noticed and made again until there is room. With a timeout_ms of
- * 0 it may go unnoticed, and the observation be lost.
+ * 0 means that the daemon has taken it; with a timeout_ms of 0, that the kernel has, and a daemon that ends before it
+ * has read it, or that has no room for the connection, loses it. A connection that was cut, by a restart of the daemon
+ * or because it had no room, is made again and the observation sent again. One that a program has closed together with
+ * all its descriptors is made again, too, and whatever has its number then is left alone. A process that was forked
+ * makes its own.
  *
  * EINVAL                an id, argument kind, width or value that the daemon would discard
  * EMSGSIZE              a record of more than RYNSUBMIT_MAX_RECORD bytes, or than a socket of this host holds
- * ETIMEDOUT             the daemon's queue stayed full, or it had no room for the connection, for timeout_ms
+ * ETIMEDOUT             the daemon has not taken it for timeout_ms; it still may, so that one who submits it again may
+ *                       be heard twice
  * ENOMEM                no memory for the record
- * others                as rynsubmit_connect: the daemon is gone
+ * others                as rynsubmit_connect
  */
 RYNSUBMIT_API int rynsubmit_submit(rynsubmit *connection, const char *id, const char *message,
                                    const rynsubmit_argument *arguments, size_t count);
 
-/* Close a connection; NULL does nothing. What was submitted is delivered all the same. */
+/* Close a connection; NULL does nothing. What the kernel has taken is delivered all the same. */
 RYNSUBMIT_API void rynsubmit_close(rynsubmit *connection);
 
 #ifdef __cplusplus

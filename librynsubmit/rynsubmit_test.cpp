@@ -1,13 +1,16 @@
 // The daemon's end is made by the tests, which decode what arrives.
 #include "librynsubmit/rynsubmit.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <set>
 #include <string>
@@ -129,7 +132,7 @@ TEST_F(RynSubmit, SaysWhyItCannotConnect) {
   EXPECT_EQ(rynsubmit_connect(0, &connection_), ECONNREFUSED);
   EXPECT_EQ(connection_, nullptr);
   unlink(path_.c_str());
-  EXPECT_EQ(rynsubmit_connect(-1, &connection_), ENOENT);
+  EXPECT_EQ(rynsubmit_connect(30, &connection_), ENOENT);
   const std::string root = getenv("CORVANE_ROOT");
   setenv("CORVANE_ROOT", std::string(200, 'x').c_str(), 1);
   EXPECT_EQ(rynsubmit_connect(0, &connection_), ENAMETOOLONG);
@@ -142,7 +145,8 @@ TEST_F(RynSubmit, SaysWhyItCannotConnect) {
 }
 
 TEST_F(RynSubmit, WaitsNoLongerThanItIsTold) {
-  ASSERT_EQ(rynsubmit_connect(20, &connection_), 0);
+  // The kernel takes what nobody reads, up to its limit.
+  ASSERT_EQ(rynsubmit_connect(0, &connection_), 0);
   int taken = 0;
   int status = 0;
   while (taken < 100'000 && (status = Submit("ryn.user.a")) == 0) ++taken;
@@ -151,6 +155,15 @@ TEST_F(RynSubmit, WaitsNoLongerThanItIsTold) {
   for (int i = 0; i < taken; ++i) ASSERT_EQ(Receive().id, "ryn.user.a");
   EXPECT_EQ(Receive().id, "");
   EXPECT_EQ(Submit("ryn.user.a"), 0);
+  rynsubmit_close(std::exchange(connection_, nullptr));
+  // Each of several threads waits for its own time, not for that of those before it.
+  constexpr int kTimeoutMs = 400;
+  ASSERT_EQ(rynsubmit_connect(kTimeoutMs, &connection_), 0);
+  const auto start = std::chrono::steady_clock::now();
+  std::thread threads[3];
+  for (std::thread &thread : threads) thread = std::thread([&] { EXPECT_EQ(Submit("ryn.user.a"), ETIMEDOUT); });
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2 * kTimeoutMs));
   // A full backlog.
   context_.Reset();
   Serve(0);
@@ -160,17 +173,97 @@ TEST_F(RynSubmit, WaitsNoLongerThanItIsTold) {
   for (rynsubmit *caller : callers) rynsubmit_close(caller);
 }
 
-TEST_F(RynSubmit, ConnectsAgainToANewDaemon) {
-  ASSERT_EQ(rynsubmit_connect(50, &connection_), 0);
-  Accept();
-  ASSERT_EQ(Submit("ryn.user.a"), 0);
-  caller_.Reset();
+/// A daemon that is not there yet, or goes, is waited for; and 0 is said of nothing that it has not read.
+TEST_F(RynSubmit, LosesNothingToADaemonThatStartsAnew) {
   context_.Reset();
-  EXPECT_EQ(Submit("ryn.user.b"), ECONNREFUSED);
+  unlink(path_.c_str());
+  constexpr int kThreads = 3, kEach = 150;
+  std::atomic<int> left = kThreads;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      rynsubmit *mine = nullptr;
+      EXPECT_EQ(rynsubmit_connect(60'000, &mine), 0);
+      for (int i = 0; i < kEach; ++i) {
+        const rynsubmit_argument arguments[] = {rynsubmit_i32(t), rynsubmit_i32(i)};
+        EXPECT_EQ(rynsubmit_submit(mine, "ryn.user.a", nullptr, arguments, 2), 0);
+      }
+      rynsubmit_close(mine);
+      --left;
+    });
+  }
+  std::set<std::pair<uint64_t, uint64_t>> seen;
+  // Each daemon reads a while from whoever calls, and is gone with what is unread, also in those it never accepted.
+  for (int run = 0; left > 0; ++run) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(run % 3));
+    Serve();
+    std::vector<base::UniqueFd> callers;
+    for (int served = 0; served < 3 + run % 40 && left > 0; ++served) {
+      std::vector<pollfd> set = {{context_.Get(), POLLIN, 0}};
+      for (const base::UniqueFd &caller : callers) set.push_back({caller.Get(), POLLIN, 0});
+      if (poll(set.data(), set.size(), 100) <= 0) continue;
+      for (size_t i = 1; i < set.size(); ++i) {
+        if ((set[i].revents & POLLIN) == 0) continue;
+        std::swap(caller_, callers[i - 1]);
+        const hosted::RawRecord record = Receive();
+        std::swap(caller_, callers[i - 1]);
+        if (record.arguments.size() == 2) seen.emplace(record.arguments[0].bits, record.arguments[1].bits);
+      }
+      if (set[0].revents != 0) callers.emplace_back(accept(context_.Get(), nullptr, nullptr));
+    }
+    context_.Reset();
+    if (run % 2 == 0) unlink(path_.c_str());  // else its file stays, as after a crash
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(seen.size(), size_t{kThreads} * kEach);
   Serve();
-  EXPECT_EQ(Submit("ryn.user.c"), 0);
+}
+
+/// What has the connection's number after the program has closed its descriptors is the program's.
+TEST_F(RynSubmit, LeavesAloneWhatIsNotItsOwn) {
+  const auto highest = [] { return base::UniqueFd(dup(0)).Get(); };
+  const int number = highest();
+  ASSERT_EQ(rynsubmit_connect(5000, &connection_), 0);
+  const std::string file = hosted::RootPath("/file");
+  const int mine = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(dup3(mine, number, O_CLOEXEC), number);
+  std::thread daemon([&] {
+    base::UniqueFd closed(accept(context_.Get(), nullptr, nullptr));
+    Accept();
+    pollfd record{caller_.Get(), POLLIN, 0};
+    poll(&record, 1, 5000);
+    EXPECT_EQ(Receive().id, "ryn.user.a");
+  });
+  EXPECT_EQ(Submit("ryn.user.a"), 0);
+  daemon.join();
+  close(mine);
+  EXPECT_EQ(testing_support::ReadFile(file), "");
+  rynsubmit_close(std::exchange(connection_, nullptr));
+  EXPECT_EQ(fcntl(number, F_GETFD), FD_CLOEXEC) << "the file is still open";
+  close(number);
+}
+
+TEST_F(RynSubmit, ServesAProcessThatWasForkedMeanwhile) {
+  ASSERT_EQ(rynsubmit_connect(20'000, &connection_), 0);
+  std::thread first([&] { EXPECT_EQ(Submit("ryn.user.a"), 0); });
   Accept();
-  EXPECT_EQ(Receive().id, "ryn.user.c");
+  pollfd record{caller_.Get(), POLLIN, 0};
+  ASSERT_EQ(poll(&record, 1, 5000), 1);  // the thread waits until it is read
+  const pid_t child = fork();
+  if (child == 0) _exit(Submit("ryn.user.b"));
+  base::UniqueFd parent = std::move(caller_);
+  pollfd call{context_.Get(), POLLIN, 0};
+  ASSERT_EQ(poll(&call, 1, 5000), 1) << "the child has a connection of its own";
+  Accept();
+  record.fd = caller_.Get();
+  ASSERT_EQ(poll(&record, 1, 5000), 1);
+  EXPECT_EQ(Receive().id, "ryn.user.b");
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  caller_ = std::move(parent);
+  EXPECT_EQ(Receive().id, "ryn.user.a");
+  first.join();
 }
 
 /// A daemon that serves as many connections as it can accepts a further one and closes it, with what is in it.
