@@ -98,6 +98,13 @@ TEST_F(HostMgmtStorageTest, PartitionsRiseAndNameTheirVolumes) {
     std::filesystem::remove(HostTreePath("storage/devices/t10:x/partitions/" + foreign));
   }
   char request[kVolumesQueryRequestSize] = "t10:x:2", answer[kVolumesQueryAnswerSize];
+  // The device without a name and the one whose name is empty have volumes of their own.
+  Put("devices/%00/partitions/1", "of no name\n");
+  Put("devices/%/partitions/1", "of an empty name\n");
+  const char nameless[kVolumesQueryRequestSize] = {'\0', ':', '1'};
+  EXPECT_EQ(VolumesDirectoryQuery(0, kVolumesQueryPartitionVolume, nameless, answer), 0);
+  EXPECT_STREQ(answer, "of no name");
+  EXPECT_EQ(VolumeOf(":1"), "of an empty name");
   EXPECT_EQ(VolumesDirectoryQuery(-1, kVolumesQueryPartitionVolume, request, answer), EBADF);
   EXPECT_EQ(VolumesDirectoryQuery(0, 3037, request, answer), ENOTTY);
 }

@@ -14,14 +14,16 @@ int VolumesDirectoryQuery(int directoryFd, uint32_t code, const char request[kVo
                           char answer[kVolumesQueryAnswerSize]) {
   if (directoryFd < 0) return EBADF;
   if (code != kVolumesQueryPartitionVolume) return ENOTTY;
-  const std::string_view text(request, strnlen(request, kVolumesQueryRequestSize));
+  const bool isNull = request[0] == '\0';
+  const char *const start = isNull ? request + 1 : request;
+  const std::string_view text(start, strnlen(start, kVolumesQueryRequestSize - (isNull ? 1 : 0)));
   const size_t colon = text.rfind(':');  // a device's name may hold one itself
   int64_t number = 0;
-  if (colon == std::string_view::npos ||
+  if (colon == std::string_view::npos || (isNull && colon != 0) ||
       !hosted::ParseIntegers(text.substr(colon + 1), 0, std::numeric_limits<int32_t>::max(), {&number, 1})) {
     return EINVAL;
   }
-  const std::string device = hosted::HostComponent(std::string(text.substr(0, colon)).c_str());
+  const std::string device = hosted::HostComponent(isNull ? nullptr : std::string(text.substr(0, colon)).c_str());
   std::string volume;
   const int error =
       hosted::ReadHostText("storage/devices/" + device + "/partitions/" + std::to_string(number), &volume);

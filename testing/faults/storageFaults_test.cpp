@@ -23,6 +23,8 @@ enum class Thrown { kNothing, kLibrary, kNoMemory, kForeign };
 Thrown inLookUp = Thrown::kNothing;    ///< by the look-up of a device or path, the file systems and the swap
 Thrown inContents = Thrown::kNothing;  ///< by what is asked of a device that was found
 
+int32_t redundancy = 2;  ///< of every device
+
 void Throw(Thrown what) {
   if (what == Thrown::kLibrary) throw HostMgmt::Lib::HostMgmtException("the library's own");
   if (what == Thrown::kNoMemory) throw std::bad_alloc();
@@ -39,7 +41,7 @@ Lun::Lun(std::string component) : component_(std::move(component)) {}
 Lun::~Lun() = default;
 int32_t Lun::GetRedundancyStatus() const {
   Throw(inContents);
-  return 2;
+  return redundancy;
 }
 std::vector<Partition> DiskLun::GetPartitions() const {
   Throw(inContents);
@@ -146,6 +148,26 @@ TEST_P(StorageFaults, OnlyTheLibrarysOwnIsAFailedReconfiguration) {
   }
   EXPECT_EQ(EventsOf(SwapHandlers(), id, {Str(path)}).size(), GetParam() == Thrown::kLibrary ? 1u : 0u);
   EXPECT_EQ(log_.CountOf("the library's own"), GetParam() == Thrown::kLibrary ? 1u : 0u);
+}
+
+TEST(StorageFaultsDeathTest, AStatusThatCannotBeEndsTheDaemonAtARestoreOnly) {
+  const auto restore = [](const HandlerTable &handlers, const std::string &down, const std::string &up) {
+    redundancy = 4;
+    EXPECT_EQ(EventsOf(handlers, down, {Str("p"), Str("on"), Str("naa.1")}), Events{});
+    redundancy = 2;
+    EXPECT_EQ(EventsOf(handlers, up, {Str("p"), Str("dead")}).size(), 1u) << "it counts as reported";
+    EXPECT_EQ(EventsOf(handlers, down, {Str("p"), Str("on"), Str("naa.1")}).size(), 1u);
+    redundancy = 4;
+    EventsOf(handlers, up, {Str("p"), Str("dead")});
+  };
+  const CapturedLog log;
+  inLookUp = inContents = Thrown::kNothing;
+  TakeEvents();
+  EXPECT_DEATH(restore(ScsiHandlers(), "ryn.scsi.scsipath.pathstate.offver2", "ryn.scsi.scsipath.pathstate.standby"),
+               "NOT_REACHED apps/rynd/ryndScsiCorrelator:1050 ");
+  EXPECT_DEATH(
+      restore(PsaStorHandlers(), "ryn.psastor.psastorpath.pathstate.off", "ryn.psastor.psastorpath.pathstate.standby"),
+      "NOT_REACHED apps/rynd/ryndPsaStorCorrelator:1061 ");
 }
 
 INSTANTIATE_TEST_SUITE_P(Thrown, StorageFaults, testing::Values(Thrown::kLibrary, Thrown::kNoMemory, Thrown::kForeign));

@@ -10,7 +10,7 @@ constexpr uint32_t kVolumesQueryPartitionVolume = 3038;  ///< from "DEVICE:PARTI
 constexpr size_t kVolumesQueryRequestSize = 128;         ///< bytes of a request, its NUL included
 constexpr size_t kVolumesQueryAnswerSize = 256;          ///< bytes of an answer, its NUL included
 
-/// Ask query `code` of the open directory `directoryFd`. 0 with the NUL-terminated answer, or an errno value: ENOENT
-/// when the partition holds no volume.
+/// Ask query `code` of the open directory `directoryFd`; in a request a NUL in DEVICE's place means the device without
+/// a name. 0 with the NUL-terminated answer, or an errno value: ENOENT when the partition holds no volume.
 int VolumesDirectoryQuery(int directoryFd, uint32_t code, const char request[kVolumesQueryRequestSize],
                           char answer[kVolumesQueryAnswerSize]);

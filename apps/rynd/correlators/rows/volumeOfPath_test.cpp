@@ -23,7 +23,10 @@ TEST(VolumeOfPath, IsTheFirstComponentOfAKnownVolume) {
        {"/tmp/vm1.vswp", "/hyfs/volumes", "hyfs/volumes/5f1a-22", "", static_cast<const char *>(nullptr)}) {
     EXPECT_EQ(VolumeOfPath(outside), "(invalid)");
   }
-  testing_support::WriteFile(folder + "/11-aa", "two\nlines");  // the query throws
+  testing_support::WriteFile(folder + "/11-aa", "two\nlines");  // can't be read, and spoils no other
+  EXPECT_EQ(VolumeOfPath("/hyfs/volumes/5f1a-22/vm1"), "5f1a-22");
+  std::filesystem::remove_all(folder);
+  testing_support::WriteFile(folder, "no folder");  // the query throws
   EXPECT_EQ(VolumeOfPath("/hyfs/volumes/5f1a-22/vm1"), "(unknown)");
   std::filesystem::remove_all(folder);
 }

@@ -38,7 +38,9 @@ std::vector<HostMgmt::Storage::Partition> PartitionsOf(const char *device) {
 /// The volume on a partition. 0, ENOENT when there is none, or another errno value.
 int VolumeOn(int directory, const char *device, int32_t partition, std::string *volume) {
   char request[kVolumesQueryRequestSize] = {};
-  const int length = snprintf(request, sizeof request, "%s:%d", device == nullptr ? "" : device, partition);
+  // The device without a name is not the one whose name is empty.
+  const int length = device == nullptr ? snprintf(request, sizeof request, "%c:%d", '\0', partition)
+                                       : snprintf(request, sizeof request, "%s:%d", device, partition);
   // A name that is cut off would ask about another device.
   if (length < 0 || static_cast<size_t>(length) >= sizeof request) return ENAMETOOLONG;
   char answer[kVolumesQueryAnswerSize] = {};
