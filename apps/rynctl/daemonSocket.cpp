@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <future>
 #include <thread>
 
 #include "base/unixAddress.h"
@@ -124,15 +125,21 @@ std::string SendToDaemon(int fd, const std::string &path, std::span<const std::b
   return "";
 }
 
-std::string SubmitWithPatience(const std::string &path, Patience *patience, const std::function<int()> &attempt) {
+std::string SubmitWithPatience(const std::string &path, Patience *patience, const std::function<int()> &submit) {
   Wait wait(path, patience);
   while (true) {
-    const int error = attempt();
+    std::packaged_task<int()> task(submit);
+    std::future<int> result = task.get_future();
+    std::thread(std::move(task)).detach();
+    while (result.wait_for(milliseconds(20)) != std::future_status::ready) {
+      if (patience->signals != nullptr && patience->signals->Wanted()) return wait.TimedOut();
+      wait.Next();
+    }
+    const int error = result.get();
     if (error == 0) return "";
     if (error == EMSGSIZE) return kTooLargeForTheHost;
-    if (AwaitStart(error, *patience)) continue;
-    if (error != ETIMEDOUT) return ConnectError(path, error, *patience);
-    if (wait.Next().count() == 0) return wait.TimedOut();
+    if (error == ETIMEDOUT) return wait.TimedOut();
+    if (!AwaitStart(error, *patience)) return ConnectError(path, error, *patience);
   }
 }
 

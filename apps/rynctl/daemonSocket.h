@@ -35,8 +35,8 @@ std::string ConnectToDaemon(const std::string &path, int type, Patience *patienc
 std::string SendToDaemon(int fd, const std::string &path, std::span<const std::byte> record, Patience *patience,
                          bool *lost);
 
-/// Call `attempt`, which waits for a while and returns an errno value, again as long as that is ETIMEDOUT. "", or what
-/// went wrong at `path`.
-std::string SubmitWithPatience(const std::string &path, Patience *patience, const std::function<int()> &attempt);
+/// Call `submit`, which bounds its wait itself and returns an errno value, and tell of the wait meanwhile: once, as a
+/// record that is submitted again may be heard twice. "", or what went wrong at `path`.
+std::string SubmitWithPatience(const std::string &path, Patience *patience, const std::function<int()> &submit);
 
 }  // namespace rynctl

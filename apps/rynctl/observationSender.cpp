@@ -83,18 +83,21 @@ std::string ObservationSender::SendToKernel(const std::string &path, const std::
 
 std::string ObservationSender::SendToUser(const hosted::RawRecord &record) {
   const std::string path = hosted::RootPath(hosted::kUserSocket);
-  // The library waits in slices, so that a long wait can be told of.
-  constexpr std::chrono::milliseconds kSlice(100);
-  const auto slice = static_cast<int>(std::min(patience_->limit.value_or(kSlice), kSlice).count());
-  std::vector<rynsubmit_argument> arguments;
-  for (const hosted::RawArgument &argument : record.arguments) arguments.push_back(ToSubmit(argument));
-  return SubmitWithPatience(path, patience_, [&] {
-    if (user_ == nullptr) {
-      rynsubmit *connection = nullptr;
-      if (const int error = rynsubmit_connect(slice, &connection); error != 0) return error;
-      user_.reset(connection);
+  const int limit = patience_->limit ? static_cast<int>(patience_->limit->count()) : -1;
+  // Its own copies: a wait that is given up goes on until the program ends.
+  return SubmitWithPatience(path, patience_, [limit, record, user = user_] {
+    if (user->connection == nullptr) {
+      // Where no daemon is, nothing is waited for; where one was, its restart is.
+      constexpr int kLookMs = 100;
+      rynsubmit *looked = nullptr;
+      if (const int error = rynsubmit_connect(kLookMs, &looked); error != 0) return error;
+      rynsubmit_close(looked);
+      if (const int error = rynsubmit_connect(limit, &user->connection); error != 0) return error;
     }
-    return rynsubmit_submit(user_.get(), record.id.c_str(), record.message.c_str(), arguments.data(), arguments.size());
+    std::vector<rynsubmit_argument> arguments;
+    for (const hosted::RawArgument &argument : record.arguments) arguments.push_back(ToSubmit(argument));
+    return rynsubmit_submit(user->connection, record.id.c_str(), record.message.c_str(), arguments.data(),
+                            arguments.size());
   });
 }
 

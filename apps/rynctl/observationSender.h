@@ -45,10 +45,15 @@ class ObservationSender {
   Patience *patience_;
   uint64_t sequence_ = 0;
   std::map<std::string, base::UniqueFd> connections_;  ///< to kernel contexts, by socket path
-  struct Close {
-    void operator()(rynsubmit *connection) const { rynsubmit_close(connection); }
+  /// The connection to the user context, once it is made. A submission that was given up may still hold it.
+  struct User {
+    User() = default;
+    ~User() { rynsubmit_close(connection); }
+    User(const User &) = delete;
+    User &operator=(const User &) = delete;
+    rynsubmit *connection = nullptr;
   };
-  std::unique_ptr<rynsubmit, Close> user_;
+  std::shared_ptr<User> user_ = std::make_shared<User>();
 };
 
 }  // namespace rynctl
