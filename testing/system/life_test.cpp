@@ -39,27 +39,6 @@ TEST(Life, StopsByEitherSignalAndSurvivesABrokenPipe) {
   }
 }
 
-TEST(Life, ASignatureThatDiffersIsFatal) {
-  const TestRoot root;
-  WriteFile(root / "/var/lib/corvane/host/sysinfo/system/buildSignature", "Jan  1 2031 00:00:00\n");
-  Daemon daemon(root);
-  EXPECT_EQ(daemon.WaitForExit(), 128 + SIGABRT);
-  EXPECT_NE(ReadFile(root / "/stderr")
-                .find("Rynd - Panic: md5 signature mismatch with running hykernel built on "
-                      "Jan  1 2031 00:00:00 (my build date: "),
-            std::string::npos);
-}
-
-TEST(Life, EnablingWritesTheOption) {
-  const TestRoot root;
-  const LogListener log(root / "/dev/log");
-  Daemon daemon(root, {"-e"});
-  ASSERT_TRUE(log.Lines().WaitFor(kReady));
-  EXPECT_EQ(ReadFile(root / "/var/lib/corvane/host/sysinfo/config/intOpts/Misc/RynAsyncEnable").substr(0, 1), "1");
-  EXPECT_TRUE(ReadFile(root / "/var/lib/corvane/actions.log").ends_with("\tconfig/intOpts\tMisc\tRynAsyncEnable\t1\n"));
-  EXPECT_EQ(daemon.Stop(), 0);
-}
-
 TEST(Life, ASecondDaemonOnTheSameRootIsRefusedAndHarmless) {
   RunningDaemon running;
   Daemon second(running.root);

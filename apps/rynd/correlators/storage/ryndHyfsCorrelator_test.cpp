@@ -71,17 +71,6 @@ TEST(HyfsCorrelator, PutsTheUuidWhereEachMessageHasIt) {
       "amb.problem.hyfs.spanned.lockmode.inconsistency.detected Inconsistent lockmode change detected for spanned"));
 }
 
-TEST(HyfsCorrelator, PostsTheWholeText) {
-  const CapturedLog log;
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.lock.busy.filedesc",
-                     {Str("h"), Str("v"), Long(3), Long(UINT32_MAX), Str("00:01")}),
-            Events{"amb.problem.hyfs.lock.busy.filedesc h Lock(s) held on a file on volume v. numHolders: 3. "
-                   "gblNumHolders: -1. Locking Host(s) MAC: 00:01."});
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.volume.io.latency.high.exceed.threshold",
-                     {Str("v"), Long(1), Long(UINT64_MAX), Long(3)}),
-            Events{"amb.problem.hyfs.nfs.volume.io.latency.high.exceed.threshold v 1 18446744073709551615 3"});
-}
-
 /// Hand an observation `id` to the handler of `handlerOf`.
 void Mislead(const char *handlerOf, const char *id, const Arguments &arguments) {
   HandlerTable table;

@@ -185,14 +185,5 @@ TEST_F(StoragePathsTest, TheEleventhPowerOnResetAlarms) {
   EXPECT_EQ(resets("unknown"), Events{});
 }
 
-TEST_F(StoragePathsTest, HostileNamesOfPathsStayBounded) {
-  std::filesystem::remove_all(testing_support::ProcessRoot() / "/hyfs");
-  Put("devices/naa.1/redundancy", "3");
-  const std::string longName(8 << 20, 'x');
-  for (int i = 0; i < 5; ++i) paths_.PathDown((longName + std::to_string(i)).c_str(), "on", "naa.1", kNow);
-  EXPECT_EQ(paths_.ReportedDown(), 1u);
-  TakeEvents();
-}
-
 }  // namespace
 }  // namespace rynd

@@ -1,7 +1,6 @@
 // The storage correlators' handlers that keep no state, and the way that observations take to those that do.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
 
 #include "correlators/storage/storageCorrelators.h"
@@ -13,69 +12,6 @@ namespace rynd {
 namespace {
 
 using Events = std::vector<std::string>;
-
-struct Correlator {
-  HandlerTable handlers;
-  size_t ids;
-  std::span<const PostRow> rows;
-};
-std::vector<Correlator> Correlators() {
-  return {{ApdHandlers(), 3, ApdPostRows()},
-          {ScsiHandlers(), 36, ScsiPostRows()},
-          {PsaStorHandlers(), 25, PsaStorPostRows()},
-          {HyfsHandlers(), 27, HyfsPostRows()},
-          {IscsiHandlers(), 12, IscsiPostRows()},
-          {VscsiHandlers(), 5, VscsiPostRows()},
-          {KvolHandlers(), 2, KvolPostRows()},
-          {BootDeviceHandlers(), 5, BootDevicePostRows()},
-          {SwapHandlers(), 2, {}},
-          {VfatHandlers(), 1, {}},
-          {VelfsHandlers(), 5, {}}};
-}
-
-/// Argument `i` of a row: a text or a number that shows which one it is, in any base.
-Arguments SampleOf(const PostRow &row) {
-  Arguments arguments;
-  for (size_t i = 0; i < post_row::Count(row.fields.types); ++i) {
-    arguments.push_back(row.fields.types[i] == ArgType::kStr ? Str("text" + std::to_string(i))
-                                                             : Int(static_cast<int64_t>(i)));
-  }
-  return arguments;
-}
-
-/// True when `event` shows the sample's arguments in the row's order, one for each conversion of its message.
-bool ShowsSample(const PostRow &row, const std::string &event) {
-  size_t at = event.find(' ');
-  size_t placeholder = 0;
-  for (const char *conversion = strchr(row.message.format, '%'); conversion != nullptr && at != std::string::npos;
-       conversion = strchr(conversion + 1, '%')) {
-    const uint8_t argument = row.order[placeholder++];
-    at = event.find((row.fields.types[argument] == ArgType::kStr ? "text" : "") + std::to_string(argument), at + 1);
-  }
-  return at != std::string::npos;
-}
-
-TEST(StorageRows, PostTheirOwnEventWithAllArgumentsOrNone) {
-  CapturedLog log;
-  for (const Correlator &correlator : Correlators()) {
-    EXPECT_EQ(correlator.handlers.Size(), correlator.ids);
-    for (const PostRow &row : correlator.rows) {
-      Arguments arguments = SampleOf(row);
-      const Events events = EventsOf(correlator.handlers, row.id, arguments);
-      ASSERT_EQ(events.size(), 1u) << row.id;
-      const std::string format = row.message.format + kEventMarker.size();
-      const std::string name = format.substr(0, format.find(')'));
-      EXPECT_TRUE(events[0].starts_with(name + " ") && name.ends_with(row.id + 4)) << row.id << ": " << events[0];
-      EXPECT_TRUE(ShowsSample(row, events[0])) << events[0];
-      log.Messages();  // makes room in its socket
-      if (arguments.empty()) continue;
-      arguments.pop_back();
-      EXPECT_EQ(EventsOf(correlator.handlers, row.id, arguments), Events{}) << row.id;
-      arguments.push_back(row.fields.types[arguments.size()] == ArgType::kStr ? Int(1) : Str("1"));
-      EXPECT_EQ(EventsOf(correlator.handlers, row.id, arguments), Events{}) << row.id;
-    }
-  }
-}
 
 TEST(StorageRows, SayWhichArgumentCannotBeRead) {
   CapturedLog log;
@@ -138,37 +74,6 @@ TEST(StorageRows, OthersStopWithoutALine) {
   EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.tardisk.readonlyfile", {Str("p")}), Events{});
   EXPECT_EQ(EventsOf(VfatHandlers(), "ryn.vfat.filesystem.full", {Str("p")}), Events{});
   EXPECT_EQ(log.Messages().size(), 8u) << "each observation is logged, and nothing else";
-}
-
-TEST(ScsiCorrelator, PostsTheWholeText) {
-  const CapturedLog log;
-  EXPECT_EQ(
-      EventsOf(ScsiHandlers(), "ryn.scsi.device.io.latency.high", {Str("naa.1"), Long(1343), Long(uint64_t{1} << 40)}),
-      Events{"amb.problem.scsi.device.io.latency.high Device naa.1 performance has deteriorated. I/O latency increased "
-             "from average value of 1343 microseconds to 1099511627776 microseconds."});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.io.qerr.changed", {Int(17), Str("naa.1"), Int(-1)}),
-            Events{"amb.problem.scsi.device.io.qerr.changed QErr set to 0x11 for device naa.1. This may cause "
-                   "unexpected behavior. The device was originally configured to the supported QErr setting of "
-                   "0xffffffff, but this has been changed and could not be reset."});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.invalid.xcopy.request",
-                     {Str("naa.1"), Int(1), Int(2), Int(0), Str("current"), Int(5), Int(0x26), Int(16), Str("text")}),
-            Events{"amb.problem.scsi.device.invalid.xcopy.request Invalid XCOPY request for device naa.1. Host 0x1, "
-                   "Device 0x2, Plugin 0, current sense, sense.key = 0x5, sense.asc = 0x26, sense.ascq = 0x10: text"});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.device.too.many.io.error", {Str("naa.1"), Int(65535)}),
-            Events{"amb.problem.scsi.device.too.many.io.error Too many errors observed for device naa.1 errPercentage "
-                   "65535"});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unreachpe", {Str("p"), Str("vmhba1")}),
-            Events{"amb.problem.scsi.scsipath.badpath.unreachpe Sanity check failed for path p. The path is to a KVol "
-                   "PE, but it goes out of adapter vmhba1 which is not PE capable. Path dropped."});
-  EXPECT_EQ(EventsOf(ScsiHandlers(), "ryn.scsi.scsipath.badpath.unsafepe", {Str("p")}),
-            Events{"amb.problem.scsi.scsipath.badpath.unsafepe Sanity check failed for path p. Could not safely "
-                   "determine if the path is to a KVol PE. Path dropped."});
-  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.device.too.many.io.error", {Str("naa.1"), Int(5)}),
-            Events{"amb.problem.psastor.device.too.many.io.error Too many errors observed for device naa.1 "
-                   "errPercentage 5"});
-  EXPECT_EQ(EventsOf(PsaStorHandlers(), "ryn.psastor.unsupported.plugin.type", {Int(31)}),
-            Events{"amb.problem.psastor.unsupported.plugin.type Storage Device Allocation not supported for plugin "
-                   "type 1f"});
 }
 
 TEST(ScsiCorrelator, NamesTheDatastoresOfALostDevice) {

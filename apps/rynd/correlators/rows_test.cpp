@@ -1,0 +1,106 @@
+// Every row of every correlator, given to its handler: it posts its own event with all of its arguments, or nothing.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "correlators/hardware/hardwareCorrelators.h"
+#include "correlators/network/networkCorrelators.h"
+#include "correlators/storage/storageCorrelators.h"
+#include "correlators/user/userCorrelators.h"
+#include "testing/coreSupport.h"
+#include "testing/postedEvents.h"
+#include "testing/testRoot.h"
+
+namespace rynd {
+namespace {
+
+using Events = std::vector<std::string>;
+using Rows = std::span<const PostRow>;
+
+struct Correlator {
+  HandlerTable handlers;
+  size_t ids;  ///< that have a handler, rows or not
+  std::vector<Rows> rows;
+};
+std::vector<Correlator> Correlators() {
+  return {{NetHandlers(), 45, {NetPostRows(), NetFirewallConfigPostRows(), NetFirewallPortPostRows()}},
+          {MigrateHandlers(), 2, {}},
+          {ApdHandlers(), 3, {ApdPostRows()}},
+          {ScsiHandlers(), 36, {ScsiPostRows()}},
+          {PsaStorHandlers(), 25, {PsaStorPostRows()}},
+          {HyfsHandlers(), 27, {HyfsPostRows()}},
+          {IscsiHandlers(), 12, {IscsiPostRows()}},
+          {VscsiHandlers(), 5, {VscsiPostRows()}},
+          {KvolHandlers(), 2, {KvolPostRows()}},
+          {BootDeviceHandlers(), 5, {BootDevicePostRows()}},
+          {SwapHandlers(), 2, {}},
+          {VfatHandlers(), 1, {}},
+          {VelfsHandlers(), 5, {}},
+          {HardwareHandlers(), 69, {HardwarePostRows()}},
+          {CpuHandlers(), 11, {CpuPostRows()}},
+          {MemtierHandlers(), MemtierPostRows().size(), {MemtierPostRows()}},
+          {HcmHandlers(), HcmPostRows().size(), {HcmPostRows()}},
+          {SchedHandlers(), SchedPostRows().size(), {SchedPostRows()}},
+          {ClockHandlers(), 14, {ClockPostRows()}},
+          {UserWorldHandlers(), 9, {UserWorldPostRows()}}};
+}
+
+/// Argument `i` of a row: a text or a number that shows which one it is, in any base. A report interval of 1 lets the
+/// next row of the clock's pass.
+Arguments SampleOf(const PostRow &row) {
+  Arguments arguments;
+  for (size_t i = 0; i < post_row::Count(row.fields.types); ++i) {
+    arguments.push_back(row.fields.types[i] == ArgType::kStr ? Str("text" + std::to_string(i))
+                                                             : Int(static_cast<int64_t>(i)));
+  }
+  return arguments;
+}
+
+/// True when `event` shows the sample's arguments in the row's order, one for each conversion of its message.
+bool ShowsSample(const PostRow &row, const std::string &event) {
+  size_t at = event.find(' ');
+  size_t placeholder = 0;
+  for (const char *conversion = strchr(row.message.format, '%'); conversion != nullptr && at != std::string::npos;
+       conversion = strchr(conversion + 1, '%')) {
+    const uint8_t argument = row.order[placeholder++];
+    at = event.find((row.fields.types[argument] == ArgType::kStr ? "text" : "") + std::to_string(argument), at + 1);
+  }
+  return at != std::string::npos;
+}
+
+TEST(Rows, PostTheirOwnEventWithAllArgumentsOrNone) {
+  testing_support::WriteFile(
+      testing_support::ProcessRoot() / "/var/lib/corvane/host/sysinfo/system/ntpclock/rynReportInterval", "0");
+  ReadClockReportInterval();
+  CapturedLog log;
+  for (const Correlator &correlator : Correlators()) {
+    size_t rowCount = 0;
+    for (const Rows rows : correlator.rows) {
+      rowCount += rows.size();
+      for (const PostRow &row : rows) {
+        const Arguments arguments = SampleOf(row);
+        for (size_t count = 0; count < arguments.size(); ++count) {
+          EXPECT_EQ(
+              EventsOf(correlator.handlers, row.id, {arguments.begin(), arguments.begin() + static_cast<long>(count)}),
+              Events{})
+              << row.id << " with " << count;
+        }
+        if (!arguments.empty()) {
+          Arguments wrong = arguments;
+          wrong.back() = row.fields.types[arguments.size() - 1] == ArgType::kStr ? Int(1) : Str("1");
+          EXPECT_EQ(EventsOf(correlator.handlers, row.id, wrong), Events{}) << row.id;
+        }
+        const Events events = EventsOf(correlator.handlers, row.id, arguments);
+        ASSERT_EQ(events.size(), 1u) << row.id;
+        const std::string format = row.message.format + kEventMarker.size();
+        EXPECT_TRUE(events[0].starts_with(format.substr(0, format.find(')')) + " ")) << row.id << ": " << events[0];
+        EXPECT_TRUE(ShowsSample(row, events[0])) << events[0];
+        log.Messages();  // makes room in its socket
+      }
+    }
+    EXPECT_EQ(correlator.handlers.Size(), correlator.ids) << (rowCount == 0 ? "" : correlator.rows[0][0].id);
+  }
+}
+
+}  // namespace
+}  // namespace rynd
