@@ -2,15 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <string>
 
 #include "hosted/records/littleEndian.h"
 #include "hosted/testSupport.h"
-#include "platform/ryn.h"
 
 namespace hosted {
 namespace {
@@ -132,51 +129,6 @@ TEST(RawRecord, RefusesEveryTruncation) {
     StoreLittle(adjusted.data() + 16, static_cast<uint32_t>(length));
     EXPECT_STRNE(CheckCopy(adjusted, length), nullptr) << length;
   }
-}
-
-/// Read everything that can be read from a record.
-void ReadAll(const Bytes &record) {
-  auto *bytes = new std::byte[record.size()];
-  std::memcpy(bytes, record.data(), record.size());
-  Observation *observation = nullptr;
-  ASSERT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0);
-  const char *text = nullptr;
-  char *message = nullptr;
-  EXPECT_EQ(Ryn_GetID(observation, &text), 0);
-  EXPECT_GT(std::strlen(text), 0u);
-  EXPECT_EQ(Ryn_GetMsg(observation, &message, nullptr), 0);
-  EXPECT_LE(std::strlen(message), record.size());
-  std::free(message);
-  RynArg argument{};
-  uint32_t index = 0;
-  for (; Ryn_GetArg(observation, index, &argument) == 0; ++index) {
-    int64_t wide = 0;
-    int8_t narrow = 0;
-    Ryn_GetArgs(observation, "%hhd", &narrow);
-    const bool isText = Ryn_GetStringArg(observation, index, &text) == 0;
-    EXPECT_TRUE(!isText || text == nullptr || std::strlen(text) < record.size());
-    EXPECT_EQ(Ryn_GetArgs(observation, ("%" + std::to_string(index + 1) + "$ld").c_str(), &wide) == 0, !isText);
-  }
-  EXPECT_EQ(DecodeRecord(record.data(), record.size()).arguments.size(), index);
-  Ryn_Free(observation);
-}
-
-TEST(RawRecord, WithstandsRandomBytes) {
-  std::mt19937 random(42);  // NOLINT: the same bytes in every run
-  int passed = 0;
-  for (int round = 0; round < 20'000; ++round) {
-    Bytes record = GoodRecord();
-    const size_t changes = 1 + random() % 4;
-    for (size_t i = 0; i < changes; ++i) {
-      // Small numbers find the lengths and kinds; header bytes are hit as often as the rest.
-      const size_t at = random() % 2 == 0 ? 16 + random() % 16 : random() % record.size();
-      record[at] = static_cast<std::byte>(random() % 3 == 0 ? random() : random() % 12);
-    }
-    if (CheckCopy(record, record.size()) != nullptr) continue;
-    ++passed;
-    ReadAll(record);
-  }
-  EXPECT_GT(passed, 100);
 }
 
 }  // namespace
