@@ -38,12 +38,14 @@ void SyncFolder(const std::string &folder) {
 /// Write a file beside `path` and give it that name. 0 or an errno value.
 int Replace(const std::string &path, const std::string &folder, std::string_view content) {
   // Names of the tree have no leading dot, so that this one never counts as a file of it. It is the same every time:
-  // what a crash leaves behind is overwritten, not collected.
+  // what a crash leaves behind is replaced, not collected. Whatever else stands there, such as a pipe, has no reader or
+  // writer to wait for.
   const std::string temporary = folder + "/.new";
   // Guards the temporary files; one writer at a time is plenty. Nests in the order of the options.
   static std::mutex writing;
   const std::lock_guard lock(writing);
-  const base::UniqueFd fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  unlink(temporary.c_str());
+  const base::UniqueFd fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!fd) return errno;
   int error = WriteAll(fd.Get(), content);
   if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;

@@ -141,6 +141,10 @@ TEST(HostTree, ReplacesFilesAsAWhole) {
 
 TEST(HostTree, TellsWhatItCannotWrite) {
   LogListener log;
+  Put("test/pipes/file", "x");
+  ASSERT_EQ(mkfifo(HostTreePath("test/pipes/.new").c_str(), 0600), 0);
+  EXPECT_EQ(WriteHostText("test/pipes/file", "y"), 0) << "and waits for nobody";
+  EXPECT_EQ(testing_support::ReadFile(HostTreePath("test/pipes/file")), "y\n");
   Put("test/file", "x");
   EXPECT_EQ(WriteHostText("test/file/below", "y"), ENOTDIR);
   EXPECT_TRUE(log.NextMessage().starts_with("Cannot write " + HostTreePath("test/file/below") + ": "));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -11,6 +12,9 @@
 #include <thread>
 
 #include "core/rawRecord.h"
+#include "hosted/contexts/unixSocket.h"
+#include "hosted/paths.h"
+#include "platform/ryn.h"
 #include "testing/coreSupport.h"
 
 namespace rynd {
@@ -151,6 +155,33 @@ TEST_F(FanOutTest, AFailedWriteIsReturnedAtOnce) {
   EXPECT_EQ(ReadId(later), "");
   stream_->writeEnd = dup(stream_->readEnd);
   StreamClose(later);
+}
+
+/// A record that waits for a larger buffer, which there is no memory for, is lost; nothing else is.
+TEST(FanOutMemory, ARecordWithoutMemoryIsLostAlone) {
+  if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
+  CapturedLog log;
+  RynLibHandle handle = nullptr;
+  int fd = -1;
+  ASSERT_EQ(RynLib_AsyncContextOpen(3, &handle), 0);
+  ASSERT_EQ(RynLib_HandleToFd(handle, &fd), 0);
+  base::UniqueFd sender;
+  ASSERT_EQ(hosted::ConnectUnixSocket(hosted::KernelSocketPath(3), SOCK_DGRAM, &sender), 0);
+  const std::vector<std::byte> large = MakeRecord("a.b", {std::string(9000, 'x')}), small = MakeRecord("a.b");
+  for (const auto &record : {large, small}) {
+    ASSERT_EQ(send(sender.Get(), record.data(), record.size(), 0), static_cast<ssize_t>(record.size()));
+  }
+  std::vector<std::byte> buffer(8192);
+  size_t length = 1;
+  {
+    const FailingAllocation noMemory(large.size());
+    EXPECT_EQ(RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length), 0);
+  }
+  EXPECT_EQ(length, 0u);
+  EXPECT_EQ(RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length), 0);
+  EXPECT_EQ(length, small.size());
+  EXPECT_EQ(log.CountOf("Discarded 1 bad record of kernel-03: no memory to keep it"), 1u);
+  EXPECT_EQ(RynLib_Close(handle), 0);
 }
 
 }  // namespace
