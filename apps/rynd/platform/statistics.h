@@ -22,8 +22,8 @@ struct RynContextStatistics {
 /// Connections of host programs.
 struct RynUserStatistics {
   uint64_t now;       ///< open
-  uint64_t accepted;  ///< so far, without those refused
-  uint64_t refused;   ///< closed unread: no room in the poll loop, or no descriptor left
+  uint64_t accepted;  ///< so far, with those that the poll loop had no room for
+  uint64_t refused;   ///< closed unread: those, and callers that there was no descriptor for
 };
 
 /// Records of the system log.
