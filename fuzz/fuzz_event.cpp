@@ -2,9 +2,9 @@
 #include <cstring>
 #include <string>
 
+#include "eventRecord/eventDecoder.h"
 #include "fuzz/seedRecord.h"
 #include "hosted/records/eventArguments.h"
-#include "rynctl/eventDecoder.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ std::vector<std::byte> SeedEvent() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::vector<std::byte> bytes = fuzz::Mutate(data, size, SeedEvent());
-  rynctl::DecodeEvent(bytes.data(), bytes.size());
+  eventrecord::DecodeEvent(bytes.data(), bytes.size());
   std::string text;
   const std::string format(reinterpret_cast<const char *>(data), size);
   hosted::RenderEvent(format.c_str(), bytes.data(), bytes.size(), size > 4 ? data[3] : 2, &text);

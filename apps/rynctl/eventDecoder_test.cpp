@@ -1,5 +1,5 @@
 // Records whole, damaged in one place, cut at every length, and damaged at random.
-#include "rynctl/eventDecoder.h"
+#include "eventRecord/eventDecoder.h"
 
 #include <gtest/gtest.h>
 

@@ -4,9 +4,12 @@
 #include <string>
 #include <string_view>
 
-#include "rynctl/eventDecoder.h"
+#include "eventRecord/eventDecoder.h"
 
 namespace rynctl {
+
+using eventrecord::DecodedEvent;
+using eventrecord::DecodeEvent;
 
 /// "problem", "audit", "clear"; "unknown" for none.
 std::string_view CategoryName(std::optional<rynd::Category> category);

@@ -88,6 +88,14 @@ const std::vector<CatalogMessage> &Catalog() {
   return catalog;
 }
 
+std::vector<const PostRow *> AllPostRows() {
+  std::vector<const PostRow *> all;
+  for (const Rows rows : kRows) {
+    for (const PostRow &row : rows()) all.push_back(&row);
+  }
+  return all;
+}
+
 const CatalogMessage *FindCatalogMessage(std::string_view name) {
   const auto place = std::ranges::lower_bound(Catalog(), name, {}, &CatalogMessage::name);
   return place != Catalog().end() && place->name == name ? &*place : nullptr;

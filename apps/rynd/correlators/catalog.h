@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "correlators/rows/postRow.h"
 #include "post/category.h"
 
 namespace rynd {
@@ -18,6 +19,8 @@ struct CatalogMessage {
 
 /// Every event, ordered by name. Any thread.
 const std::vector<CatalogMessage> &Catalog();
+/// Every observation that a row translates into an event.
+std::vector<const PostRow *> AllPostRows();
 /// The event called `name`, or null.
 const CatalogMessage *FindCatalogMessage(std::string_view name);
 

@@ -1,12 +1,12 @@
 // Writes out whatever is no plain character. Stateless: any thread.
-#include "rynctl/escape.h"
+#include "text/escape.h"
 
 #include <array>
 #include <cstdio>
 
 #include "base/terminalText.h"
 
-namespace rynctl {
+namespace text {
 
 std::string EscapeForTerminal(std::string_view text) {
   std::string result;
@@ -31,4 +31,4 @@ std::string EscapeJson(std::string_view json) {
   return result;
 }
 
-}  // namespace rynctl
+}  // namespace text
