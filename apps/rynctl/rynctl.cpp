@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "rynctl/commands/commands.h"
+#include "text/suggest.h"
 
 namespace rynctl {
 namespace {
@@ -22,7 +23,8 @@ constexpr Command kCommands[] = {
     {"submit", "Send observations to the daemon", SubmitCommand},
     {"listen", "Be the management agent: receive events and print them", ListenCommand},
     {"trace", "Follow what goes into the daemon and comes out", TraceCommand},
-    {"catalog", "Print every event that the daemon can post", CatalogCommand},
+    {"explain", "Explain an event or an observation: what it means, what to do", ExplainCommand},
+    {"catalog", "List the events that the daemon can post, or what it handles", CatalogCommand},
 };
 
 std::string CommandList() {
@@ -58,7 +60,10 @@ int Dispatch(const Words &words, Console &console) {
     if (name == command.name)
       return command.run(isHelp ? Words{"--help"} : Words(rest.begin() + 1, rest.end()), console);
   }
-  return UsageError(app, (name.starts_with("-") ? "unknown option " : "unknown command ") + name, console);
+  if (name.starts_with("-")) return UsageError(app, "unknown option " + name, console);
+  std::vector<text::Known> known;
+  for (const Command &command : kCommands) known.push_back({command.name, command.name});
+  return UsageError(app, "unknown command " + name + text::DidYouMean(text::Suggest(name, known, 2)), console);
 }
 
 }  // namespace

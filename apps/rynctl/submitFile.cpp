@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "rynctl/argument.h"
+#include "rynctl/observationCheck.h"
 
 namespace rynctl {
 namespace {
@@ -125,7 +126,8 @@ int SubmitLines(std::istream &input, const FileOptions &options, ObservationSend
     if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
     std::string error;
     std::optional<TimedSubmission> line = ParseSubmissionLine(text, options.target, &error);
-    if (line) {
+    if (line && !options.force) error = CheckAgainstCatalog(line->submission.record);
+    if (line && error.empty()) {
       if (options.speed > 0) {
         const std::chrono::duration<double> offset(std::min(line->offset / options.speed, 1e9));
         std::this_thread::sleep_until(start + std::chrono::duration_cast<Clock::duration>(offset));

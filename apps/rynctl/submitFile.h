@@ -27,9 +27,10 @@ std::optional<TimedSubmission> ParseSubmissionLine(std::string_view line, const 
 
 /// What a run over a file needs to know.
 struct FileOptions {
-  std::string name;  ///< for errors
-  Target target;     ///< of lines that name none
-  double speed = 1;  ///< divides the waits; 0: no waiting
+  std::string name;    ///< for errors
+  Target target;       ///< of lines that name none
+  double speed = 1;    ///< divides the waits; 0: no waiting
+  bool force = false;  ///< send also what no correlator handles
 };
 
 /// Send every line of `input`, each at its offset from the call's start; one whose offset has passed goes at once.

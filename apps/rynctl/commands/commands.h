@@ -12,7 +12,9 @@ int SubmitCommand(const Words &words, Console &console);
 int ListenCommand(const Words &words, Console &console);
 /// Follow what goes into the daemon and comes out of it, until a signal or the daemon's end.
 int TraceCommand(const Words &words, Console &console);
-/// Print every event that the daemon can post.
+/// Explain an event or an observation.
+int ExplainCommand(const Words &words, Console &console);
+/// List the events that the daemon can post, or the observations that it handles.
 int CatalogCommand(const Words &words, Console &console);
 
 }  // namespace rynctl

@@ -8,6 +8,7 @@
 
 #include "rynctl/argument.h"
 #include "rynctl/commands/commands.h"
+#include "rynctl/observationCheck.h"
 #include "rynctl/observationSender.h"
 #include "rynctl/submitFile.h"
 
@@ -35,6 +36,7 @@ struct SubmitOptions {
   std::string speed = "1";
   double timeout = 0;
   double wait = 0;
+  bool force = false;
 };
 
 void Declare(CLI::App &app, SubmitOptions *options) {
@@ -56,6 +58,7 @@ void Declare(CLI::App &app, SubmitOptions *options) {
       ->check(CheckSeconds)
       ->option_text("SECONDS");
   AddWaitOption(app, &options->wait);
+  app.add_flag("--force", options->force, "Send also what no correlator handles");
 }
 
 /// The number that --speed says, 0 for "max". Negative when it is none.
@@ -68,12 +71,12 @@ double SpeedOf(const std::string &text) {
 
 int SubmitFile(const SubmitOptions &options, double speed, ObservationSender *sender, Console &console) {
   if (options.file == "-") {
-    return SubmitLines(std::cin, {"standard input", options.target, speed}, sender, console);
+    return SubmitLines(std::cin, {"standard input", options.target, speed, options.force}, sender, console);
   }
   errno = 0;
   std::ifstream file(options.file, std::ios::binary);
   if (!file) return console.Fail("cannot open " + options.file + ": " + std::strerror(errno));
-  return SubmitLines(file, {options.file, options.target, speed}, sender, console);
+  return SubmitLines(file, {options.file, options.target, speed, options.force}, sender, console);
 }
 
 }  // namespace
@@ -108,7 +111,9 @@ int SubmitCommand(const Words &words, Console &console) {
   ObservationSender sender(&patience);
   if (!options.file.empty()) return SubmitFile(options, speed, &sender, console);
   // An observation that can't be sent as it was written is a mistake on the command line.
-  if (error = CheckSubmission(submission); !error.empty()) return UsageError(app, error, console);
+  error = CheckSubmission(submission);
+  if (error.empty() && !options.force) error = CheckAgainstCatalog(submission.record);
+  if (!error.empty()) return UsageError(app, error, console);
   error = sender.Send(std::move(submission));
   return error.empty() ? kDone : console.Fail(error);
 }

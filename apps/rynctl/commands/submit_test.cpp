@@ -13,6 +13,7 @@
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
+#include "rynctl/commandLine.h"
 #include "rynctl/observationSender.h"
 #include "rynctl/submitFile.h"
 #include "rynctl/toolRun.h"
@@ -63,7 +64,7 @@ class Submit : public testing::Test {
   static ToolResult SubmitFile(const std::string &text, std::vector<std::string> more = {}) {
     const std::string path = testing_support::ProcessRoot() / "/var/lines";
     testing_support::WriteFile(path, text);
-    more.insert(more.begin(), {"submit", "--file", path});
+    more.insert(more.begin(), {"submit", "--force", "--file", path});
     ToolResult result = RunTool(more);
     if (const size_t place = result.err.find(path); place != std::string::npos) {
       result.err.replace(place, path.size(), "FILE");
@@ -76,8 +77,8 @@ class Submit : public testing::Test {
 
 TEST_F(Submit, SendsWhatIsWrittenAndNothingElse) {
   // Words that look like options, lists, commands or marks are arguments all the same.
-  const ToolResult result = RunTool({"submit", "ryn.a.b", "-5", "--message=", "naa.6001", "[1,2]", "", "++", "{}",
-                                     "trace", "u8:7", "null", "s:--", "--", "--message", "--", "-x="});
+  const ToolResult result = RunTool({"submit", "--force", "ryn.a.b", "-5", "--message=", "naa.6001", "[1,2]", "", "++",
+                                     "{}", "trace", "u8:7", "null", "s:--", "--", "--message", "--", "-x="});
   EXPECT_EQ(result.status, 0) << result.err;
   const hosted::RawRecord record = Receive(kernel_.Get());
   EXPECT_EQ(record.id, "ryn.a.b");
@@ -99,14 +100,14 @@ TEST_F(Submit, SendsWhatIsWrittenAndNothingElse) {
 TEST_F(Submit, ReachesTheOtherContexts) {
   base::UniqueFd last;
   ServeKernel(28, &last);
-  EXPECT_EQ(RunTool({"submit", "--context", "28", "--message", "it is", "ryn.a"}).status, 0);
+  EXPECT_EQ(RunTool({"submit", "--force", "--context", "28", "--message", "it is", "ryn.a"}).status, 0);
   EXPECT_EQ(Receive(last.Get()).message, "it is");
   base::UniqueFd user;
   ASSERT_EQ(hosted::ServeUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, &user), 0);
   // A slow daemon: what is submitted again is heard twice.
   std::vector<std::string> ids;
   std::thread daemon([&] { ids = TakeAll(user.Get(), std::chrono::milliseconds(500)); });
-  const ToolResult result = RunTool({"submit", "--user", "ryn.user.a", "5"});
+  const ToolResult result = RunTool({"submit", "--force", "--user", "ryn.user.a", "5"});
   daemon.join();
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(ids, std::vector<std::string>{"ryn.user.a"});
@@ -115,13 +116,13 @@ TEST_F(Submit, ReachesTheOtherContexts) {
 TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
   // 32 bytes of header, 2 and 1 of texts with their NUL, 8 before the string and 1 behind it.
   const std::string longest(hosted::kMaxRecordSize - 32 - 2 - 1 - 8 - 1, 'x');
-  EXPECT_EQ(RunTool({"submit", "r", longest}).status, 0);
+  EXPECT_EQ(RunTool({"submit", "--force", "r", longest}).status, 0);
   EXPECT_EQ(Receive(kernel_.Get()).arguments.at(0).text, longest);
   const struct {
     std::vector<std::string> words;
     const char *told;
   } cases[] = {
-      {{"submit", "r", longest + "x"}, "131072 bytes of at most 131071"},
+      {{"submit", "--force", "r", longest + "x"}, "131072 bytes of at most 131071"},
       {{"submit", ""}, "the id is empty"},
       {{"submit", "--user", "ryn.storage.apd.start"}, "only ids that begin with \"ryn.user.\""},
       {{"submit", "ryn.a", "i8:300"}, "-128 to 127"},
@@ -142,18 +143,67 @@ TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
   EXPECT_EQ(Receive(kernel_.Get()).id, "");
 }
 
+TEST_F(Submit, RefusesWhatNoCorrelatorMakesAnythingOf) {
+  constexpr char kTimeout[] = "ryn.storage.apd.timeout", kTakes[] = "It takes DEVICE (s), SECONDS (i32)";
+  const struct {
+    Words words;
+    std::vector<const char *> told;
+  } cases[] = {
+      {{"ryn.storage.adp.start", "naa.1"}, {"no correlator handles", "did you mean ryn.storage.apd.start", "--force"}},
+      {{"storage.apd.start", "naa.1"}, {"did you mean ryn.storage.apd.start"}},
+      {{"ryn.user.unheard.of"}, {"no correlator handles ryn.user.unheard.of"}},
+      {{kTimeout, "naa.1"}, {"1 argument where 2 are wanted", kTakes}},
+      {{kTimeout, "naa.1", "140", "9"}, {"3 arguments where 2 are wanted", kTakes}},
+      {{kTimeout, "naa.1", "soon"}, {"argument 2 is text where an integer is wanted (i32:N)", kTakes}},
+      {{kTimeout, "5", "140"}, {"argument 1 is an integer where text is wanted (s:TEXT)"}},
+      {{kTimeout, "naa.1", "null"}, {"argument 2 is text"}},
+      {{kTimeout, "naa.1", "4294967296"}, {"argument 2 does not fit into the 32 bits"}},
+      {{kTimeout, "naa.1", "-2147483649"}, {"argument 2 does not fit into the 32 bits"}},
+      {{"ryn.uw.core.dumped", "a", "1"}, {"2 arguments where 3 or 4 are wanted", "KEY_ID (s, optional)"}},
+  };
+  for (auto one : cases) {
+    one.words.insert(one.words.begin(), "submit");
+    const ToolResult result = RunTool(one.words);
+    EXPECT_EQ(result.status, 2) << result.err;
+    for (const char *told : one.told) EXPECT_NE(result.err.find(told), std::string::npos) << result.err;
+    EXPECT_EQ(Receive(kernel_.Get()).id, "");
+    one.words.emplace_back("--force");
+    EXPECT_EQ(RunTool(one.words).status, 0);
+    EXPECT_NE(Receive(kernel_.Get()).id, "");
+  }
+  // What the daemon reads is sent: any integer type that holds the value, a null text, an argument that may be missing.
+  const Words fits[] = {{kTimeout, "null", "u64:0xffffffff"},
+                        {kTimeout, "s:5", "i8:-1"},
+                        {"ryn.uw.core.dumped", "a", "1", "c"},
+                        {"ryn.iscsi.connection.error", "a", "1", "null"}};
+  for (Words words : fits) {
+    words.insert(words.begin(), "submit");
+    EXPECT_EQ(RunTool(words).status, 0) << words[1];
+  }
+  while (!Receive(kernel_.Get()).id.empty()) continue;
+  const std::string path = testing_support::ProcessRoot() / "/var/lines";
+  testing_support::WriteFile(path,
+                             "{\"id\":\"ryn.storage.apd.exit\",\"args\":[\"a\"]}\n{\"id\":\"ryn.storage.apd.exit\"}\n");
+  const ToolResult result = RunTool({"submit", "--file", path});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find(":2: ryn.storage.apd.exit: 0 arguments where 1 is wanted"), std::string::npos)
+      << result.err;
+  EXPECT_EQ(Receive(kernel_.Get()).arguments.size(), 1U);
+  EXPECT_EQ(Receive(kernel_.Get()).id, "");
+}
+
 TEST_F(Submit, SaysThatNoDaemonIsThere) {
   kernel_.Reset();  // its file stays, as after a crash
   const std::string path = hosted::KernelSocketPath(0);
   const std::string told = "rynctl: no daemon serves " + path + " (start rynd, or give its root with --root)\n";
-  ToolResult result = RunTool({"submit", "ryn.a"});
+  ToolResult result = RunTool({"submit", "--force", "ryn.a"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, told);
   unlink(path.c_str());
-  EXPECT_EQ(RunTool({"submit", "ryn.a"}).err, told);
+  EXPECT_EQ(RunTool({"submit", "--force", "ryn.a"}).err, told);
   if (geteuid() == 0) return;  // root has every permission
   chmod(hosted::RootPath(hosted::kContextFolder).c_str(), 0);
-  result = RunTool({"submit", "ryn.a"});
+  result = RunTool({"submit", "--force", "ryn.a"});
   chmod(hosted::RootPath(hosted::kContextFolder).c_str(), 0700);
   EXPECT_NE(result.err.find("no permission for " + path), std::string::npos) << result.err;
 }
@@ -180,7 +230,7 @@ TEST_F(Submit, WaitsForAFullQueueWithinBounds) {
   for (int i = 0; i < sent; ++i) EXPECT_EQ(Receive(kernel_.Get()).sequence, static_cast<uint64_t>(i) + 1);
   late.join();
   EXPECT_EQ(error, "");
-  EXPECT_EQ(RunTool({"submit", "--timeout", "0.05", "ryn.a"}).status, 0);
+  EXPECT_EQ(RunTool({"submit", "--force", "--timeout", "0.05", "ryn.a"}).status, 0);
 }
 
 TEST_F(Submit, WaitsForADaemonThatStarts) {
@@ -195,14 +245,14 @@ TEST_F(Submit, WaitsForADaemonThatStarts) {
     ASSERT_EQ(hosted::ServeUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, &user), 0);
     EXPECT_EQ(TakeAll(user.Get()), std::vector<std::string>{"ryn.user.a"});
   });
-  EXPECT_EQ(RunTool({"submit", "--wait", "60", "ryn.a"}).err, "");
-  EXPECT_EQ(RunTool({"submit", "--wait", "60", "--user", "ryn.user.a"}).err, "");
+  EXPECT_EQ(RunTool({"submit", "--force", "--wait", "60", "ryn.a"}).err, "");
+  EXPECT_EQ(RunTool({"submit", "--force", "--wait", "60", "--user", "ryn.user.a"}).err, "");
   late.join();
   EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.a");
   kernel_.Reset();
-  EXPECT_EQ(RunTool({"submit", "--wait", "0.05", "ryn.a"}).err, "rynctl: still no daemon serves " +
-                                                                    hosted::KernelSocketPath(0) +
-                                                                    " (start rynd, or give its root with --root)\n");
+  EXPECT_EQ(RunTool({"submit", "--force", "--wait", "0.05", "ryn.a"}).err,
+            "rynctl: still no daemon serves " + hosted::KernelSocketPath(0) +
+                " (start rynd, or give its root with --root)\n");
 }
 
 TEST_F(Submit, FindsARestartedDaemon) {
