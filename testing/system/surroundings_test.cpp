@@ -61,24 +61,5 @@ TEST(Surroundings, SocketsHaveTheirModesWhateverTheUmask) {
   }
 }
 
-TEST(Surroundings, AFolderThatIsRemovedIsNoError) {
-  RunningDaemon running;
-  std::filesystem::remove_all(running.root / "/var/run/corvane");
-  EXPECT_EQ(running.daemon.Stop(), 0);
-  EXPECT_TRUE(running.log.Lines().WaitFor("Exiting. rc:0"));
-  EXPECT_EQ(running.log.Lines().CountOf("Error closing"), 0u);
-}
-
-TEST(Surroundings, AnActionsLogThatIsNoFileEndsTheStartWithItsName) {
-  const TestRoot root;
-  const LogListener log(root / "/dev/log");
-  const std::string path = root / "/var/lib/corvane/actions.log";
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  Daemon daemon(root, {"-e"});
-  EXPECT_GT(daemon.WaitForExit(), 0);
-  EXPECT_TRUE(log.Lines().WaitFor("Cannot write " + path + ": "));
-}
-
 }  // namespace
 }  // namespace testing_support
