@@ -127,7 +127,7 @@ int Ryn_GetIntArg(const Observation *observation, uint32_t index, int32_t *value
 int Ryn_GetArg(const Observation *observation, uint32_t index, RynArg *argument) {
   hosted::RawArgumentView view;
   if (const int status = hosted::FindArgument(observation, index, &view); status != 0) return status;
-  *argument = {static_cast<RynArg::Kind>(view.kind), view.bits, view.text.data()};
+  *argument = {static_cast<RynArg::Kind>(view.kind), view.width, view.bits, view.text.data()};
   return 0;
 }
 

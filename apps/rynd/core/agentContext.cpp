@@ -9,6 +9,7 @@
 #include "core/agents.h"
 #include "core/cancel.h"
 #include "core/log.h"
+#include "core/statistics.h"
 #include "platform/system.h"
 
 namespace rynd {
@@ -44,6 +45,7 @@ int BuildContext(const char *name, const std::vector<const char *> &prefixes, co
 int AgentInit(const char *name, const std::vector<const char *> &prefixes, const std::vector<const char *> &exactIds,
               AgentContext **context) {
   Hyk_SetThreadName(name);
+  RegisterAgentStatistics(name);
   const int status = BuildContext(name, prefixes, exactIds, context);
   if (status != 0) {
     AgentCleanup(context);

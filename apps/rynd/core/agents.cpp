@@ -15,6 +15,7 @@
 #include "core/clock.h"
 #include "core/conditionVariable.h"
 #include "core/log.h"
+#include "core/statistics.h"
 
 namespace rynd {
 namespace {
@@ -53,6 +54,7 @@ unsigned AgentIdentity(AgentFunction function) {
 /// Tell StopAgents that the agent of `slot` has nothing left to do.
 void AgentEnded(const AgentSlot *slot) {
   AgentReady();
+  CurrentAgentStatistics()->isAlive = false;
   Progress &progress = AgentProgress();
   MutexLock lock(progress.mutex);
   progress.ended[static_cast<size_t>(slot - agents.data())] = true;

@@ -2,14 +2,18 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
 
+#include "core/agents.h"
 #include "core/rawRecord.h"
 #include "core/signals.h"
+#include "core/statistics.h"
+#include "core/traceFeed.h"
 #include "core/traceLines.h"
 #include "core/traceSocket.h"
 
@@ -24,6 +28,14 @@ struct ReadBuffer {
   size_t size = 0;
 };
 ReadBuffer readBuffer;
+
+/// Where the record that is fanned out was read from, for the trace feed.
+struct Origin {
+  char context[kRynLibNameSize] = "";
+  int fd = -1;
+  bool isConnection = false;  ///< of a program: `fd` is its connection
+};
+Origin origin;
 
 /// Replace the read buffer by an empty one of `size` bytes. False without memory; the old one is kept then.
 bool ResizeReadBuffer(size_t size) {
@@ -68,6 +80,10 @@ void WaitForRoom(int writeEnd) {
   if ((set[1].revents & POLLIN) != 0) AcceptTraceClient(set[1].fd);
 }
 
+bool Wants(const StreamRoute &route, const char *id, uint64_t idKey) {
+  return route.filter.MayMatch(idKey) && !route.stream->closing && SubscriptionMatches(id, *route.stream->subscription);
+}
+
 /// Write a whole record to a stream, waiting for room while its agent lags. 0, or the errno value of a failed write.
 /// A stop ends the wait: the stream's reader is cancelled next and never sees what is missing.
 int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
@@ -83,19 +99,40 @@ int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
     WaitForRoom(stream->writeEnd);
     if (StopRequested()) return 0;
   }
+  stream->agent->givenRecords.Add();
+  stream->agent->givenBytes.Add(length);
   return 0;
+}
+
+/// Put one sound record on the trace feed, with where it came from and which agents are about to be given it.
+void Trace(const std::byte *record, size_t length) REQUIRES(streamLock) {
+  RecordSource from{origin.context, 0, 0};
+  std::array<const char *, kMaxAgents> agents{};
+  size_t count = 0;
+  if (Feed().Wants(TraceFormat::kJson)) {
+    if (origin.isConnection) RynLib_UserConnectionSender(origin.fd, &from.pid, &from.uid);
+    const uint64_t key = IdKey(RecordId(record));
+    for (const StreamRoute &route : StreamRoutes()) {
+      if (count < agents.size() && Wants(route, RecordId(record), key)) agents[count++] = route.stream->agent->name;
+    }
+  }
+  TraceObservation(record, length, from, {agents.data(), count});
 }
 
 /// Write one sound record to every stream that wants it. 0 or the errno value of a failed write.
 int FanOutRecord(const std::byte *record, size_t length) REQUIRES(streamLock) {
   const char *id = RecordId(record);
   const uint64_t key = IdKey(id);
-  for (const auto &[filter, stream] : StreamRoutes()) {
-    if (!filter.MayMatch(key) || stream->closing || !SubscriptionMatches(id, *stream->subscription)) continue;
-    const int status = WriteRecord(stream, record, length);
-    if (status != 0 || StopRequested()) return status;
+  bool isMatched = false;
+  int status = 0;
+  for (const StreamRoute &route : StreamRoutes()) {
+    if (!Wants(route, id, key)) continue;
+    isMatched = true;
+    status = WriteRecord(route.stream, record, length);
+    if (status != 0 || StopRequested()) break;
   }
-  return 0;
+  (isMatched ? Stats().matched : Stats().unmatched).Add();
+  return status;
 }
 
 }  // namespace
@@ -105,12 +142,15 @@ bool AllocateReadBuffer() {
 }
 
 int ReadAndDispatch(int fd, RynLibHandle handle) {
-  char name[kRynLibNameSize] = "";
-  RynLib_HandleToName(handle, name);  // for whoever looks at this frame in a core file
+  RynLib_HandleToName(handle, origin.context);
+  origin.fd = fd;
   size_t length = 0;
   const int status = ReadRecord(fd, &length);
   if (status != 0) return status;
   if (length == 0 || length > kMaxRecordSize) return -1;
+  int contextFd = -1;
+  if (Feed().Wants(TraceFormat::kJson)) RynLib_HandleToFd(handle, &contextFd);
+  origin.isConnection = contextFd >= 0 && contextFd != fd;
   streamLock.Acquire();
   const int result = FanOut(readBuffer.bytes.get(), length);
   streamLock.Release();
@@ -121,12 +161,16 @@ int FanOut(const std::byte *bytes, size_t length) {
   int result = 0;
   while (length > 0) {
     const size_t total = SoundLength(bytes, length);
-    if (total == 0) return -1;
+    if (total == 0) {
+      Stats().unsound.Add();
+      return -1;
+    }
     if (HasSoundTexts(bytes, total)) {
-      TraceObservation(bytes, total);
+      Trace(bytes, total);
       const int status = FanOutRecord(bytes, total);
       if (status != 0) return status;
     } else {
+      Stats().unsound.Add();
       result = -1;
     }
     bytes += total;

@@ -5,6 +5,7 @@
 #include "core/fanOut.h"
 #include "core/log.h"
 #include "core/signals.h"
+#include "core/statistics.h"
 #include "core/traceSocket.h"
 
 namespace rynd {
@@ -12,11 +13,21 @@ namespace {
 
 constexpr short kGone = POLLERR | POLLHUP | POLLNVAL;
 
+/// Say what a stop gives up: it is not delivered by anybody later.
+void LogWhatIsLeft() {
+  const uint64_t records = RecordsInStreams();
+  const uint64_t events = Stats().events.waiting;
+  if (records == 0 && events == 0) return;
+  Log("Left behind: %lu observations that no agent has read, %lu events that the management agent has not got.\n",
+      records, events);
+}
+
 }  // namespace
 
 int PollLoop::Run() {
   for (;;) {
     if (StopRequested()) {
+      LogWhatIsLeft();
       Log("Exiting due to signal.\n");
       return 0;
     }

@@ -7,11 +7,15 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 
 #include "core/agentContext.h"
 #include "core/cancel.h"
+#include "core/cause.h"
+#include "core/clock.h"
 #include "core/log.h"
+#include "core/statistics.h"
 #include "platform/ryn.h"
 
 namespace rynd {
@@ -28,16 +32,31 @@ void DispatchAndFree(Handler defaultHandler, const HandlerTable &table, Observat
     Observation *observation;
     ~Owner() { Ryn_Free(observation); }
   } owner{observation};
-  HandlerTable copy = table;
-  DispatchObservation(defaultHandler, &copy, observation);
+  try {
+    HandlerTable copy = table;
+    DispatchObservation(defaultHandler, &copy, observation);
+  } catch (const std::bad_alloc &) {  // of the table: what a handler throws has been dealt with
+    const char *id = nullptr;
+    Ryn_GetID(observation, &id);
+    Log("Out of memory: observation %s is not handled.\n", id == nullptr ? "(null)" : id);
+    CurrentAgentStatistics()->unhandled.Add();
+  }
 }
 
-/// Call `handler`, ignoring standard exceptions.
-void CallHandler(Handler handler, Observation *observation) {
+/// Call `handler`, ignoring standard exceptions, and count it in `calls`.
+void CallHandler(Handler handler, Observation *observation, const char *id, Counter *calls) {
+  AgentStatistics *const agent = CurrentAgentStatistics();
+  Cause cause{id, 0, nullptr};
+  Ryn_GetTimestamp(observation, &cause.observationUs);
+  const CauseScope scope(cause);
+  const int64_t startNs = MonotonicNs();
+  calls->Add();
   try {
     handler(observation);
   } catch (const std::exception &) {
+    agent->exceptions.Add();
   }
+  agent->busyNs.Add(static_cast<uint64_t>(MonotonicNs() - startNs));
 }
 
 /// Run `loop` and release the context behind it, also when an exception ends the agent: the poll loop must not wait for
@@ -121,11 +140,11 @@ void DispatchObservation(Handler defaultHandler, HandlerTable *table, Observatio
   Ryn_GetID(observation, &id);
   const Handler handler = id == nullptr ? nullptr : (*table)[id];
   if (handler == nullptr) {
-    CallHandler(defaultHandler, observation);
+    CallHandler(defaultHandler, observation, id, &CurrentAgentStatistics()->unhandled);
     return;
   }
   LogObservation(observation);
-  CallHandler((*table)[id], observation);
+  CallHandler((*table)[id], observation, id, &CurrentAgentStatistics()->handled);
 }
 
 }  // namespace rynd

@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -11,7 +12,10 @@
 #include "core/log.h"
 #include "core/options.h"
 #include "core/pollLoop.h"
+#include "core/serviceNotify.h"
 #include "core/signals.h"
+#include "core/statistics.h"
+#include "core/statisticsReport.h"
 #include "core/stream.h"
 #include "core/timerThread.h"
 #include "core/traceSocket.h"
@@ -28,11 +32,12 @@ struct FreeList {
 };
 using ParamList = std::unique_ptr<HSI_ParamList, FreeList>;
 
-/// Everything that the shutdown path releases.
+/// Everything that the shutdown path releases, and what is known of the start.
 struct Daemon {
   ContextTable contexts = MakeContextTable();
   std::unique_ptr<pollfd[]> fixedSet;
   std::unique_ptr<pollfd[]> loopSet;
+  bool isWhole = false;  ///< the timer thread and every agent run
 };
 
 /// The daemon must have been built for the running kernel.
@@ -59,7 +64,9 @@ int EnableRyns() {
 /// Everything from the signal handlers to the read buffer, in order. 0, or the return code to end with.
 int SetUp(const Options &options, std::span<const AgentFunction> table, Daemon *daemon) {
   if (const int status = InstallSignalHandlers(); status != 0) return status;
-  StartTimerThread();
+  const int timerStatus = StartTimerThread();
+  if (timerStatus != 0)
+    Log("Cannot start the timer thread: %s. Nothing settles and nothing is retried.\n", strerror(timerStatus));
   CheckSignature();
   EventPostInit();
   if (options.enableRyns) {
@@ -74,6 +81,9 @@ int SetUp(const Options &options, std::span<const AgentFunction> table, Daemon *
   daemon->fixedSet[kTraceSlot] = {OpenTraceSocket(), POLLIN, 0};
   if (const int status = StreamListInit(); status != 0) return status;
   StartAgents(table);
+  const size_t alive = AgentsAlive();
+  if (alive < table.size()) Log("%zu of %zu agents run.\n", alive, table.size());
+  daemon->isWhole = timerStatus == 0 && alive == table.size();
   if (!AllocateReadBuffer()) {
     Log("Error allocating space for ryn buffer. Out of memory\n");
     return kOutOfMemory;
@@ -97,10 +107,13 @@ int Run(int argc, char **argv, std::span<const AgentFunction> table) {
   const Options options = ParseOptions(argc, argv);
   if (options.usageShown) return 0;
   BlockSignals();
+  StatisticsStart(table.size());
   int rc = SetUp(options, table, &daemon);
   // Kept: also said when the set-up failed; what follows says how it ended.
   Log("rynd setup completed. Start polling loop.\n");
+  if (rc == 0 && daemon.isWhole) NotifyService("READY=1");
   if (rc == 0) rc = Poll(&daemon);
+  NotifyService("STOPPING=1");
   StopAgents();
   daemon.loopSet.reset();
   daemon.fixedSet.reset();

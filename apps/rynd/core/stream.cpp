@@ -123,6 +123,7 @@ int StreamOpen(const char *name, const Subscription &subscription, Stream **stre
   if (opened == nullptr) return 1;
   if (MakePipe(&opened->readEnd, &opened->writeEnd) != 0) return 2;
   try {
+    opened->agent = CurrentAgentStatistics();
     opened->name = name;
     opened->subscription = new Subscription(subscription);
   } catch (const std::bad_alloc &) {
@@ -156,8 +157,13 @@ int StreamRead(Stream *stream, Observation **observation, bool *complete) {
   *observation = nullptr;
   const bool made = Ryn_MakeRyn(stream->buffer.get(), stream->held, observation) == 0;
   if (made) stream->buffer.release();
+  stream->agent->received.Add();
+  stream->agent->receivedBytes.Add(stream->held);
   stream->buffer.reset();
-  if (!made) return 2;
+  if (!made) {
+    stream->agent->unhandled.Add();
+    return 2;
+  }
   *complete = true;
   return 0;
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "core/list.h"
+#include "core/statistics.h"
 #include "core/streamLock.h"
 #include "core/subscription.h"
 
@@ -22,6 +23,7 @@ struct Stream : ListLinks {           // linked in order of registration
   std::atomic<bool> closing = false;  ///< the agent reads no more; its pipe may be broken
   int writeEnd = -1;                  ///< non-blocking: a full pipe is waited for where a stop is noticed
   Subscription *subscription = nullptr;
+  AgentStatistics *agent = nullptr;  ///< of the agent that opened it; never null
   std::string name;
   // The poll loop reads what is above for each record, the agent writes what is below: not in one cache line.
   [[maybe_unused]] std::array<std::byte, 64> apart{};

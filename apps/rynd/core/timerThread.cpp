@@ -2,17 +2,30 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+#include <array>
+
+#include "core/cause.h"
 #include "core/clock.h"
 #include "core/conditionVariable.h"
+#include "core/statistics.h"
 #include "platform/system.h"
 
 namespace rynd {
 namespace {
 
+/// The agent that registered a timer: what its callback does is counted for it.
+struct Owner {
+  TimerCallback callback = nullptr;
+  AgentStatistics *agent = nullptr;
+};
+
 struct Timers {
   Mutex mutex;  ///< never held around a callback, nor inside of another lock
   ConditionVariable changed;
   TimerRegistry registry GUARDED_BY(mutex);
+  /// Whose each timer is, by its identity.
+  std::array<Owner, TimerRegistry::kMaxTimers> owners GUARDED_BY(mutex){};
 };
 
 Timers &AllTimers() {
@@ -26,11 +39,14 @@ int64_t NowS() {
 }
 
 /// Wait for the next timer that is due and take it.
-TimerCallback WaitForDue() {
+Owner WaitForDue() {
   Timers &timers = AllTimers();
   MutexLock lock(timers.mutex);
   for (;;) {
-    if (const TimerCallback callback = timers.registry.TakeDue(NowS()); callback != nullptr) return callback;
+    if (const TimerCallback callback = timers.registry.TakeDue(NowS()); callback != nullptr) {
+      return *std::find_if(timers.owners.begin(), timers.owners.end(),
+                           [&](const Owner &owner) { return owner.callback == callback; });
+    }
     const int64_t earliest = timers.registry.EarliestDue();
     if (earliest == 0) {
       timers.changed.Wait(timers.mutex);
@@ -42,7 +58,12 @@ TimerCallback WaitForDue() {
 
 void *RunTimers(void *) {
   Hyk_SetThreadName("TimerThread");
-  for (;;) WaitForDue()();
+  for (;;) {
+    const Owner due = WaitForDue();
+    SetCurrentAgentStatistics(due.agent);
+    const CauseScope cause({nullptr, 0, "timer"});
+    due.callback();
+  }
 }
 
 }  // namespace
@@ -60,7 +81,9 @@ int StartTimerThread() {
 int RegisterTimer(TimerCallback callback) {
   Timers &timers = AllTimers();
   MutexLock lock(timers.mutex);
-  return timers.registry.Register(callback);
+  const int id = timers.registry.Register(callback);
+  if (id >= 0) timers.owners[static_cast<size_t>(id)] = {callback, CurrentAgentStatistics()};
+  return id;
 }
 
 int ArmTimer(int id, uint32_t periodic, int64_t intervalS, int64_t *dueS) {

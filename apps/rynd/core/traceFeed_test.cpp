@@ -48,11 +48,11 @@ TraceFeed *NewFeed() {
 
 TEST(TraceFeed, EveryClientGetsEveryLineFromItsConnectionOn) {
   TraceFeed *feed = NewFeed();
-  feed->Publish("before\n");
+  feed->Publish({"before\n"});
   const auto first = AddClient(feed);
-  feed->Publish("one\n");
+  feed->Publish({"one\n"});
   const auto second = AddClient(feed);
-  feed->Publish("two\n");
+  feed->Publish({"two\n"});
   EXPECT_EQ(ReadUntil(first, "two\n"), "one\ntwo\n");
   EXPECT_EQ(ReadUntil(second, "two\n"), "two\n");
 }
@@ -64,10 +64,10 @@ TEST(TraceFeed, AStalledClientLosesLinesAndIsToldHowMany) {
   constexpr size_t kLines = 3000;
   const std::string filler(2000, '.');
   for (size_t i = 0; i < kLines; ++i) {
-    feed->Publish(std::to_string(i) + filler + "\n");
+    feed->Publish({std::to_string(i) + filler + "\n"});
     if (i % 100 == 99) ReadUntil(reading, std::to_string(i) + filler + "\n");  // one that reads misses none
   }
-  feed->Publish("last\n");
+  feed->Publish({"last\n"});
   const std::string text = ReadUntil(stalled, "last\n");
   size_t received = 0;
   size_t lost = 0;
@@ -91,16 +91,16 @@ TEST(TraceFeed, ForgetsClientsThatVanish) {
   TraceFeed *feed = NewFeed();
   auto idle = AddClient(feed);
   auto stalled = AddClient(feed);
-  for (int i = 0; i < 2000; ++i) feed->Publish(std::string(1000, 'x') + "\n");
+  for (int i = 0; i < 2000; ++i) feed->Publish({std::string(1000, 'x') + "\n"});
   stalled.Reset();  // in the middle of a line, its thread inside of a send
   idle.Reset();
-  feed->Publish("x\n");
+  feed->Publish({"x\n"});
   EXPECT_TRUE(WaitForNoClients(*feed));
   auto vanished = AddClient(feed);
   vanished.Reset();             // with nothing to send it
   auto next = AddClient(feed);  // a new client is the occasion to look
   next.Reset();
-  feed->Publish("y\n");
+  feed->Publish({"y\n"});
   EXPECT_TRUE(WaitForNoClients(*feed));
 }
 
@@ -118,23 +118,23 @@ TEST(TraceFeed, ServesHundredsAndTurnsAwayMore) {
   TraceFeed *feed = NewFeed();
   std::vector<base::UniqueFd> clients;
   for (size_t i = 0; i < TraceFeed::kMaxClients - 100; ++i) clients.push_back(AddClient(feed));
-  feed->Publish("hello\n");
+  feed->Publish({"hello\n"});
   for (const auto &client : clients) EXPECT_EQ(ReadUntil(client, "\n"), "hello\n");
   for (size_t i = 0; i < 100; ++i) clients.push_back(AddClient(feed));
   int status = 0;
   AddClient(feed, &status);
-  EXPECT_EQ(status, EAGAIN);
+  EXPECT_EQ(status, EUSERS);
   clients.clear();
-  feed->Publish("bye\n");
+  feed->Publish({"bye\n"});
   EXPECT_TRUE(WaitForNoClients(*feed));
 }
 
 TEST(TraceLines, AreOneLineWithQuotedArguments) {
   const auto client = AddClient(&Feed());
   const auto record = MakeRecord("ryn.a.b", {"plain", "q\"b\\n\nt\te\033d\177", ""}, "two\nlines");
-  TraceObservation(record.data(), record.size());
+  TraceObservation(record.data(), record.size(), {"kernel-00"}, {});
   EXPECT_EQ(ReadUntil(client, "\n"), "0 IN ryn.a.b two lines (\"plain\", \"q\\\"b\\\\n\\nt\\te\\033d\\177\", \"\")\n");
-  TraceEvent(42, "amb.audit.x", "text", nullptr, 0);
+  TraceEvent({42, 7, "amb.audit.x", "text", nullptr, 0});
   EXPECT_EQ(ReadUntil(client, "\n"), "42 OUT amb.audit.x text ()\n");
 }
 

@@ -1,16 +1,17 @@
 #include "core/traceLines.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "core/clock.h"
 #include "core/log.h"
 #include "core/rawRecord.h"
 #include "core/traceFeed.h"
+#include "core/traceJson.h"
 #include "platform/messageFormat.h"
 #include "platform/ryn.h"
 
@@ -82,77 +83,79 @@ void AppendArguments(std::string *line, const Observation *observation) {
   }
 }
 
-struct FreeObservation {
-  void operator()(Observation *observation) const { Ryn_Free(observation); }
-};
-
-/// An Observation made from a copy of `record`, or null.
-std::unique_ptr<Observation, FreeObservation> CopyToObservation(const std::byte *record, size_t length) {
-  auto copy = std::make_unique<std::byte[]>(length);
-  std::memcpy(copy.get(), record, length);
-  Observation *observation = nullptr;
-  if (Ryn_MakeRyn(copy.get(), length, &observation) == 0) copy.release();
-  return std::unique_ptr<Observation, FreeObservation>(observation);
-}
-
-/// The line of a raw record.
-std::string ObservationLine(const std::byte *record, size_t length) {
-  uint64_t timeUs = 0;
-  std::memcpy(&timeUs, record + kRecordTimeOffset, sizeof timeUs);
-  const auto observation = CopyToObservation(record, length);
-  if (observation == nullptr) {
-    Log("Invalid argument in ryn with ID %s", RecordId(record));
-    return LineStart(timeUs, "IN", RecordId(record), "") + " ()\n";
-  }
-  char *message = nullptr;
-  char *second = nullptr;
-  Ryn_GetMsg(observation.get(), &message, &second);
-  const std::unique_ptr<char, decltype(&free)> owner(message, &free);
-  std::string line = LineStart(timeUs, "IN", RecordId(record), message == nullptr ? "" : message);
+/// The line of a raw record, or of one that no observation can be made of (null).
+std::string ObservationLine(const std::byte *record, uint64_t timeUs, const Observation *observation) {
+  if (observation == nullptr) return LineStart(timeUs, "IN", RecordId(record), "") + " ()\n";
+  std::string line = LineStart(timeUs, "IN", RecordId(record), ObservationMessage(observation));
   line += " (";
-  AppendArguments(&line, observation.get());
+  AppendArguments(&line, observation);
   return line + ")\n";
 }
 
 /// The line of an event.
-std::string EventLine(uint64_t timeUs, const char *name, const char *message, const std::byte *area, uint32_t count) {
-  std::string line = LineStart(timeUs, "OUT", name, message);
+std::string EventLine(const TracedEvent &event) {
+  std::string line = LineStart(event.timeUs, "OUT", event.name, event.message);
   line += " (";
-  for (uint32_t i = 0; i < count; ++i) {
+  for (uint32_t i = 0; i < event.count; ++i) {
     if (i > 0) line += ", ";
-    const MsgFmtArg argument = MsgFmt_GetArg(area, i);
+    const MsgFmtArg argument = MsgFmt_GetArg(event.area, i);
     if (argument.kind == MsgFmtKind::kSigned || argument.kind == MsgFmtKind::kUnsigned) {
       AppendInteger(&line, argument.kind == MsgFmtKind::kSigned, argument.value);
     } else {
-      const char *text = reinterpret_cast<const char *>(area + argument.value);
+      const char *text = reinterpret_cast<const char *>(event.area + argument.value);
       AppendQuoted(&line, argument.kind == MsgFmtKind::kString ? text : nullptr);
     }
   }
   return line + ")\n";
 }
 
-/// Make a line and queue it, if anybody listens. Without memory the clients miss it, and nothing else does.
-template <typename MakeLine>
-void Publish(const MakeLine &makeLine) {
+/// Queue what `makeText` and `makeJson` give, if anybody wants it. Without memory the clients miss it, and nothing else
+/// does.
+template <typename MakeText, typename MakeJson>
+void Publish(const MakeText &makeText, const MakeJson &makeJson) try {
+  TraceLine line;
+  if (Feed().Wants(TraceFormat::kText)) line[static_cast<size_t>(TraceFormat::kText)] = makeText();
+  if (Feed().Wants(TraceFormat::kJson)) line[static_cast<size_t>(TraceFormat::kJson)] = makeJson();
+  if (!line[0].empty() || !line[1].empty()) Feed().Publish(std::move(line));
+} catch (const std::bad_alloc &) {
+  Log("Out of memory for a line of the trace feed\n");
+}
+
+std::string NoText() {
+  return "";
+}
+
+}  // namespace
+
+void TraceObservation(const std::byte *record, size_t length, const RecordSource &source,
+                      std::span<const char *const> agents) {
   if (!Feed().HasClients()) return;
+  uint64_t timeUs = 0;
+  std::memcpy(&timeUs, record + kRecordTimeOffset, sizeof timeUs);
   try {
-    Feed().Publish(makeLine());
+    const auto observation = CopyToObservation(record, length);
+    if (observation == nullptr) Log("Invalid argument in ryn with ID %s", RecordId(record));
+    Publish([&] { return ObservationLine(record, timeUs, observation.get()); },
+            [&] { return ObservationJson(RecordId(record), timeUs, observation.get(), source, agents); });
   } catch (const std::bad_alloc &) {
     Log("Out of memory for a line of the trace feed\n");
   }
 }
 
-}  // namespace
-
-void TraceObservation(const std::byte *record, size_t length) {
-  Publish([&] { return ObservationLine(record, length); });
+void TraceEvent(const TracedEvent &event) {
+  Publish([&] { return EventLine(event); }, [&] { return EventJson(event); });
 }
 
-void TraceEvent(uint64_t timeUs, const char *name, const char *message, const std::byte *area, uint32_t count) {
-  Publish([&] { return EventLine(timeUs, name, message, area, count); });
+void TraceDelivery(uint64_t sequence, const char *result) {
+  Publish(NoText, [&] { return DeliveryJson(sequence, result); });
 }
 
-std::string TraceLostLine(uint64_t count) {
+void TraceDrop(const char *name, const char *reason) {
+  Publish(NoText, [&] { return DropJson(name, reason); });
+}
+
+std::string TraceLostLine(uint64_t count, TraceFormat format) {
+  if (format == TraceFormat::kJson) return LostJson(count);
   return std::to_string(WallClockUs()) + " LOST " + std::to_string(count) + '\n';
 }
 

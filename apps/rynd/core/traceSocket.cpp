@@ -11,6 +11,7 @@
 #include "base/unixAddress.h"
 #include "base/unixListener.h"
 #include "core/log.h"
+#include "core/statistics.h"
 #include "core/traceFeed.h"
 #include "platform/system.h"
 
@@ -54,12 +55,17 @@ int TraceListener() {
 void AcceptTraceClient(int listenFd) {
   static base::Acceptor acceptor;
   base::UniqueFd client(acceptor.Accept(listenFd));
-  if (!client) {
-    Log("Trace accept() failed: %s", strerror(errno));
-    return;
-  }
-  const int status = Feed().AddClient(std::move(client));
-  if (status != 0) Log("pthread_create failed: %s", strerror(status));
+  const int acceptStatus = client ? 0 : errno;
+  const int status = client ? Feed().AddClient(std::move(client)) : 0;
+  // Whoever is refused comes again: told once, until somebody is served.
+  static bool isTold = false;
+  const bool isServed = acceptStatus == 0 && status == 0;
+  if (!isServed) Stats().trace.refused.Add();
+  if (isServed == !isTold) return;
+  isTold = !isServed;
+  if (acceptStatus != 0) Log("Trace accept() failed: %s", strerror(acceptStatus));
+  if (status == EUSERS) Log("%zu trace clients are connected; more are refused.\n", TraceFeed::kMaxClients);
+  if (status != 0 && status != EUSERS) Log("pthread_create failed: %s", strerror(status));
 }
 
 }  // namespace rynd

@@ -29,6 +29,7 @@ int RynLib_UserContextCloseCnx(int fd);
 /// 0, or ENOENT when `fd` is none.
 int RynLib_UserConnectionSender(int fd, int32_t *pid, uint32_t *uid);
 /// The pollable descriptor of a context, borrowed. 0 or a positive status.
+int RynLib_UserConnectionSender(int fd, int32_t *pid, uint32_t *uid);
 int RynLib_HandleToFd(RynLibHandle handle, int *fd);
 /// The context's name, for diagnostics, into kRynLibNameSize bytes. 0 or a positive status.
 int RynLib_HandleToName(RynLibHandle handle, char *name);
@@ -65,11 +66,12 @@ int Ryn_GetIntArg(const Observation *observation, uint32_t index, int32_t *value
 /// that its length modifier says. Outputs are written up to the first failure.
 int Ryn_GetArgs(const Observation *observation, const char *format, ...);
 int Ryn_GetArgsVA(const Observation *observation, const char *format, va_list outputs);
-/// What an argument is and holds, for diagnostics. `bits` is an integer extended to 64 bits by its kind; `text` a
-/// string owned by the Observation.
+/// What an argument is and holds, for diagnostics. `bits` is an integer of `width` bytes (1, 2, 4 or 8) extended to 64
+/// bits by its kind; `text` a string owned by the Observation.
 struct RynArg {
   enum class Kind : uint8_t { kSigned = 1, kUnsigned = 2, kString = 3, kNullString = 4 };
   Kind kind;
+  uint8_t width;
   uint64_t bits;
   const char *text;
 };

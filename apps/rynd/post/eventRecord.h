@@ -5,6 +5,7 @@
 
 namespace rynd {
 
+constexpr size_t kEventSequenceOffset = 8;  ///< 8 bytes
 constexpr size_t kEventUuidOffset = 16;
 constexpr size_t kEventUuidSize = 38;
 constexpr size_t kEventTotalLengthOffset = 56;  ///< 4 bytes: name length + 72 + the bytes of the arguments

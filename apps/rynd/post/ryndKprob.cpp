@@ -1,12 +1,17 @@
 #include "post/ryndKprob.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "core/clock.h"
 #include "core/log.h"
+#include "core/statistics.h"
+#include "core/traceFeed.h"
 #include "core/traceLines.h"
 #include "platform/messageFormat.h"
 #include "platform/system.h"
@@ -72,22 +77,31 @@ void FillFixedPart(std::byte *record, const char *eventNamespace, const char *sh
   Hyk_StampEvent(record);
 }
 
-/// Serialise the arguments behind the name, growing the buffer as needed. False, with what has to be said logged, when
-/// the event is to be dropped.
-[[gnu::format(printf, 3, 0)]] bool SerializeArguments(RecordBuffer *buffer, size_t areaOffset, const char *format,
-                                                      va_list arguments, size_t *used, uint32_t *count) {
+/// Count and show that the event `name` is not delivered.
+void Dropped(const std::string_view eventNamespace, const char *shortId, DropReason reason) {
+  Stats().events.dropped[static_cast<size_t>(reason)].Add();
+  CurrentAgentStatistics()->dropped.Add();
+  if (!Feed().Wants(TraceFormat::kJson)) return;
+  char name[kMaxEventNameLength];  // a longer one is cut
+  snprintf(name, sizeof name, "%.*s%s", static_cast<int>(eventNamespace.size()), eventNamespace.data(), shortId);
+  TraceDrop(name, DropReasonName(reason));
+}
+
+/// Serialise the arguments behind the name, growing the buffer as needed. 0, or why the event is to be dropped, with
+/// what has to be said logged: ENOMEM, ENOSPC for arguments that are too long, EINVAL for a format that is none.
+[[gnu::format(printf, 3, 0)]] int SerializeArguments(RecordBuffer *buffer, size_t areaOffset, const char *format,
+                                                     va_list arguments, size_t *used, uint32_t *count) {
   for (int attempt = 1;; ++attempt) {
     va_list again;
     va_copy(again, arguments);
     const size_t room = buffer->size - areaOffset - (kEventFixedLength - kEventNameOffset);
     const int status = MsgFmt_Serialize(buffer->bytes.get() + areaOffset, room, format, again, used, count);
     va_end(again);
-    if (status == 0) return true;
-    if (status != ENOSPC || attempt == kMaxAttempts) return false;
+    if (status != ENOSPC || attempt == kMaxAttempts) return status;
     const size_t doubled = buffer->size * 2;
     if (!Grow(buffer, doubled, areaOffset)) {
       Log("Failed to allocate %zu bytes for prob buffer.", doubled);
-      return false;
+      return ENOMEM;
     }
   }
 }
@@ -97,10 +111,11 @@ void FillFixedPart(std::byte *record, const char *eventNamespace, const char *sh
   return format + offset;
 }
 
-uint64_t RecordTime(const std::byte *record) {
-  uint64_t timeUs = 0;
-  std::memcpy(&timeUs, record, sizeof timeUs);
-  return timeUs;
+/// The 64-bit field at `offset` of a record's header: its time at 0, its sequence number at 8.
+uint64_t HeaderField(const std::byte *record, size_t offset) {
+  uint64_t value = 0;
+  std::memcpy(&value, record + offset, sizeof value);
+  return value;
 }
 
 }  // namespace
@@ -127,31 +142,35 @@ void Rynd_PostProblem(const char *shortId, const char *format, ...) {
 }
 
 void EventPostCore(const char *eventNamespace, const char *shortId, const char *messageFormat, va_list arguments) {
+  const auto drop = [&](DropReason reason) { Dropped(eventNamespace, shortId, reason); };
+  Stats().events.posted.Add();
+  CurrentAgentStatistics()->posted.Add();
   RecordBuffer buffer;
   if (!Grow(&buffer, kFirstBufferSize, 0)) {
     Log("Failed to allocate %zu bytes for prob buffer.\n", kFirstBufferSize);
-    return;
+    return drop(DropReason::kMemory);
   }
-  if (!PassesRateLimit(WallClockS(), eventNamespace, shortId)) return;
+  if (!PassesRateLimit(WallClockS(), eventNamespace, shortId)) return drop(DropReason::kRate);
   const size_t nameLength = strlen(eventNamespace) + strlen(shortId) + 1;
-  if (nameLength > kMaxEventNameLength) return;
+  if (nameLength > kMaxEventNameLength) return drop(DropReason::kName);
   FillFixedPart(buffer.bytes.get(), eventNamespace, shortId, nameLength);
 
   const size_t areaOffset = kEventNameOffset + nameLength;
   size_t used = 0;
   uint32_t count = 0;
-  if (!SerializeArguments(&buffer, areaOffset, messageFormat, arguments, &used, &count)) return;
+  const int status = SerializeArguments(&buffer, areaOffset, messageFormat, arguments, &used, &count);
+  if (status != 0) return drop(status == ENOMEM ? DropReason::kMemory : DropReason::kSize);
   std::byte *const record = buffer.bytes.get();
   std::byte *const area = record + areaOffset;
   const char *name = reinterpret_cast<const char *>(record + kEventNameOffset);
   const MessageText message(MsgFmt_Format(messageFormat, area, count));
-  if (message == nullptr) return;
-  LogObservationText(name, message.get(), RecordTime(record));
+  if (message == nullptr) return drop(DropReason::kMemory);
+  LogObservationText(name, message.get(), HeaderField(record, 0));
   MsgFmt_PointersToOffsets(area, count);
   const size_t length = nameLength + kEventFixedLength + used;
   PutField(record, kEventTotalLengthOffset, length);
   PutField(record, kEventArgumentCountOffset, count);
-  TraceEvent(RecordTime(record), name, message.get(), area, count);
+  TraceEvent({HeaderField(record, 0), HeaderField(record, kEventSequenceOffset), name, message.get(), area, count});
   Deliver(record, length, name, message.get());
 }
 

@@ -8,10 +8,13 @@
 #include <utility>
 
 #include "core/cancel.h"
+#include "core/clock.h"
 #include "core/list.h"
 #include "core/log.h"
+#include "core/statistics.h"
 #include "core/threadAnnotations.h"
 #include "core/timerThread.h"
+#include "core/traceLines.h"
 #include "platform/hsi.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
@@ -46,6 +49,7 @@ class SCOPED_CAPABILITY QueueLock {
 /// One event that waits; `record` has as many zeroed bytes behind it as it is long.
 struct QueueEntry : ListLinks {
   size_t length = 0;
+  uint64_t sinceUs = 0;  ///< when it was put there, microseconds of the wall clock
   std::unique_ptr<std::byte[]> record;
   std::unique_ptr<char[]> message;
   const char *Name() const { return reinterpret_cast<const char *>(record.get() + kEventNameOffset); }
@@ -72,20 +76,53 @@ std::unique_ptr<Byte[]> Copy(const Byte *bytes, size_t length, size_t size) {
   return copy;
 }
 
-/// Append copies of the record and its message to the queue; without memory the event is dropped.
-void AppendEntry(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
+uint64_t Sequence(const std::byte *record) {
+  uint64_t sequence = 0;
+  std::memcpy(&sequence, record + kEventSequenceOffset, sizeof sequence);
+  return sequence;
+}
+
+/// Count and show that an event could not be kept.
+void DroppedForMemory(const char *name) {
+  Stats().events.dropped[static_cast<size_t>(DropReason::kMemory)].Add();
+  CurrentAgentStatistics()->dropped.Add();
+  TraceDrop(name, DropReasonName(DropReason::kMemory));
+}
+
+/// Send one record. 0 or -1. The statistics show since when a send goes on.
+int Send(const std::byte *record, size_t length) REQUIRES(queueMutex) {
+  EventStatistics &events = Stats().events;
+  events.sendingSinceUs = WallClockUs();
+  const int status = SendToMgmtd(record, length);
+  events.sendingSinceUs = 0;
+  if (status != 0) return status;
+  events.sent.Add();
+  TraceDelivery(Sequence(record), "sent");
+  return 0;
+}
+
+/// Let the statistics show what waits.
+void ShowQueue(uint64_t waiting) REQUIRES(queueMutex) {
+  EventStatistics &events = Stats().events;
+  events.waiting = waiting;
+  events.oldestWaitingUs = ListIsEmpty(queue) ? 0 : static_cast<const QueueEntry *>(queue.next)->sinceUs;
+}
+
+/// Append copies of the record and its message to the queue. False, with the reason logged, without memory.
+bool AppendEntry(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
   std::unique_ptr<QueueEntry> entry(new (std::nothrow) QueueEntry);
   if (entry == nullptr) {
     Log("Could not allocate memory for data of kprob ([%s] %s) to schedule for later. Will have to drop this kprob.",
         name, message);
-    return;
+    return false;
   }
   entry->length = length;
+  entry->sinceUs = WallClockUs();
   entry->record = Copy(record, length, 2 * length);
   if (entry->record == nullptr) {
     Log("Could not allocate memory for buf of kprob ([%s] %s) to schedule for later. Will have to drop this kprob.",
         name, message);
-    return;
+    return false;
   }
   const size_t messageSize = strlen(message) + 1;
   entry->message = Copy(message, messageSize, messageSize);
@@ -93,14 +130,20 @@ void AppendEntry(const std::byte *record, size_t length, const char *name, const
     Log("Could not allocate memory for kprobMsg of kprob ([%s] %s) to schedule for later. Will have to drop this "
         "kprob.",
         name, message);
-    return;
+    return false;
   }
   ListAppend(&queue, entry.release());
+  return true;
 }
 
 /// Queue the event. True when the retry has to be armed, which sets the flag.
 bool Enqueue(const std::byte *record, size_t length, const char *name, const char *message) REQUIRES(queueMutex) {
-  AppendEntry(record, length, name, message);
+  if (AppendEntry(record, length, name, message)) {
+    ShowQueue(Stats().events.waiting + 1);
+    TraceDelivery(Sequence(record), "queued");
+  } else {
+    DroppedForMemory(name);
+  }
   return !std::exchange(retryPending, true);
 }
 
@@ -109,7 +152,7 @@ bool SendOrQueue(const std::byte *record, size_t length, const char *name, const
   const QueueLock lock(queueMutex);
   if (retryPending) {
     Log("Some events in queue, adding event ([%s] %s) to it", name, message);
-  } else if (SendToMgmtd(record, length) == 0) {
+  } else if (Send(record, length) == 0) {
     Log("The event ([%s] %s) was sent immediately to mgmtd;", name, message);
     return false;
   } else {
@@ -123,7 +166,8 @@ bool SendQueue() EXCLUDES(queueMutex) {
   const QueueLock lock(queueMutex);
   while (!ListIsEmpty(queue)) {
     auto *entry = static_cast<QueueEntry *>(queue.next);
-    if (SendToMgmtd(entry->record.get(), entry->length) != 0) {
+    Stats().events.retries.Add();
+    if (Send(entry->record.get(), entry->length) != 0) {
       Log("Failed to send event ([%s] %s). Stopping send of events until next retry.", entry->Name(),
           entry->message.get());
       return false;
@@ -131,6 +175,7 @@ bool SendQueue() EXCLUDES(queueMutex) {
     Log("Successfully sent event ([%s] %s).\n", entry->Name(), entry->message.get());
     ListRemove(entry);
     delete entry;
+    ShowQueue(Stats().events.waiting - 1);
   }
   retryPending = false;
   return true;

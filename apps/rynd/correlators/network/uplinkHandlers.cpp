@@ -7,9 +7,12 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/clock.h"
 #include "core/log.h"
+#include "core/statistics.h"
 #include "core/timerThread.h"
 #include "correlators/network/linkFlapping.h"
 #include "correlators/network/uplinkMonitor.h"
@@ -50,6 +53,16 @@ bool ReadText(const Observation *observation, uint32_t index, std::string *text)
   if (Ryn_GetStringArg(observation, index, &value) != 0) return false;
   *text = value == nullptr ? "(null)" : value;
   return true;
+}
+
+/// Let the statistics show which uplinks are silent.
+void ShowWatchedUplinks() {
+  std::vector<WaitingUplink> shown;
+  const int64_t nowNs = MonotonicNs();
+  for (const auto &[uplink, sinceNs] : Monitor().WatchedSince()) {
+    shown.push_back({uplink, WallClockUs() - static_cast<uint64_t>(nowNs - sinceNs) / 1000});
+  }
+  SetWaitingUplinks(std::move(shown));
 }
 
 /// The arguments of a port group's transition. The last one is read and of no use.
@@ -115,6 +128,7 @@ void OnUplinkWatchdogTimeout(Observation *observation) {
   std::string uplink;
   if (!ReadText(observation, 0, &uplink)) return;
   Monitor().UplinkWatchdogTimeout(uplink, MonotonicNs());
+  ShowWatchedUplinks();
 }
 
 }  // namespace
@@ -141,7 +155,9 @@ int OpenUplinkWakePipe() {
 }
 
 void OnUplinkTimeout() {
+  const size_t watched = Monitor().WatchedSince().size();
   Monitor().OnUplinkTimeout(MonotonicNs());
+  if (Monitor().WatchedSince().size() != watched) ShowWatchedUplinks();
 }
 
 }  // namespace rynd

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/cause.h"
 #include "core/log.h"
 #include "correlators/network/uplinkMessages.h"
 
@@ -129,6 +130,7 @@ void UplinkMonitor::HynicLinkUp(const std::string &uplink, int64_t nowNs) {
 
 void UplinkMonitor::UplinkWatchdogTimeout(const std::string &uplink, int64_t nowNs) {
   timers_.ScheduleUplinkTimer(kWatchdogSettleS, uplink, WATCHDOG, nowNs);
+  watchedSinceNs_.try_emplace(uplink, nowNs);
 }
 
 void UplinkMonitor::OnUplinkTimeout(int64_t nowNs) {
@@ -137,6 +139,8 @@ void UplinkMonitor::OnUplinkTimeout(int64_t nowNs) {
 
 void UplinkMonitor::Settle(const UplinkTimer &timer) {
   const std::string &uplink = timer.uplink;
+  const std::string what = "uplink " + uplink + ": " + TransitionName(timer.state);
+  const CauseScope cause({nullptr, 0, what.c_str()});
   // While the watchdog's window is open, all else keeps its bit and its records for the watchdog's decision. Kept: the
   // window stays open behind that decision, unless it finds a transient failure.
   const bool isWatched = timers_.IsTransitionPending(uplink, WATCHDOG);
@@ -198,6 +202,7 @@ void UplinkMonitor::SettleWatchdog(const std::string &uplink) {
 }
 
 void UplinkMonitor::ForgetTransientFailure(const std::string &uplink, uint32_t pending) {
+  watchedSinceNs_.erase(uplink);
   if ((pending & PG_DOWN) != 0) portGroups_.downRecords.erase(uplink);
   if ((pending & DVPORT_DOWN) != 0) dvports_.downRecords.erase(uplink);
   if ((pending & PG_UP) != 0) portGroups_.upRecords.erase(uplink);

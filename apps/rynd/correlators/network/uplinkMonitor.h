@@ -50,6 +50,9 @@ class UplinkMonitor {
   /// Decide all that has settled, and arm the timer for what has not.
   void OnUplinkTimeout(int64_t nowNs);
 
+  /// The uplinks whose watchdog has timed out and was not taken for a transient failure, and since when (`nowNs`): they
+  /// report nothing meanwhile.
+  const std::map<std::string, int64_t> &WatchedSince() const { return watchedSinceNs_; }
   UplinkTimers &Timers() { return timers_; }
   const Ports &PortGroups() const { return portGroups_; }
   const Ports &DVPorts() const { return dvports_; }
@@ -72,6 +75,7 @@ class UplinkMonitor {
 
   UplinkTimers timers_;
   Ports portGroups_, dvports_;
+  std::map<std::string, int64_t> watchedSinceNs_;
 };
 
 /// What it can post.

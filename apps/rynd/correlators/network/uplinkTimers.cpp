@@ -17,6 +17,27 @@ struct IsLater {
 
 }  // namespace
 
+const char *TransitionName(uint32_t state) {
+  switch (state) {
+    case PG_DOWN:
+      return "port group down";
+    case PG_UP:
+      return "port group up";
+    case DVPORT_DOWN:
+      return "DVPort down";
+    case DVPORT_UP:
+      return "DVPort up";
+    case LINK_DOWN:
+      return "link down";
+    case LINK_UP:
+      return "link up";
+    case WATCHDOG:
+      return "watchdog";
+    default:
+      return "unknown";
+  }
+}
+
 void UplinkTimers::ScheduleUplinkTimer(int64_t seconds, const std::string &uplink, uint32_t state, int64_t nowNs) {
   if (IsTransitionPending(uplink, state)) return;
   pendingTransitions_[uplink] |= state;

@@ -21,6 +21,9 @@ enum UplinkTransitionState : uint32_t {
   WATCHDOG = 0x40,
 };
 
+/// The single transition `state` in words, such as "port group down".
+const char *TransitionName(uint32_t state);
+
 /// When a transition of an uplink settles.
 struct UplinkTimer {
   std::string uplink;
