@@ -17,6 +17,7 @@
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
+#include "testing/ledger.h"
 
 namespace testing_support {
 namespace {
@@ -155,7 +156,8 @@ std::vector<std::string> EventListener::Names() const {
   return names;
 }
 
-Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below) {
+Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below)
+    : root_(root) {
   std::vector<std::string> words;
   std::istringstream emulator(RYND_EMULATOR);
   for (std::string word; std::getline(emulator, word, ' ');) words.push_back(word);
@@ -196,6 +198,7 @@ int Daemon::WaitForExit(double seconds) {
 }
 
 int Daemon::Stop(double seconds) {
+  ExpectLedgerCloses(root_);
   Signal(SIGTERM);
   return WaitForExit(seconds);
 }

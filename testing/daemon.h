@@ -82,10 +82,11 @@ class Daemon {
   void Signal(int number) const;
   /// Wait for its end: the exit status, or 128 + the signal's number; -1 when it still runs after `seconds`.
   int WaitForExit(double seconds = 30);
-  /// Signal SIGTERM and wait.
+  /// Expect that at rest everything is accounted for, signal SIGTERM and wait.
   int Stop(double seconds = 30);
 
  private:
+  const TestRoot &root_;
   pid_t pid_ = -1;
 };
 

@@ -38,6 +38,9 @@ int RynLib_UserContextOpen(uint32_t id, RynLibHandle *handle) {
 int RynLib_UserContextNewCnx(RynLibHandle, int *) {
   return ECONNABORTED;
 }
+int RynLib_UserConnectionSender(int, int32_t *, uint32_t *) {
+  return 0;
+}
 int RynLib_UserContextCloseCnx(int) {
   return 0;
 }

@@ -68,8 +68,9 @@ class StartupTest : public testing::Test {
 
 TEST_F(StartupTest, ASignalEndsItCleanly) {
   EXPECT_EQ(RunDaemon(), 0);
-  EXPECT_EQ(log_.Messages(), (std::vector<std::string>{"rynd setup completed. Start polling loop.",
-                                                       "Exiting due to signal.", "Exiting. rc:0"}));
+  EXPECT_EQ(log_.Messages(),
+            (std::vector<std::string>{"0 of 1 agents run.", "rynd setup completed. Start polling loop.",
+                                      "Exiting due to signal.", "Exiting. rc:0"}));
   std::vector<uint32_t> all(30);
   std::iota(all.begin(), all.end(), 0u);
   EXPECT_EQ(world.opened, all);

@@ -1,0 +1,67 @@
+#include "testing/ledger.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <numeric>
+
+#include "testing/daemon.h"
+
+namespace testing_support {
+namespace {
+
+using nlohmann::json;
+
+uint64_t Sum(const json &list, const char *member) {
+  return std::accumulate(list.begin(), list.end(), uint64_t{0}, [member](uint64_t sum, const json &entry) {
+    return sum + (member == nullptr ? entry : entry.at(member)).get<uint64_t>();
+  });
+}
+
+/// "" when both are equal, else a line that names them.
+std::string Difference(const std::string &what, uint64_t left, uint64_t right) {
+  if (left == right) return "";
+  return what + ": " + std::to_string(left) + " against " + std::to_string(right) + "\n";
+}
+
+}  // namespace
+
+json ReadStatistics(const TestRoot &root) {
+  const base::UniqueFd client = ConnectTrace(root);
+  const timeval patience{10, 0};
+  setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  if (send(client.Get(), "stats\n", 6, MSG_NOSIGNAL) != 6) return nullptr;
+  std::string text;
+  char part[4096];
+  for (ssize_t count; (count = recv(client.Get(), part, sizeof part, 0)) > 0;) {
+    text.append(part, static_cast<size_t>(count));
+  }
+  const size_t start = text.find('{');  // lines of the feed may stand in front of it
+  return start == std::string::npos ? json() : json::parse(text.substr(start), nullptr, false);
+}
+
+std::string LedgerGap(const json &statistics) {
+  if (!statistics.is_object()) return "no statistics";
+  const json &records = statistics.at("records");
+  std::string gap = Difference("records of the contexts against matched, unmatched and unsound",
+                               Sum(statistics.at("contexts"), "records"), Sum(records, nullptr));
+  for (const json &agent : statistics.at("agents")) {
+    const std::string name = agent.at("name");
+    gap += Difference(name + " received against handled and unhandled", agent.at("received"),
+                      agent.at("handled").get<uint64_t>() + agent.at("unhandled").get<uint64_t>());
+    gap += Difference(name + " bytes that wait", agent.at("waitingBytes"), 0);
+  }
+  const json &events = statistics.at("events");
+  const uint64_t accounted =
+      Sum(events.at("dropped"), nullptr) + events.at("sent").get<uint64_t>() + events.at("waiting").get<uint64_t>();
+  return gap + Difference("events posted against dropped, sent and waiting", events.at("posted"), accounted);
+}
+
+void ExpectLedgerCloses(const TestRoot &root) {
+  std::string gap;
+  WaitUntil([&] { return (gap = LedgerGap(ReadStatistics(root))).empty(); }, 20);
+  EXPECT_EQ(gap, "");
+}
+
+}  // namespace testing_support

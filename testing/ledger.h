@@ -1,0 +1,20 @@
+// The daemon's statistics, and whether they add up.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "testing/testRoot.h"
+
+namespace testing_support {
+
+/// What the daemon below `root` answers to "stats"; null when it does not answer.
+nlohmann::json ReadStatistics(const TestRoot &root);
+
+/// What does not add up in `statistics`, as it must when the daemon is at rest; "" when all does.
+std::string LedgerGap(const nlohmann::json &statistics);
+
+/// Expect the daemon below `root` to come to rest with everything accounted for.
+void ExpectLedgerCloses(const TestRoot &root);
+
+}  // namespace testing_support
