@@ -1,19 +1,25 @@
-# Thin front of the CMake presets.
-#   make demo    install what is missing, build, and watch the daemon work
-#   make test    install what is missing, build, and run all tests
-#   make check   the developer's fast loop: format, lint, build, unit tests
-#   make bench   the speed ratios and a CSV of them
-#   make run     the daemon on a root of its own, until Ctrl-C
-
+# Thin front of the CMake presets. `make` alone says what there is.
 JOBS ?= $(shell nproc)
 RELEASE := build/release
+SEED ?= 1
+MINUTES ?= 20
+HOURS ?= 1
 
-.PHONY: demo run test check bench build deps format lint
+.PHONY: help demo run test check bench campaign soak build programs deps format lint
 
-demo: build
+help:
+	@echo 'make demo      install what is missing, build, and watch the daemon work'
+	@echo 'make test      install what is missing, build, and run all tests'
+	@echo 'make run       the daemon on a root of its own, until Ctrl-C'
+	@echo 'make check     the fast loop: format, lint, build, unit tests'
+	@echo 'make bench     the speed ratios, and a CSV of them'
+	@echo 'make format    format every source; make lint: look at every source'
+	@echo 'JOBS=n builds and tests with n processes at once.'
+
+demo: programs
 	@demo/demo.sh $(RELEASE)/bin
 
-run: build
+run: programs
 	@demo/run.sh $(RELEASE)/bin
 
 test: build
@@ -33,8 +39,14 @@ build: deps
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS)
 
+# Only what a user runs.
+programs: deps
+	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
+	cmake --build --preset release -j $(JOBS) --target rynd rynctl
+
 deps:
 	@tools/install-deps base
+	@mkdir -p build
 
 format:
 	@tools/install-deps check
