@@ -156,7 +156,8 @@ std::vector<std::string> EventListener::Names() const {
   return names;
 }
 
-Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below)
+Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below,
+               int standardError)
     : root_(root) {
   std::vector<std::string> words;
   std::istringstream emulator(RYND_EMULATOR);
@@ -173,7 +174,11 @@ Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, 
   if (pid_ < 0) Fail("fork");
   if (pid_ > 0) return;
   RedirectTo(STDOUT_FILENO, out);
-  RedirectTo(STDERR_FILENO, err);
+  if (standardError < 0) {
+    RedirectTo(STDERR_FILENO, err);
+  } else {
+    dup2(standardError, STDERR_FILENO);
+  }
   setenv("CORVANE_ROOT", path.c_str(), 1);
   execvp(argv[0], argv.data());
   _exit(127);

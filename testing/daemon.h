@@ -75,8 +75,9 @@ class EventListener {
 class Daemon {
  public:
   /// Start the daemon below the folder `below` of `root` with `arguments`; standard output and error go to
-  /// `root`/stdout and `root`/stderr.
-  Daemon(const TestRoot &root, const std::vector<std::string> &arguments = {}, const std::string &below = "");
+  /// `root`/stdout and `root`/stderr, the latter to the descriptor `standardError` where that is given.
+  Daemon(const TestRoot &root, const std::vector<std::string> &arguments = {}, const std::string &below = "",
+         int standardError = -1);
   ~Daemon();  ///< kills what still runs
   pid_t Pid() const { return pid_; }
   void Signal(int number) const;

@@ -29,7 +29,7 @@ int Listen(const std::string &path, base::UniqueFd *fd) {
   base::UnixAddress address;
   if (const int status = base::MakeUnixAddress(path, &address); status != 0) return status;
   unlink(path.c_str());
-  fd->Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  fd->Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!*fd) return errno;
   if (const int status = base::BindListener(fd->Get(), path, address, kMode); status != 0) return status;
   return listen(fd->Get(), kBacklog) == 0 ? 0 : errno;
@@ -56,6 +56,7 @@ void AcceptTraceClient(int listenFd) {
   static base::Acceptor acceptor;
   base::UniqueFd client(acceptor.Accept(listenFd));
   const int acceptStatus = client ? 0 : errno;
+  if (acceptStatus == EAGAIN) return;  // accepted already, while the poll loop waited for an agent
   const int status = client ? Feed().AddClient(std::move(client)) : 0;
   // Whoever is refused comes again: told once, until somebody is served.
   static bool isTold = false;
