@@ -4,8 +4,10 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <filesystem>
 #include <numeric>
 
+#include "hosted/paths.h"
 #include "testing/daemon.h"
 
 namespace testing_support {
@@ -59,6 +61,7 @@ std::string LedgerGap(const json &statistics) {
 }
 
 void ExpectLedgerCloses(const TestRoot &root) {
+  if (!std::filesystem::exists(root / hosted::kTraceSocket)) return;  // a test has removed it
   std::string gap;
   WaitUntil([&] { return (gap = LedgerGap(ReadStatistics(root))).empty(); }, 20);
   EXPECT_EQ(gap, "");
