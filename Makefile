@@ -13,6 +13,7 @@ help:
 	@echo 'make run       the daemon on a root of its own, until Ctrl-C'
 	@echo 'make check     the fast loop: format, lint, build, unit tests'
 	@echo 'make bench     the speed ratios, and a CSV of them'
+	@echo 'make soak      HOURS of observations while everybody round the daemon comes and goes (1)'
 	@echo 'make format    format every source; make lint: look at every source'
 	@echo 'JOBS=n builds and tests with n processes at once.'
 
@@ -34,6 +35,11 @@ check:
 
 bench: build
 	$(RELEASE)/bench/rynd_bench --csv $(RELEASE)/bench.csv
+
+soak: deps
+	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
+	cmake --build --preset release -j $(JOBS) --target rynd rynd_soak
+	$(RELEASE)/testing/rynd_soak $(HOURS)
 
 build: deps
 	cmake --preset release

@@ -1,0 +1,87 @@
+#include "testing/arrivals.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "eventRecord/eventDecoder.h"
+#include "hosted/contexts/unixSocket.h"
+
+namespace testing_support {
+namespace {
+
+std::string ReadAll(int fd) {
+  std::string bytes;
+  char part[65536];
+  for (ssize_t count; (count = read(fd, part, sizeof part)) > 0;) bytes.append(part, static_cast<size_t>(count));
+  return bytes;
+}
+
+}  // namespace
+
+void Arrivals::Blame(const std::string &problem) {
+  if (problems_.size() < 20) problems_.push_back(problem);
+}
+
+void Arrivals::Take(const std::string &record) {
+  const eventrecord::DecodedEvent event =
+      eventrecord::DecodeEvent(reinterpret_cast<const std::byte *>(record.data()), record.size());
+  const std::lock_guard lock(mutex_);
+  ++events_;
+  for (const std::string &problem : event.problems) Blame(event.name + ": " + problem);
+  if (event.arguments.empty() || !event.arguments[0].text.starts_with("n-")) return;
+  const uint64_t number = std::stoull(std::string(event.arguments[0].text.substr(2)));
+  Series &series = series_[event.name];
+  if (number < series.next) {
+    const auto skipped = std::find(series.skipped.begin(), series.skipped.end(), number);
+    Blame(event.name + (skipped == series.skipped.end() ? ": twice " : ": late ") + std::to_string(number));
+    if (skipped != series.skipped.end()) series.skipped.erase(skipped);
+    return;
+  }
+  for (; series.next < number; ++series.next) series.skipped.push_back(series.next);
+  series.next = number + 1;
+}
+
+uint64_t Arrivals::Events() const {
+  const std::lock_guard lock(mutex_);
+  return events_;
+}
+
+std::vector<uint64_t> Arrivals::Missing(const std::string &name, uint64_t end) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = series_.find(name);
+  std::vector<uint64_t> missing;
+  uint64_t next = 0;
+  if (found != series_.end()) {
+    missing = found->second.skipped;
+    next = found->second.next;
+  }
+  for (; next < end; ++next) missing.push_back(next);
+  return missing;
+}
+
+std::vector<std::string> Arrivals::Problems() const {
+  const std::lock_guard lock(mutex_);
+  return problems_;
+}
+
+BookkeepingAgent::BookkeepingAgent(const std::string &path, Arrivals *arrivals) : path_(path) {
+  EXPECT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0660, &socket_), 0);
+  thread_ = std::thread([this, arrivals] {
+    for (;;) {
+      const base::UniqueFd connection(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (!connection) return;
+      arrivals->Take(ReadAll(connection.Get()));
+    }
+  });
+}
+
+BookkeepingAgent::~BookkeepingAgent() {
+  unlink(path_.c_str());
+  shutdown(socket_.Get(), SHUT_RDWR);  // nobody comes in any more; who waits is still accepted
+  thread_.join();
+}
+
+}  // namespace testing_support

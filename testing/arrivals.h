@@ -1,0 +1,56 @@
+// A management agent that keeps a book of numbered events, and loses none when it goes.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/uniqueFd.h"
+
+namespace testing_support {
+
+/// What has arrived, over any number of restarts of whoever receives it. An event whose first argument is the text
+/// "n-NUMBER" is numbered: its numbers must rise, of each name by itself. Any thread.
+class Arrivals {
+ public:
+  /// Take in the bytes of one connection.
+  void Take(const std::string &record);
+  uint64_t Events() const;  ///< all of them
+  /// The numbers below `end` of the event `name` that have not arrived.
+  std::vector<uint64_t> Missing(const std::string &name, uint64_t end) const;
+  /// What was wrong so far, the first few.
+  std::vector<std::string> Problems() const;
+  /// The first argument of the observation that numbers an event.
+  static std::string Text(uint64_t number) { return "n-" + std::to_string(number); }
+
+ private:
+  struct Series {
+    uint64_t next = 0;              ///< the number behind the last one
+    std::vector<uint64_t> skipped;  ///< numbers below it that have not come
+  };
+  void Blame(const std::string &problem);
+
+  mutable std::mutex mutex_;
+  uint64_t events_ = 0;
+  std::map<std::string, Series> series_;
+  std::vector<std::string> problems_;
+};
+
+/// Serves the event socket at `path` from its first line to its last: who goes takes in what the kernel has.
+class BookkeepingAgent {
+ public:
+  BookkeepingAgent(const std::string &path, Arrivals *arrivals);
+  ~BookkeepingAgent();
+  BookkeepingAgent(const BookkeepingAgent &) = delete;
+  BookkeepingAgent &operator=(const BookkeepingAgent &) = delete;
+
+ private:
+  const std::string path_;
+  base::UniqueFd socket_;
+  std::thread thread_;
+};
+
+}  // namespace testing_support

@@ -1,0 +1,67 @@
+// Everybody round the daemon in a soak: each goes on until it is destroyed, and starts itself anew now and then.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "testing/arrivals.h"
+#include "testing/testRoot.h"
+
+namespace testing_support {
+
+/// What the peers have done. Any thread.
+struct SoakCounts {
+  std::atomic<uint64_t> observations = 0;  ///< sent to kernel contexts
+  std::atomic<uint64_t> numbered = 0;      ///< of those, of each numbered event
+  std::atomic<uint64_t> submitted = 0;     ///< by user programs, and taken
+  std::atomic<uint64_t> traceLost = 0;     ///< lines that the feed has said to be lost
+  std::atomic<uint64_t> agentStarts = 0, logStarts = 0, traceStarts = 0, userStarts = 0;
+  void Blame(const std::string &problem);
+  std::vector<std::string> Problems() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> problems_;
+};
+
+/// The events whose numbers the senders' observations give.
+constexpr std::array<const char *, 2> kNumberedEvents = {"amb.problem.storage.apd.start",
+                                                         "amb.problem.bootdevice.pdl.v2"};
+
+/// One peer's thread: `body` is called with a flag that says when to end.
+class PeerThread {
+ public:
+  template <typename Body>
+  explicit PeerThread(Body body) : thread_([this, body] { body(stop_); }) {}
+  ~PeerThread() {
+    stop_ = true;
+    thread_.join();
+  }
+  PeerThread(const PeerThread &) = delete;
+  PeerThread &operator=(const PeerThread &) = delete;
+
+ private:
+  std::atomic<bool> stop_ = false;
+  std::thread thread_;
+};
+
+/// Send `perSecond` observations a second to the 29 kernel contexts, whose connections are now and then made anew.
+void SendObservations(const TestRoot &root, unsigned perSecond, SoakCounts *counts, const std::atomic<bool> &stop);
+/// A user program over librynsubmit: a few records over each connection.
+void SubmitObservations(unsigned seed, SoakCounts *counts, const std::atomic<bool> &stop);
+/// A user program that sends what is no record and hangs up.
+void SendGarbage(const TestRoot &root, unsigned seed, const std::atomic<bool> &stop);
+/// The management agent, away for up to 3 s now and then.
+void ServeEvents(const TestRoot &root, Arrivals *arrivals, SoakCounts *counts, const std::atomic<bool> &stop);
+/// The system log: served, not read, absent.
+void ServeLog(const TestRoot &root, SoakCounts *counts, const std::atomic<bool> &stop);
+/// A trace client; it sees that each number that it misses is said to be lost, and does not always read.
+void FollowTrace(const TestRoot &root, unsigned seed, SoakCounts *counts, const std::atomic<bool> &stop);
+
+}  // namespace testing_support
