@@ -6,14 +6,27 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 
 #include "platform/system.h"
 #include "rynctl/escape.h"
+#include "text/suggest.h"
 
 namespace rynctl {
 namespace {
 
-constexpr size_t kHelpColumn = 24;  ///< in which descriptions begin
+/// Leaves out which options exclude each other: they would stand in any order.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  HelpFormatter() { column_width(kDescriptionColumn); }
+  std::string make_option_opts(const CLI::Option *option) const override {
+    if (!option->get_option_text().empty()) return " " + option->get_option_text();
+    return option->get_expected_max() > 1 ? " ..." : "";
+  }
+
+ private:
+  static constexpr size_t kDescriptionColumn = 24;
+};
 
 /// A sign would be taken for a huge number.
 std::string CheckCount(const std::string &text) {
@@ -21,12 +34,32 @@ std::string CheckCount(const std::string &text) {
   return digits && text.find_first_not_of('0') != std::string::npos ? "" : "must be 1 or more";
 }
 
+std::string NameOf(const std::string &word) {
+  return word.substr(0, word.find('='));
+}
+
+bool IsKnown(const CLI::App &app, const std::string &name) {
+  return app.get_option_no_throw(name) != nullptr;
+}
+
 }  // namespace
+
+std::string UnknownOption(const CLI::App &app, const std::string &word) {
+  std::vector<std::string> names;
+  for (const CLI::Option *option : app.get_options()) {
+    for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
+  }
+  std::vector<text::Known> known;
+  known.reserve(names.size());
+  for (const std::string &name : names) known.push_back({name, name});
+  const std::string name = NameOf(word);
+  return "unknown option " + name + text::DidYouMean(text::Suggest(name, known, 2));
+}
 
 std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &console) {
   std::string root;
   app.add_option("--root", root, "Work below DIR instead of $CORVANE_ROOT")->option_text("DIR");
-  app.get_formatter()->column_width(kHelpColumn);
+  app.formatter(std::make_shared<HelpFormatter>());
   Words reversed;  // the order in which the parser takes them
   bool literal = false;
   for (const std::string &word : words) {
@@ -46,7 +79,10 @@ std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &
     app.exit(success, console.out, console.err);
     return console.Flush();
   } catch (const CLI::ParseError &error) {
-    return UsageError(app, error.what(), console);
+    const auto unknown = std::ranges::find_if(words, [&](const std::string &word) {
+      return word.starts_with("--") && word != "--" && !IsKnown(app, NameOf(word));
+    });
+    return UsageError(app, unknown == words.end() ? error.what() : UnknownOption(app, *unknown), console);
   }
   // The platform asks the environment, at its first use.
   if (app.count("--root") != 0) setenv("CORVANE_ROOT", std::filesystem::absolute(root).c_str(), 1);

@@ -28,6 +28,9 @@ void SayRoot(Console &console);
 /// Report a mistake on the command line of `app`. Returns kUsage.
 int UsageError(const CLI::App &app, const std::string &text, Console &console);
 
+/// What is said of `word`, an option that `app` does not know: with what may have been meant.
+std::string UnknownOption(const CLI::App &app, const std::string &word);
+
 /// The operands that `app` declared no name for, in order. An unknown option among them, unless it stands behind "--",
 /// gives nothing and is left in `unknown`. Words such as "-5" are operands.
 std::optional<Words> Operands(const CLI::App &app, std::string *unknown);

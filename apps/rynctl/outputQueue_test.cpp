@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <csignal>
+#include <list>
 #include <mutex>
 #include <sstream>
 
@@ -44,21 +45,27 @@ class Gate : public std::streambuf {
   std::string text_;
 };
 
-/// A console on a gate, never destroyed: a thread may be left behind in it.
+/// A console on a gate.
 struct GatedConsole {
-  explicit GatedConsole(bool works = true) : gate(works) {}
+  explicit GatedConsole(bool works) : gate(works) {}
   Gate gate;
   std::ostream out{&gate};
   std::ostringstream err;
   Console console{out, err};
 };
 
+/// A new one, never destroyed: a thread may be left behind in it.
+GatedConsole &NewConsole(bool works = true) {
+  static auto *const consoles = new std::list<GatedConsole>;
+  return consoles->emplace_back(works);
+}
+
 std::string Missing(uint64_t count) {
   return std::to_string(count) + " missing\n";
 }
 
 TEST(OutputQueue, HoldsWhatItMayAndSaysWhereTheRestIsMissing) {
-  auto &gated = *new GatedConsole;
+  GatedConsole &gated = NewConsole();
   const StopSignals signals;
   OutputQueue queue(&gated.console, Missing);
   const std::string line = std::string(999'999, 'x') + '\n';
@@ -80,7 +87,7 @@ TEST(OutputQueue, HoldsWhatItMayAndSaysWhereTheRestIsMissing) {
 }
 
 TEST(OutputQueue, IsGivenUpWhenAStopIsWanted) {
-  auto &gated = *new GatedConsole;
+  GatedConsole &gated = NewConsole();
   {
     const StopSignals signals;
     OutputQueue queue(&gated.console, Missing);
@@ -96,7 +103,7 @@ TEST(OutputQueue, IsGivenUpWhenAStopIsWanted) {
 }
 
 TEST(OutputQueue, EndsWithAnOutputThatFails) {
-  auto &gated = *new GatedConsole(false);
+  GatedConsole &gated = NewConsole(false);
   const StopSignals signals;
   OutputQueue queue(&gated.console, Missing);
   queue.Print("one\n");

@@ -60,7 +60,7 @@ int Dispatch(const Words &words, Console &console) {
     if (name == command.name)
       return command.run(isHelp ? Words{"--help"} : Words(rest.begin() + 1, rest.end()), console);
   }
-  if (name.starts_with("-")) return UsageError(app, "unknown option " + name, console);
+  if (name.starts_with("-")) return UsageError(app, UnknownOption(app, name), console);
   std::vector<text::Known> known;
   for (const Command &command : kCommands) known.push_back({command.name, command.name});
   return UsageError(app, "unknown command " + name + text::DidYouMean(text::Suggest(name, known, 2)), console);

@@ -42,6 +42,8 @@ TEST(Rynctl, EndsWithTheStatusesOfItsManual) {
   EXPECT_EQ(nothing.err, RunTool({"--help"}).out);
   EXPECT_EQ(RunTool({"sumbit", "--help"}).err,
             "rynctl: unknown command sumbit (did you mean submit?)\nTry 'rynctl --help'.\n");
+  EXPECT_EQ(RunTool({"trace", "--jsno"}).err,
+            "rynctl trace: unknown option --jsno (did you mean --json?)\nTry 'rynctl trace --help'.\n");
   EXPECT_EQ(RunTool({"--verbose"}).status, 2);
   EXPECT_EQ(RunTool({"catalog", "\x1b[2J"}).err.find('\x1b'), std::string::npos);
 }

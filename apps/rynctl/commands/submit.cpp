@@ -89,7 +89,7 @@ int SubmitCommand(const Words &words, Console &console) {
 
   std::string error;
   const std::optional<Words> operands = Operands(app, &error);
-  if (!operands) return UsageError(app, "unknown option " + error + " (-- in front makes it an argument)", console);
+  if (!operands) return UsageError(app, UnknownOption(app, error) + " (-- in front makes it an argument)", console);
   const double speed = SpeedOf(options.speed);
   if (!(speed >= 0)) return UsageError(app, "--speed must be a number from 0, or max: " + options.speed, console);
   if (options.file.empty() && app.count("ID") == 0) return UsageError(app, "ID is required, or --file", console);

@@ -127,7 +127,7 @@ TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
       {{"submit", "--user", "ryn.storage.apd.start"}, "only ids that begin with \"ryn.user.\""},
       {{"submit", "ryn.a", "i8:300"}, "-128 to 127"},
       {{"submit"}, "ID is required"},
-      {{"submit", "--mesage", "x", "ryn.a"}, "unknown option --mesage"},
+      {{"submit", "--mesage", "x", "ryn.a"}, "unknown option --mesage (did you mean --message?)"},
       {{"submit", "--context", "29", "ryn.a"}, "0 to 28"},
       {{"submit", "--timeout", "nan", "ryn.a"}, "seconds"},
       {{"submit", "--file", "-", "ryn.a"}, "excludes"},
