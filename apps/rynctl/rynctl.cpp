@@ -24,6 +24,8 @@ constexpr Command kCommands[] = {
     {"listen", "Be the management agent: receive events and print them", ListenCommand},
     {"trace", "Follow what goes into the daemon and comes out", TraceCommand},
     {"explain", "Explain an event or an observation: what it means, what to do", ExplainCommand},
+    {"stats", "Show what the daemon has counted: agents, and where everything went", StatsCommand},
+    {"check", "Is the daemon working? One line a subject, and what to do", CheckCommand},
     {"catalog", "List the events that the daemon can post, or what it handles", CatalogCommand},
 };
 

@@ -16,5 +16,9 @@ int TraceCommand(const Words &words, Console &console);
 int ExplainCommand(const Words &words, Console &console);
 /// List the events that the daemon can post, or the observations that it handles.
 int CatalogCommand(const Words &words, Console &console);
+/// Show what the daemon has counted.
+int StatsCommand(const Words &words, Console &console);
+/// Is the daemon working? Returns 0 ok, 1 warn, 2 fail.
+int CheckCommand(const Words &words, Console &console);
 
 }  // namespace rynctl
