@@ -71,7 +71,7 @@ static inline rynsubmit_argument rynsubmit_u64(uint64_t value) {
 /* NULL gives a null string. */
 static inline rynsubmit_argument rynsubmit_string(const char *text) {
   rynsubmit_argument argument;
-  argument.kind = text == NULL ? RYNSUBMIT_NULL_STRING : RYNSUBMIT_STRING;
+  argument.kind = !text ? RYNSUBMIT_NULL_STRING : RYNSUBMIT_STRING;
   argument.width = 0;
   argument.value.s = text;
   return argument;

@@ -2,11 +2,6 @@
 #include "rynctl/traceLine.h"
 
 #include <charconv>
-#include <nlohmann/json.hpp>
-
-#include "rynctl/console.h"
-#include "rynctl/escape.h"
-#include "rynctl/eventTime.h"
 
 namespace rynctl {
 namespace {
@@ -41,29 +36,6 @@ std::optional<TraceLine> ParseTraceLine(std::string_view rest) {
   line.text = rest;
   if (line.id.empty()) return std::nullopt;
   return line;
-}
-
-std::string TraceText(const TraceLine &line, LineStyle style) {
-  const std::string time = LocalTime(line.microseconds, style.date) + "  ";
-  if (line.kind == TraceLine::Kind::kLost) {
-    return time + Colored("LOST " + std::to_string(line.lost) + " lines: this client was too slow", "35", style.color);
-  }
-  const std::string kind =
-      line.kind == TraceLine::Kind::kIn ? Colored("IN ", "36", style.color) : Colored("OUT", "33", style.color);
-  return time + kind + "  " + EscapeForTerminal(line.id) + "  " + EscapeForTerminal(line.text);
-}
-
-std::string TraceJson(const TraceLine &line) {
-  nlohmann::ordered_json object = {{"time_us", line.microseconds}};
-  if (line.kind == TraceLine::Kind::kLost) {
-    object["direction"] = "lost";
-    object["lost"] = line.lost;
-  } else {
-    object["direction"] = line.kind == TraceLine::Kind::kIn ? "in" : "out";
-    object["id"] = line.id;
-    object["text"] = line.text;
-  }
-  return EscapeJson(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 }  // namespace rynctl

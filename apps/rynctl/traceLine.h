@@ -1,12 +1,9 @@
-// One line of the daemon's trace feed, taken apart, filtered and printed.
+// One line of the daemon's text feed, taken apart.
 #pragma once
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
-
-#include "rynctl/eventPrinter.h"
 
 namespace rynctl {
 
@@ -22,11 +19,5 @@ struct TraceLine {
 
 /// Take `line` (without its end) apart; it must outlive the result. Nothing when it has another form.
 std::optional<TraceLine> ParseTraceLine(std::string_view line);
-
-/// A line for people: "HH:MM:SS.mmm  IN   ID  TEXT", local time.
-std::string TraceText(const TraceLine &line, LineStyle style);
-
-/// A line as a JSON object, without its end.
-std::string TraceJson(const TraceLine &line);
 
 }  // namespace rynctl

@@ -6,9 +6,11 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <set>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
+#include "rynctl/traceRecord.h"
 #include "testing/daemon.h"
 #include "testing/ledger.h"
 
@@ -96,6 +98,16 @@ TEST(RynctlHealth, AnAgentThatIsGoneOrDoesNotAcceptIsToldApart) {
         return Complaints(root) == (Strings{"management agent warn", "event queue warn"});
       },
       60));
+}
+
+TEST(RynctlHealth, EveryAgentBelongsToOneSubsystem) {
+  RunningDaemon running;
+  std::multiset<std::string> known;
+  for (const auto &[subsystem, agents] : rynctl::SubsystemAgents()) known.insert(agents.begin(), agents.end());
+  std::multiset<std::string> alive;
+  const json statistics = ReadStatistics(running.root);
+  for (const json &agent : statistics.at("agents")) alive.insert(agent.at("name"));
+  EXPECT_EQ(known, alive);
 }
 
 TEST(RynctlHealth, StatisticsShowTheAgentsAndTwoLinesThatAddUp) {

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -14,6 +15,7 @@
 #include "rynctl/outputQueue.h"
 #include "rynctl/stopSignals.h"
 #include "rynctl/traceLine.h"
+#include "rynctl/traceRecord.h"
 
 namespace rynctl {
 namespace {
@@ -23,9 +25,9 @@ constexpr size_t kMaxLine = 1024 * 1024;
 constexpr std::chrono::milliseconds kConnectLimit(5000);
 
 struct TraceOptions : PrintOptions {
-  std::string id;  ///< prefix; "" for all
-  bool in = false;
-  bool out = false;
+  TraceChoice choice;
+  std::vector<std::string> agents;
+  std::vector<std::string> subsystems;
   bool raw = false;
   double wait = 0;
 };
@@ -34,33 +36,38 @@ struct TraceOptions : PrintOptions {
 class TracePrinter {
  public:
   TracePrinter(const TraceOptions &options, LineStyle style, OutputQueue *output)
-      : options_(options), style_(style), output_(output) {}
+      : options_(options), filter_(options.choice), style_(style), output_(output) {}
 
-  /// Print one line, without its end. Lines of another form than the feed's are shown as they are.
+  /// Print one line, without its end.
   void Print(std::string_view text) {
-    const std::optional<TraceLine> line = ParseTraceLine(text);
-    if (line && !Wanted(*line)) return;
-    if (options_.json) {
-      if (!line) return;
-      output_->Print(TraceJson(*line) + '\n');
-    } else if (!line || options_.raw) {
-      output_->Print(EscapeForTerminal(text) + '\n');
-    } else {
-      output_->Print(TraceText(*line, style_) + '\n');
-    }
-    if (!line || line->kind != TraceLine::Kind::kLost) ++printed_;
+    if (options_.raw) return PrintRaw(text);
+    std::optional<TraceRecord> record = ParseTraceRecord(text);
+    // What is none of the feed's objects: its first answer, or text that came before the daemon had heard of JSON.
+    if (!record || !filter_.Wants(&*record)) return;
+    output_->Print((options_.json ? TraceJson(*record) : TraceText(*record, style_)) + '\n');
+    if (record->kind != TraceRecord::Kind::kLost) ++printed_;
   }
   bool Done() const { return options_.count != 0 && printed_ >= options_.count; }
 
  private:
+  /// A line of the text feed; one of another form is shown as it is.
+  void PrintRaw(std::string_view text) {
+    const std::optional<TraceLine> line = ParseTraceLine(text);
+    if (line && !Wanted(*line)) return;
+    output_->Print(EscapeForTerminal(text) + '\n');
+    if (!line || line->kind != TraceLine::Kind::kLost) ++printed_;
+  }
   /// What was lost is always shown: the reader must know that lines are missing.
   bool Wanted(const TraceLine &line) const {
     if (line.kind == TraceLine::Kind::kLost) return true;
-    const bool in = line.kind == TraceLine::Kind::kIn;
-    return (in ? !options_.out : !options_.in) && line.id.starts_with(options_.id);
+    const TraceChoice &choice = options_.choice;
+    if (line.kind == TraceLine::Kind::kIn ? choice.out : choice.in) return false;
+    return choice.ids.empty() || std::any_of(choice.ids.begin(), choice.ids.end(),
+                                             [&](const std::string &prefix) { return line.id.starts_with(prefix); });
   }
 
   const TraceOptions &options_;
+  TraceFilter filter_;
   const LineStyle style_;
   OutputQueue *const output_;
   uint64_t printed_ = 0;
@@ -111,15 +118,50 @@ int Follow(int fd, const TraceOptions &options, const StopSignals &signals, Cons
 
 void Declare(CLI::App &app, TraceOptions *options) {
   app.footer(
+      "IN is an observation and who was given it, OUT an event and what it came of, SENT,\n"
+      "WAIT and DROP what became of it.\n\n"
       "Examples:\n"
-      "  rynctl trace --id ryn.storage\n"
-      "  rynctl trace --out --json --count 1");
-  app.add_option("--id", options->id, "Only ids that begin with PREFIX")->option_text("PREFIX");
-  CLI::Option *in = app.add_flag("--in", options->in, "Only observations");
-  app.add_flag("--out", options->out, "Only events")->excludes(in);
+      "  rynctl trace --subsystem storage\n"
+      "  rynctl trace --out --json --count 1\n"
+      "  rynctl trace --id ryn.storage --id amb.problem.storage");
+  app.add_flag("--raw", options->raw, "Print the daemon's text feed, time in microseconds");
+  app.add_option("--id", options->choice.ids, "Only ids that begin with PREFIX; again for more")
+      ->option_text("PREFIX")
+      ->expected(1)
+      ->take_all();
+  std::vector<std::string> names;
+  for (const auto &[name, agents] : SubsystemAgents()) names.push_back(name);
+  app.add_option("--subsystem", options->subsystems, "Only of hardware, network, storage or user; again for more")
+      ->option_text("NAME")
+      ->expected(1)
+      ->take_all()
+      ->check([names](const std::string &name) {
+        return std::count(names.begin(), names.end(), name) > 0 ? "" : "unknown subsystem '" + name + "'";
+      });
+  app.add_option("--agent", options->agents, "Only of the agent, such as APD; again for more")
+      ->option_text("NAME")
+      ->expected(1)
+      ->take_all();
+  CLI::Option *in = app.add_flag("--in", options->choice.in, "Only observations");
+  app.add_flag("--out", options->choice.out, "Only events and what becomes of them")->excludes(in);
   AddPrintOptions(app, options);
-  app.add_flag("--raw", options->raw, "Print the daemon's lines, time in microseconds");
   AddWaitOption(app, &options->wait);
+}
+
+/// "" or what is wrong with the agents that were asked for; chooses them.
+std::string ChooseAgents(TraceOptions *options) {
+  for (const std::string &subsystem : options->subsystems) {
+    const std::set<std::string> &agents = SubsystemAgents().at(subsystem);
+    options->choice.agents.insert(agents.begin(), agents.end());
+  }
+  for (const std::string &agent : options->agents) {
+    const auto knows = [&](const auto &entry) { return entry.second.contains(agent); };
+    if (std::none_of(SubsystemAgents().begin(), SubsystemAgents().end(), knows)) {
+      return "no agent is called '" + agent + "' (see `rynctl stats`)";
+    }
+    options->choice.agents.insert(agent);
+  }
+  return "";
 }
 
 }  // namespace
@@ -131,7 +173,10 @@ int TraceCommand(const Words &words, Console &console) {
   if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
   // Told here: the parser's help lists what an option excludes in no fixed order.
   if (options.raw && options.json) return UsageError(app, "--raw excludes --json", console);
-
+  if (options.raw && !(options.agents.empty() && options.subsystems.empty())) {
+    return UsageError(app, "--raw excludes --agent and --subsystem: the text feed does not name agents", console);
+  }
+  if (const std::string error = ChooseAgents(&options); !error.empty()) return UsageError(app, error, console);
   SayRoot(console);
   const StopSignals signals;
   Patience patience{console.err, kConnectLimit, kConnectLimit, SecondsOf(options.wait), &signals};
@@ -140,6 +185,10 @@ int TraceCommand(const Words &words, Console &console) {
   const std::string error = ConnectToDaemon(path, SOCK_STREAM, &patience, &fd);
   if (signals.Wanted()) return kDone;
   if (!error.empty()) return console.Fail(error);
+  // A daemon that ends at once has said so by the end of its feed.
+  if (!options.raw && send(fd.Get(), "json\n", 5, MSG_NOSIGNAL) != 5 && errno != EPIPE && errno != ECONNRESET) {
+    return console.Fail("cannot ask the daemon at " + path + " for JSON: " + std::strerror(errno));
+  }
   return Follow(fd.Get(), options, signals, console);
 }
 

@@ -28,19 +28,19 @@ using Gauge = std::atomic<uint64_t>;
 /// One agent's life. What the poll loop writes stands apart from what the agent writes.
 struct AgentStatistics {
   static constexpr size_t kNameSize = 64;
-  char name[kNameSize] = "";         ///< NUL-terminated; constant once `isUsed`
-  std::atomic<bool> isUsed = false;  ///< the name is set
-  std::atomic<bool> isAlive = false;
-  alignas(64) Counter givenRecords;  ///< written to its stream
+  Counter givenRecords;  ///< written to its stream
   Counter givenBytes;
-  alignas(64) Counter received;  ///< read from its stream, whole
+  char name[kNameSize] = "";  ///< NUL-terminated; constant once `isUsed`; it keeps the two sides' cache lines apart
+  Counter received;           ///< read from its stream, whole
   Counter receivedBytes;
   Counter handled;
-  Counter unhandled;   ///< without a handler, or given up for lack of memory
-  Counter exceptions;  ///< thrown by handlers, and ignored
-  Counter posted;      ///< events, dropped ones included
-  Counter dropped;     ///< of those
-  Counter busyNs;      ///< inside of handlers
+  Counter unhandled;                 ///< without a handler, or given up for lack of memory
+  Counter exceptions;                ///< thrown by handlers, and ignored
+  Counter posted;                    ///< events, dropped ones included
+  Counter dropped;                   ///< of those
+  Counter busyNs;                    ///< inside of handlers
+  std::atomic<bool> isUsed = false;  ///< the name is set
+  std::atomic<bool> isAlive = false;
 };
 
 /// Why an event was not delivered.
