@@ -118,8 +118,8 @@ int Follow(int fd, const TraceOptions &options, const StopSignals &signals, Cons
 
 void Declare(CLI::App &app, TraceOptions *options) {
   app.footer(
-      "IN is an observation and who was given it, OUT an event and what it came of, SENT,\n"
-      "WAIT and DROP what became of it.\n\n"
+      "IN is an observation and who was given it, OUT an event and what it came of,\n"
+      "SENT, WAIT and DROP what became of it.\n\n"
       "Examples:\n"
       "  rynctl trace --subsystem storage\n"
       "  rynctl trace --out --json --count 1\n"
@@ -131,7 +131,7 @@ void Declare(CLI::App &app, TraceOptions *options) {
       ->take_all();
   std::vector<std::string> names;
   for (const auto &[name, agents] : SubsystemAgents()) names.push_back(name);
-  app.add_option("--subsystem", options->subsystems, "Only of hardware, network, storage or user; again for more")
+  app.add_option("--subsystem", options->subsystems, "Only of hardware, network, storage or user")
       ->option_text("NAME")
       ->expected(1)
       ->take_all()
