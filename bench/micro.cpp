@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "core/handlerTable.h"
-#include "core/subscription.h"
+#include "core/agents/handlerTable.h"
+#include "core/agents/subscription.h"
 
 namespace rynd {
 namespace {

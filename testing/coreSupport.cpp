@@ -9,8 +9,8 @@
 #include <new>
 
 #include "base/unixAddress.h"
+#include "core/basics/log.h"
 #include "core/fanOut.h"
-#include "core/log.h"
 #include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/stream.h"
+#include "core/agents/stream.h"
 
 struct Observation;
 

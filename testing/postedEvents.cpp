@@ -14,8 +14,8 @@
 #include <string_view>
 #include <utility>
 
-#include "core/runner.h"
-#include "core/timerThread.h"
+#include "core/agents/runner.h"
+#include "core/basics/timerThread.h"
 #include "platform/ryn.h"
 #include "post/ryndKprob.h"
 

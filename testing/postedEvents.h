@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/handlerTable.h"
+#include "core/agents/handlerTable.h"
 #include "hosted/records/rawRecord.h"
 
 namespace rynd {

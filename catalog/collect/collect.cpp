@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/agentTable.h"
 #include "correlators/catalog.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/agentTable.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"

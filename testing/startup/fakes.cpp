@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/signals.h"
-#include "core/streamLock.h"
+#include "core/agents/streamLock.h"
+#include "core/basics/signals.h"
 #include "platform/hsi.h"
 #include "platform/ryn.h"
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "core/cancel.h"
+#include "core/basics/cancel.h"
 #include "core/pollLoop.h"
 #include "hosted/paths.h"
 #include "platform/hsi.h"

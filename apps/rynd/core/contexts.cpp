@@ -1,6 +1,6 @@
 #include "core/contexts.h"
 
-#include "core/log.h"
+#include "core/basics/log.h"
 
 namespace rynd {
 

@@ -9,13 +9,13 @@
 #include <memory>
 #include <new>
 
-#include "core/agents.h"
-#include "core/rawRecord.h"
-#include "core/signals.h"
-#include "core/statistics.h"
-#include "core/traceFeed.h"
-#include "core/traceLines.h"
-#include "core/traceSocket.h"
+#include "core/agents/agents.h"
+#include "core/basics/rawRecord.h"
+#include "core/basics/signals.h"
+#include "core/basics/statistics.h"
+#include "core/feed/traceFeed.h"
+#include "core/feed/traceLines.h"
+#include "core/feed/traceSocket.h"
 
 namespace rynd {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "core/stream.h"
+#include "core/agents/stream.h"
 #include "platform/ryn.h"
 
 namespace rynd {

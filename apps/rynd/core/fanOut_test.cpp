@@ -11,7 +11,7 @@
 #include <cstring>
 #include <thread>
 
-#include "core/rawRecord.h"
+#include "core/basics/rawRecord.h"
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "platform/ryn.h"

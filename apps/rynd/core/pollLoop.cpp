@@ -2,11 +2,11 @@
 
 #include <cerrno>
 
+#include "core/basics/log.h"
+#include "core/basics/signals.h"
+#include "core/basics/statistics.h"
 #include "core/fanOut.h"
-#include "core/log.h"
-#include "core/signals.h"
-#include "core/statistics.h"
-#include "core/traceSocket.h"
+#include "core/feed/traceSocket.h"
 
 namespace rynd {
 namespace {

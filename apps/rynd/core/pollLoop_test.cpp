@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "base/uniqueFd.h"
+#include "core/agents/stream.h"
 #include "core/fanOut.h"
-#include "core/stream.h"
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "testing/coreSupport.h"

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "base/uniqueFd.h"
-#include "core/log.h"
+#include "core/basics/log.h"
 
 namespace rynd {
 namespace {

@@ -7,18 +7,18 @@
 #include <memory>
 #include <new>
 
+#include "core/agents/stream.h"
+#include "core/basics/log.h"
+#include "core/basics/signals.h"
+#include "core/basics/statistics.h"
+#include "core/basics/timerThread.h"
 #include "core/contexts.h"
 #include "core/fanOut.h"
-#include "core/log.h"
+#include "core/feed/statisticsReport.h"
+#include "core/feed/traceSocket.h"
 #include "core/options.h"
 #include "core/pollLoop.h"
 #include "core/serviceNotify.h"
-#include "core/signals.h"
-#include "core/statistics.h"
-#include "core/statisticsReport.h"
-#include "core/stream.h"
-#include "core/timerThread.h"
-#include "core/traceSocket.h"
 #include "platform/hsi.h"
 #include "post/ryndKprobQueue.h"
 

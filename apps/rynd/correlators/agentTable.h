@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "core/agents.h"
+#include "core/agents/agents.h"
 
 namespace rynd {
 

@@ -11,10 +11,10 @@
 
 #include "base/uniqueFd.h"
 #include "base/unixAddress.h"
-#include "core/cancel.h"
-#include "core/clock.h"
-#include "core/log.h"
-#include "core/statistics.h"
+#include "core/basics/cancel.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
+#include "core/basics/statistics.h"
 #include "platform/system.h"
 
 namespace rynd {

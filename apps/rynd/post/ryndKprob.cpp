@@ -8,11 +8,11 @@
 #include <new>
 #include <string_view>
 
-#include "core/clock.h"
-#include "core/log.h"
-#include "core/statistics.h"
-#include "core/traceFeed.h"
-#include "core/traceLines.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
+#include "core/basics/statistics.h"
+#include "core/feed/traceFeed.h"
+#include "core/feed/traceLines.h"
 #include "platform/messageFormat.h"
 #include "platform/system.h"
 #include "post/eventRecord.h"

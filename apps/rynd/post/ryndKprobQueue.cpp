@@ -7,14 +7,14 @@
 #include <new>
 #include <utility>
 
-#include "core/cancel.h"
-#include "core/clock.h"
-#include "core/list.h"
-#include "core/log.h"
-#include "core/statistics.h"
-#include "core/threadAnnotations.h"
-#include "core/timerThread.h"
-#include "core/traceLines.h"
+#include "core/basics/cancel.h"
+#include "core/basics/clock.h"
+#include "core/basics/list.h"
+#include "core/basics/log.h"
+#include "core/basics/statistics.h"
+#include "core/basics/threadAnnotations.h"
+#include "core/basics/timerThread.h"
+#include "core/feed/traceLines.h"
 #include "platform/hsi.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"

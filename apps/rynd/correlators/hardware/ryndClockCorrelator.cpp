@@ -2,9 +2,9 @@
 // each at most once per report interval. Runs on its agent's thread.
 #include <utility>
 
-#include "core/clock.h"
-#include "core/log.h"
-#include "core/runner.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
 #include "correlators/hardware/clockReports.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "platform/hsi.h"

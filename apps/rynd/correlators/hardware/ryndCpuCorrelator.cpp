@@ -8,11 +8,11 @@
 #include <memory>
 #include <string_view>
 
-#include "core/clock.h"
-#include "core/log.h"
-#include "core/mutex.h"
-#include "core/runner.h"
-#include "core/timerThread.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
+#include "core/basics/mutex.h"
+#include "core/basics/timerThread.h"
 #include "correlators/hardware/coreErrors.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"

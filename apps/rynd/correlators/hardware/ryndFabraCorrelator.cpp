@@ -1,5 +1,5 @@
 // The Fabra (distributed storage) correlator: it subscribes to its observations and reports none of them yet.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 

@@ -1,5 +1,5 @@
 // The HCM correlator: a physical disk that was inserted, removed or is about to fail. It keeps no state.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 

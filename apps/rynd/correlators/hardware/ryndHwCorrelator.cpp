@@ -1,6 +1,6 @@
 // The hardware platform correlator: passes on what the kernel reports of Fibre Channel fabrics, TPM, BMC, NVDIMMs and
 // interrupt routing, one event an observation. It keeps no state.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 

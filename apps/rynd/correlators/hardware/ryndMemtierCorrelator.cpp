@@ -1,6 +1,6 @@
 // The memory-tiering correlator: problems of the NVMe devices that the kernel uses as a second tier of memory, one
 // event an observation. It keeps no state.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 

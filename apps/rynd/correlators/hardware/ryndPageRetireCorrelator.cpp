@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
-#include "core/clock.h"
-#include "core/log.h"
-#include "core/messageFormatArgs.h"
-#include "core/runner.h"
+#include "core/agents/messageFormatArgs.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/hardware/retirementReports.h"
 #include "correlators/rows/defaultHandlers.h"

@@ -1,6 +1,6 @@
 // The scheduler QoS correlator: what the kernel's scheduler refuses a virtual machine. It keeps no state.
-#include "core/log.h"
-#include "core/runner.h"
+#include "core/agents/runner.h"
+#include "core/basics/log.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 

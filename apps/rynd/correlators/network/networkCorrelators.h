@@ -4,7 +4,7 @@
 
 #include <span>
 
-#include "core/handlerTable.h"
+#include "core/agents/handlerTable.h"
 #include "correlators/rows/eventMessage.h"
 #include "correlators/rows/postRow.h"
 

@@ -1,5 +1,5 @@
 // The migration correlator: reports that virtual machines may no longer move to or from this host. It keeps no state.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/network/networkCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "platform/ryn.h"

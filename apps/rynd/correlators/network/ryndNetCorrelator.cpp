@@ -3,7 +3,7 @@
 #include <array>
 #include <exception>
 
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/network/linkFlapping.h"
 #include "correlators/network/networkCorrelators.h"
 #include "correlators/network/uplinkHandlers.h"

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <tuple>
 
-#include "core/timerThread.h"
+#include "core/basics/timerThread.h"
 #include "correlators/network/networkCorrelators.h"
 #include "correlators/network/uplinkHandlers.h"
 #include "testing/coreSupport.h"

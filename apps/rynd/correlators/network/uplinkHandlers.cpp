@@ -10,10 +10,10 @@
 #include <utility>
 #include <vector>
 
-#include "core/clock.h"
-#include "core/log.h"
-#include "core/statistics.h"
-#include "core/timerThread.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
+#include "core/basics/statistics.h"
+#include "core/basics/timerThread.h"
 #include "correlators/network/linkFlapping.h"
 #include "correlators/network/uplinkMonitor.h"
 #include "platform/ryn.h"

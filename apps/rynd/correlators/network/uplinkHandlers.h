@@ -1,7 +1,7 @@
 // The network correlator's handlers of uplink transitions, and what wakes them when one has settled.
 #pragma once
 
-#include "core/handlerTable.h"
+#include "core/agents/handlerTable.h"
 
 namespace rynd {
 

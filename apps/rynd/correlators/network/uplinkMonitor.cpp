@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/cause.h"
-#include "core/log.h"
+#include "core/basics/cause.h"
+#include "core/basics/log.h"
 #include "correlators/network/uplinkMessages.h"
 
 namespace rynd {

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "core/timerThread.h"
+#include "core/basics/timerThread.h"
 #include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 #include "testing/testRoot.h"

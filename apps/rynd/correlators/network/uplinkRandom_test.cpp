@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <random>
 
-#include "core/clock.h"
-#include "core/timerThread.h"
+#include "core/basics/clock.h"
+#include "core/basics/timerThread.h"
 #include "correlators/network/uplinkMonitor.h"
 #include "testing/postedEvents.h"
 #include "testing/testRoot.h"

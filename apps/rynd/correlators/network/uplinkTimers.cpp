@@ -4,8 +4,8 @@
 #include <limits>
 #include <utility>
 
-#include "core/clock.h"
-#include "core/timerThread.h"
+#include "core/basics/clock.h"
+#include "core/basics/timerThread.h"
 
 namespace rynd {
 namespace {

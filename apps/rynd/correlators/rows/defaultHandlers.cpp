@@ -1,6 +1,6 @@
 #include "correlators/rows/defaultHandlers.h"
 
-#include "core/log.h"
+#include "core/basics/log.h"
 #include "platform/ryn.h"
 
 namespace rynd {

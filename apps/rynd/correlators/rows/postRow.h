@@ -9,8 +9,8 @@
 #include <tuple>
 #include <utility>
 
-#include "core/handlerTable.h"
-#include "core/log.h"
+#include "core/agents/handlerTable.h"
+#include "core/basics/log.h"
 #include "correlators/rows/eventMessage.h"
 #include "platform/ryn.h"
 

@@ -1,6 +1,6 @@
 // The storage APD correlator: reports each step of a device or file system through All Paths Down. It keeps no state,
 // since the kernel decides when one is entered, left or has lasted too long.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 

@@ -1,6 +1,6 @@
 // The boot device correlator: reports when the device that the host booted from becomes inaccessible and when it
 // recovers. It keeps no state, since the kernel decides.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 

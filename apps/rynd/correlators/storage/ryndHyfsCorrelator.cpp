@@ -2,7 +2,7 @@
 // volumes' UUIDs, which arrive as nine numbers, are put into text. Its agent's thread.
 #include <cstdio>
 
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageHandlers.h"

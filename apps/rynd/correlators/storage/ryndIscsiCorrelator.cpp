@@ -1,6 +1,6 @@
 // The iSCSI correlator: reports failed connections, discoveries and logins of the software initiator. It keeps no
 // state.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 

@@ -1,6 +1,6 @@
 // The KVol container correlator: reports containers that go offline and come online. It keeps no state: the agent pairs
 // the two.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 

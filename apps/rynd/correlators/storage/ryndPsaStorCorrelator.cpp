@@ -1,6 +1,6 @@
 // The correlator of the pluggable storage stack: reports what that stack observes about devices and paths. It is built
 // as the SCSI correlator is and shares none of its state; its agent's thread.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageHandlers.h"

@@ -1,7 +1,7 @@
 // The SCSI correlator: reports what the kernel's SCSI layer observes about devices and paths. Its state, on its agent's
 // thread, is which paths were reported down and how often paths change or see a PowerOn Reset.
-#include "core/clock.h"
-#include "core/runner.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageHandlers.h"

@@ -1,6 +1,6 @@
 // The system swap correlator: reports a swap file whose datastore is permanently lost, and configures the system swap
 // anew when the kernel has removed it.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/rows/volumeOfPath.h"
 #include "correlators/storage/storageCorrelators.h"

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/clock.h"
-#include "core/runner.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/alarmLimiter.h"
 #include "correlators/storage/storageCorrelators.h"

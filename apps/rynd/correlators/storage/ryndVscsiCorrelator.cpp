@@ -1,6 +1,6 @@
 // The virtual SCSI correlator: reports shared virtual disks that can't be attached, powered on or added, and NPIV
 // settings that were dropped. It keeps no state.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 

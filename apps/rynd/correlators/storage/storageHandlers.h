@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "core/clock.h"
-#include "core/log.h"
+#include "core/basics/clock.h"
+#include "core/basics/log.h"
 #include "correlators/rows/eventMessage.h"
 #include "correlators/rows/postRow.h"
 #include "correlators/storage/storageLookups.h"

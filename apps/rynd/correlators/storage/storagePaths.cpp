@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "core/log.h"
+#include "core/basics/log.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageLookups.h"
 

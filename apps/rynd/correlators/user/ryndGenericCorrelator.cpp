@@ -1,6 +1,6 @@
 // The external-components correlator: passes on what software that is no part of the system reports about itself, from
 // the kernel or from user programs. It keeps no state; its handlers run on its agent's thread.
-#include "core/runner.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/userCorrelators.h"
 #include "platform/ryn.h"

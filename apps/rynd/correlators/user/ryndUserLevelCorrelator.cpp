@@ -5,8 +5,8 @@
 #include <cstring>
 #include <utility>
 
-#include "core/clock.h"
-#include "core/runner.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/rebootReason.h"
 #include "correlators/user/userCorrelators.h"

@@ -2,8 +2,8 @@
 // policies. Its handlers run on its agent's thread.
 #include <cstring>
 
-#include "core/clock.h"
-#include "core/runner.h"
+#include "core/agents/runner.h"
+#include "core/basics/clock.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/crashCounter.h"
 #include "correlators/user/execReports.h"

@@ -2,8 +2,8 @@
 // agent's thread.
 #include <string>
 
-#include "core/messageFormatArgs.h"
-#include "core/runner.h"
+#include "core/agents/messageFormatArgs.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/rows/volumeOfPath.h"
 #include "correlators/user/userCorrelators.h"

@@ -1,0 +1,71 @@
+#include "core/agents/messageFormatArgs.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "hosted/records/rawRecord.h"
+#include "platform/ryn.h"
+#include "testing/coreSupport.h"
+
+namespace rynd {
+namespace {
+
+TEST(MessageFormatArgs, KeepsTheConversionsAlone) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"", ""},
+      {"no conversions, 100%%", ""},
+      {"Page %#lx of %s: %d errors (%+u, %-8x)", "%lx%s%d%u%x"},
+      {"%08llx%hhu%% %5.3s", "%llx%hhu%s"},
+      {"cut off: %", "%"},
+      {"cut off: %-0l", "%l"},
+      {"%zu%jd%-8td %'d", "%zu%jd%td%d"},
+      {"%2$-8lu of %1$s, %12$", "%2$lu%1$s%12$"},
+      {"%*lu %.*s %5$*d %Lf", "%*lu%*s%5$*d%Lf"},
+  };
+  for (const auto &[messageTemplate, format] : cases) EXPECT_EQ(ExtractionFormat(messageTemplate), format);
+}
+
+TEST(MessageFormatArgs, ReadsTheArgumentsInOrder) {
+  Observation *observation = MakeObservation("ryn.a.b", {"one", "two"});
+  const char *first = nullptr;
+  const char *second = nullptr;
+  EXPECT_EQ(GetArgsByMessageFormat(observation, "[%s] then '%-10s' (%%)", &first, &second), 0);
+  EXPECT_STREQ(first, "one");
+  EXPECT_STREQ(second, "two");
+  int number = 7;
+  EXPECT_EQ(GetArgsByMessageFormat(observation, "[%s] then %d", &first, &number), kRynWrongKind);
+  EXPECT_EQ(GetArgsByMessageFormat(observation, "%s %s %s", &first, &second, &first), kRynNoArgument);
+  EXPECT_EQ(number, 7);
+  Ryn_Free(observation);
+}
+
+TEST(MessageFormatArgs, ReadsEveryWidthOrSaysThatItDoesNot) {
+  uint64_t wide = 0;
+  const char *text = nullptr;
+  Observation *observation = MakeObservation("ryn.a.b", {"one", "two"});
+  // A success without a read would leave its caller with what stood there before.
+  for (const char *unread : {"%Lf", "%f", "%*lu", "%.*s", "%n", "%lc", "%", "%0$s", "%qd"}) {
+    EXPECT_EQ(GetArgsByMessageFormat(observation, unread, &wide, &wide), kRynWrongKind) << unread;
+  }
+  for (const char *integer : {"%zu", "%jd", "%td", "%lu", "%hhx"}) {
+    EXPECT_EQ(GetArgsByMessageFormat(observation, integer, &wide), kRynWrongKind) << "the argument is a text";
+  }
+  EXPECT_EQ(GetArgsByMessageFormat(observation, "%2$s", &text), 0);
+  EXPECT_STREQ(text, "two");
+  Ryn_Free(observation);
+  for (const char *integer : {"%zu", "%jd", "%td", "%lu", "%llx", "%1$lu", "%2$zu"}) {
+    uint64_t read = 7;
+    const hosted::RawArgument argument{hosted::ArgumentKind::kUnsigned, 8, UINT64_MAX - 1, ""};
+    const std::vector<std::byte> record = hosted::EncodeRecord({1, 2, "ryn.a.b", "m", {argument, argument}});
+    auto *bytes = new std::byte[record.size()];
+    std::copy(record.begin(), record.end(), bytes);
+    ASSERT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0);
+    EXPECT_EQ(GetArgsByMessageFormat(observation, integer, &read), 0) << integer;
+    EXPECT_EQ(read, UINT64_MAX - 1) << integer;
+    Ryn_Free(observation);
+  }
+}
+
+}  // namespace
+}  // namespace rynd

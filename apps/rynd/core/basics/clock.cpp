@@ -1,0 +1,34 @@
+#include "core/basics/clock.h"
+
+#include <ctime>
+
+namespace rynd {
+namespace {
+
+int64_t ReadNs(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return int64_t{now.tv_sec} * kNsPerSecond + now.tv_nsec;
+}
+
+}  // namespace
+
+int64_t WallClockS() {
+  return ReadNs(CLOCK_REALTIME) / kNsPerSecond;
+}
+
+uint64_t WallClockUs() {
+  return static_cast<uint64_t>(ReadNs(CLOCK_REALTIME) / 1000);
+}
+
+int64_t MonotonicNs() {
+  return ReadNs(CLOCK_MONOTONIC);
+}
+
+int64_t WindowClockS() {
+  static NeverSetBack clock;
+  const int64_t wallNs = ReadNs(CLOCK_REALTIME);
+  return clock.NowS(wallNs, MonotonicNs());
+}
+
+}  // namespace rynd
