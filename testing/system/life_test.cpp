@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <filesystem>
+#include <set>
 
 #include "testing/daemon.h"
 
@@ -59,6 +60,28 @@ TEST(Life, StartsAgainOverTheSocketsOfOneThatWasKilled) {
     ASSERT_TRUE(log.Lines().WaitFor(kReady, i));
     daemon.Signal(SIGKILL);
     EXPECT_EQ(daemon.WaitForExit(), 128 + SIGKILL);
+  }
+}
+
+TEST(Life, AStopLeavesNoSocketBehindButOthersOwn) {
+  for (const bool isReplaced : {false, true}) {
+    RunningDaemon running;
+    const std::string folder = running.root / "/var/run/corvane/";
+    if (isReplaced) {
+      for (const char *name : {"rynd-trace.sock", "ryn-user.sock", "ryn/kernel-05"}) {
+        std::filesystem::remove(folder + name);
+        WriteFile(folder + name, "another's\n");
+      }
+    }
+    running.daemon.Signal(SIGTERM);
+    EXPECT_EQ(running.daemon.WaitForExit(), 0);
+    std::set<std::string> left;
+    for (const auto &file : std::filesystem::recursive_directory_iterator(folder)) {
+      if (!file.is_directory() && file.path().filename() != ".lock") left.insert(file.path().filename());
+    }
+    std::set<std::string> expected{"mgmtd-kprob.sock"};
+    if (isReplaced) expected.insert({"rynd-trace.sock", "ryn-user.sock", "kernel-05"});
+    EXPECT_EQ(left, expected);
   }
 }
 

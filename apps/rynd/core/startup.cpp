@@ -117,6 +117,7 @@ int Run(int argc, char **argv, std::span<const AgentFunction> table) {
   StopAgents();
   daemon.loopSet.reset();
   daemon.fixedSet.reset();
+  CloseTraceSocket();
   CloseContexts(daemon.contexts);
   Log("Exiting. rc:%d\n", rc);
   return rc;

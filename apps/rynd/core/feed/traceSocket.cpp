@@ -1,11 +1,13 @@
 #include "core/feed/traceSocket.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "base/acceptor.h"
 #include "base/unixAddress.h"
@@ -23,6 +25,9 @@ constexpr int kBacklog = 4096;
 constexpr mode_t kMode = 0660;
 
 int listener = -1;
+/// The file that was made for it, and where: kept, as a stop may find no memory.
+struct stat ownFile {};
+std::string ownPath;
 
 /// 0 or an errno value.
 int Listen(const std::string &path, base::UniqueFd *fd) {
@@ -32,20 +37,30 @@ int Listen(const std::string &path, base::UniqueFd *fd) {
   fd->Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!*fd) return errno;
   if (const int status = base::BindListener(fd->Get(), path, address, kMode); status != 0) return status;
-  return listen(fd->Get(), kBacklog) == 0 ? 0 : errno;
+  return lstat(path.c_str(), &ownFile) == 0 && listen(fd->Get(), kBacklog) == 0 ? 0 : errno;
 }
 
 }  // namespace
 
 int OpenTraceSocket() {
-  const std::string path = std::string(Hyk_Root()) + kTraceSocketPath;
+  std::string path = std::string(Hyk_Root()) + kTraceSocketPath;
   base::UniqueFd fd;
   listener = -1;
   if (const int status = Listen(path, &fd); status != 0) {
     Log("Cannot open the trace socket %s: %s\n", path.c_str(), strerror(status));
     return -1;
   }
+  ownPath = std::move(path);
   return listener = fd.Release();
+}
+
+void CloseTraceSocket() {
+  const base::UniqueFd open(std::exchange(listener, -1));
+  if (!open) return;
+  // Its inode number is no other file's while it is open, and no other daemon makes one while this has its contexts.
+  struct stat file {};
+  if (lstat(ownPath.c_str(), &file) != 0 || file.st_dev != ownFile.st_dev || file.st_ino != ownFile.st_ino) return;
+  unlink(ownPath.c_str());
 }
 
 int TraceListener() {
