@@ -10,8 +10,8 @@
 
 #include "catalog/catalog.h"
 #include "hosted/records/rawRecord.h"
-#include "rynctl/argument.h"
-#include "rynctl/observationCheck.h"
+#include "rynctl/sending/argument.h"
+#include "rynctl/sending/observationCheck.h"
 #include "testing/daemon.h"
 
 namespace testing_support {

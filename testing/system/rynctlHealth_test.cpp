@@ -10,7 +10,7 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "rynctl/traceRecord.h"
+#include "rynctl/showing/traceRecord.h"
 #include "testing/daemon.h"
 #include "testing/ledger.h"
 

@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "hosted/contexts/unixSocket.h"
-#include "rynctl/testEvent.h"
+#include "rynctl/showing/testEvent.h"
 #include "testing/daemon.h"
 
 namespace testing_support {

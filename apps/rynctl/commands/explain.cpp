@@ -5,7 +5,7 @@
 #include "catalog/find.h"
 #include "catalog/json.h"
 #include "rynctl/commands/commands.h"
-#include "rynctl/width.h"
+#include "rynctl/showing/width.h"
 #include "text/suggest.h"
 
 namespace rynctl {

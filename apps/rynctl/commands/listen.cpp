@@ -14,9 +14,9 @@
 #include "hosted/paths.h"
 #include "rynctl/commands/commands.h"
 #include "rynctl/escape.h"
-#include "rynctl/eventPrinter.h"
-#include "rynctl/eventReceiver.h"
-#include "rynctl/outputQueue.h"
+#include "rynctl/showing/eventPrinter.h"
+#include "rynctl/showing/eventReceiver.h"
+#include "rynctl/showing/outputQueue.h"
 #include "rynctl/stopSignals.h"
 
 namespace rynctl {

@@ -9,8 +9,8 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "rynctl/eventReceiver.h"
-#include "rynctl/testEvent.h"
+#include "rynctl/showing/eventReceiver.h"
+#include "rynctl/showing/testEvent.h"
 #include "rynctl/toolRun.h"
 #include "testing/testRoot.h"
 

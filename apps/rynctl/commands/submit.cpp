@@ -6,11 +6,11 @@
 #include <fstream>
 #include <iostream>
 
-#include "rynctl/argument.h"
 #include "rynctl/commands/commands.h"
-#include "rynctl/observationCheck.h"
-#include "rynctl/observationSender.h"
-#include "rynctl/submitFile.h"
+#include "rynctl/sending/argument.h"
+#include "rynctl/sending/observationCheck.h"
+#include "rynctl/sending/observationSender.h"
+#include "rynctl/sending/submitFile.h"
 
 namespace rynctl {
 namespace {

@@ -14,8 +14,8 @@
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
 #include "rynctl/commandLine.h"
-#include "rynctl/observationSender.h"
-#include "rynctl/submitFile.h"
+#include "rynctl/sending/observationSender.h"
+#include "rynctl/sending/submitFile.h"
 #include "rynctl/toolRun.h"
 #include "testing/testRoot.h"
 

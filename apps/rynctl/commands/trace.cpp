@@ -11,11 +11,11 @@
 #include "rynctl/commands/commands.h"
 #include "rynctl/daemonSocket.h"
 #include "rynctl/escape.h"
-#include "rynctl/eventPrinter.h"
-#include "rynctl/outputQueue.h"
+#include "rynctl/showing/eventPrinter.h"
+#include "rynctl/showing/outputQueue.h"
+#include "rynctl/showing/traceLine.h"
+#include "rynctl/showing/traceRecord.h"
 #include "rynctl/stopSignals.h"
-#include "rynctl/traceLine.h"
-#include "rynctl/traceRecord.h"
 
 namespace rynctl {
 namespace {

@@ -8,8 +8,8 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
+#include "rynctl/showing/traceLine.h"
 #include "rynctl/toolRun.h"
-#include "rynctl/traceLine.h"
 #include "testing/testRoot.h"
 
 namespace rynctl {

@@ -1,5 +1,5 @@
 // Records of the daemon's JSON feed. Stateless but for the filter: any thread.
-#include "rynctl/traceRecord.h"
+#include "rynctl/showing/traceRecord.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 
 #include "rynctl/console.h"
 #include "rynctl/escape.h"
-#include "rynctl/eventTime.h"
+#include "rynctl/showing/eventTime.h"
 
 namespace rynctl {
 namespace {

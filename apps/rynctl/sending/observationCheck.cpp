@@ -1,5 +1,5 @@
 // Compares an observation with its entry in the catalogue. Stateless: any thread.
-#include "rynctl/observationCheck.h"
+#include "rynctl/sending/observationCheck.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Arguments as people write them: the integer types, their ranges, and how a word is told from a number.
-#include "rynctl/argument.h"
+#include "rynctl/sending/argument.h"
 
 #include <charconv>
 

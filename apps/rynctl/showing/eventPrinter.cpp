@@ -1,5 +1,5 @@
 // Events as lines of text and of JSON.
-#include "rynctl/eventPrinter.h"
+#include "rynctl/showing/eventPrinter.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,7 +7,7 @@
 
 #include "rynctl/console.h"
 #include "rynctl/escape.h"
-#include "rynctl/eventTime.h"
+#include "rynctl/showing/eventTime.h"
 
 namespace rynctl {
 namespace {

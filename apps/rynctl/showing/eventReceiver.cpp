@@ -1,5 +1,5 @@
 // One poll loop over the listening socket and all of its connections.
-#include "rynctl/eventReceiver.h"
+#include "rynctl/showing/eventReceiver.h"
 
 #include <sys/socket.h>
 

@@ -1,5 +1,5 @@
 // Every way to write an argument, and the ranges that are told to whoever misses them.
-#include "rynctl/argument.h"
+#include "rynctl/sending/argument.h"
 
 #include <gtest/gtest.h>
 

@@ -8,8 +8,8 @@
 
 #include "correlators/catalog.h"
 #include "rynctl/escape.h"
-#include "rynctl/eventPrinter.h"
-#include "rynctl/testEvent.h"
+#include "rynctl/showing/eventPrinter.h"
+#include "rynctl/showing/testEvent.h"
 
 namespace rynctl {
 namespace {

@@ -1,5 +1,5 @@
 // Lines of the trace feed, whose id holds no blank. Stateless: any thread.
-#include "rynctl/traceLine.h"
+#include "rynctl/showing/traceLine.h"
 
 #include <charconv>
 

@@ -1,5 +1,5 @@
 // Asks the terminal for its size. Any thread.
-#include "rynctl/width.h"
+#include "rynctl/showing/width.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>

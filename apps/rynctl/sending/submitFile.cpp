@@ -1,5 +1,5 @@
 // JSON lines: parsing, which throws a LineError inside this file only, and timing.
-#include "rynctl/submitFile.h"
+#include "rynctl/sending/submitFile.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "rynctl/argument.h"
-#include "rynctl/observationCheck.h"
+#include "rynctl/sending/argument.h"
+#include "rynctl/sending/observationCheck.h"
 
 namespace rynctl {
 namespace {

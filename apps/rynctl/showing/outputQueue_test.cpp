@@ -1,5 +1,5 @@
 // The output is one that a test opens and shuts.
-#include "rynctl/outputQueue.h"
+#include "rynctl/showing/outputQueue.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

@@ -1,5 +1,5 @@
 // Times by hand: strftime knows no fractions of a second.
-#include "rynctl/eventTime.h"
+#include "rynctl/showing/eventTime.h"
 
 #include <cstdio>
 #include <ctime>

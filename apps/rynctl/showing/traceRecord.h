@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "rynctl/eventPrinter.h"
+#include "rynctl/showing/eventPrinter.h"
 
 namespace rynctl {
 

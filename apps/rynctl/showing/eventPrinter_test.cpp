@@ -1,5 +1,5 @@
 // A hostile sender must not reach the terminal through an event's line.
-#include "rynctl/eventPrinter.h"
+#include "rynctl/showing/eventPrinter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The printing thread takes a batch at a time, so that a fast output costs one write for many lines.
-#include "rynctl/outputQueue.h"
+#include "rynctl/showing/outputQueue.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>

@@ -1,5 +1,5 @@
 // Checks, numbers, stamps and sends observations.
-#include "rynctl/observationSender.h"
+#include "rynctl/sending/observationSender.h"
 
 #include <sys/socket.h>
 

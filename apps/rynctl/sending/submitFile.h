@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "rynctl/console.h"
-#include "rynctl/observationSender.h"
+#include "rynctl/sending/observationSender.h"
 
 namespace rynctl {
 
