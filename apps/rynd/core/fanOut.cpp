@@ -99,8 +99,8 @@ int WriteRecord(Stream *stream, const std::byte *record, size_t length) {
     WaitForRoom(stream->writeEnd);
     if (StopRequested()) return 0;
   }
-  stream->agent->givenRecords.Add();
-  stream->agent->givenBytes.Add(length);
+  stream->agent->givenRecords.AddAlone();
+  stream->agent->givenBytes.AddAlone(length);
   return 0;
 }
 
@@ -131,7 +131,7 @@ int FanOutRecord(const std::byte *record, size_t length) REQUIRES(streamLock) {
     status = WriteRecord(route.stream, record, length);
     if (status != 0 || StopRequested()) break;
   }
-  (isMatched ? Stats().matched : Stats().unmatched).Add();
+  (isMatched ? Stats().matched : Stats().unmatched).AddAlone();
   return status;
 }
 
@@ -162,7 +162,7 @@ int FanOut(const std::byte *bytes, size_t length) {
   while (length > 0) {
     const size_t total = SoundLength(bytes, length);
     if (total == 0) {
-      Stats().unsound.Add();
+      Stats().unsound.AddAlone();
       return -1;
     }
     if (HasSoundTexts(bytes, total)) {
@@ -170,7 +170,7 @@ int FanOut(const std::byte *bytes, size_t length) {
       const int status = FanOutRecord(bytes, total);
       if (status != 0) return status;
     } else {
-      Stats().unsound.Add();
+      Stats().unsound.AddAlone();
       result = -1;
     }
     bytes += total;

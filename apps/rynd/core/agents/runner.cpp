@@ -39,7 +39,7 @@ void DispatchAndFree(Handler defaultHandler, const HandlerTable &table, Observat
     const char *id = nullptr;
     Ryn_GetID(observation, &id);
     Log("Out of memory: observation %s is not handled.\n", id == nullptr ? "(null)" : id);
-    CurrentAgentStatistics()->unhandled.Add();
+    CurrentAgentStatistics()->unhandled.AddAlone();
   }
 }
 
@@ -50,13 +50,13 @@ void CallHandler(Handler handler, Observation *observation, const char *id, Coun
   Ryn_GetTimestamp(observation, &cause.observationUs);
   const CauseScope scope(cause);
   const int64_t startNs = MonotonicNs();
-  calls->Add();
+  calls->AddAlone();
   try {
     handler(observation);
   } catch (const std::exception &) {
-    agent->exceptions.Add();
+    agent->exceptions.AddAlone();
   }
-  agent->busyNs.Add(static_cast<uint64_t>(MonotonicNs() - startNs));
+  agent->busyNs.AddAlone(static_cast<uint64_t>(MonotonicNs() - startNs));
 }
 
 /// Run `loop` and release the context behind it, also when an exception ends the agent: the poll loop must not wait for

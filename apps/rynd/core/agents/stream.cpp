@@ -157,11 +157,11 @@ int StreamRead(Stream *stream, Observation **observation, bool *complete) {
   *observation = nullptr;
   const bool made = Ryn_MakeRyn(stream->buffer.get(), stream->held, observation) == 0;
   if (made) stream->buffer.release();
-  stream->agent->received.Add();
-  stream->agent->receivedBytes.Add(stream->held);
+  stream->agent->received.AddAlone();
+  stream->agent->receivedBytes.AddAlone(stream->held);
   stream->buffer.reset();
   if (!made) {
-    stream->agent->unhandled.Add();
+    stream->agent->unhandled.AddAlone();
     return 2;
   }
   *complete = true;

@@ -18,6 +18,8 @@ constexpr size_t kMaxAgents = 32;  ///< that the daemon has room for
 class Counter {
  public:
   void Add(uint64_t count = 1) { value_.fetch_add(count, std::memory_order_relaxed); }
+  /// The same for the only thread that adds to it, without a locked instruction.
+  void AddAlone(uint64_t count = 1) { value_.store(Get() + count, std::memory_order_relaxed); }
   uint64_t Get() const { return value_.load(std::memory_order_relaxed); }
 
  private:
