@@ -1,7 +1,5 @@
 #include "post/ryndKprobQueue.h"
 
-#include <pthread.h>
-
 #include <cstring>
 #include <memory>
 #include <new>
@@ -28,11 +26,11 @@ constexpr int64_t kRetryS = 60;
 /// The queue lock: held across sends, so whoever waits for it may be cancelled.
 class CAPABILITY("mutex") QueueMutex {
  public:
-  void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS { CancellableLock(&mutex_); }
-  void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_unlock(&mutex_); }
+  void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS { mutex_.Lock(); }
+  void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS { mutex_.Unlock(); }
 
  private:
-  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+  CancellableMutex mutex_;
 };
 
 class SCOPED_CAPABILITY QueueLock {

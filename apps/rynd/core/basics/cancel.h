@@ -11,6 +11,9 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
+#include <atomic>
+#include <cstdint>
+
 namespace rynd {
 
 /// From now on no agent comes out of the calls below any more. Before the first pthread_cancel().
@@ -24,8 +27,17 @@ int CancellablePoll(pollfd *set, nfds_t count);
 int CancellableConnect(int fd, const sockaddr *address, socklen_t length);
 /// send(). The number of bytes sent, or -1 with errno.
 ssize_t CancellableSend(int fd, const void *bytes, size_t length, int flags);
-/// pthread_mutex_lock(). 0 or an errno value. Meant for a lock that is held across the calls above: whoever waits for
-/// it behind a hung send must be as easy to stop as the sender.
-int CancellableLock(pthread_mutex_t *mutex);
+
+/// A lock that is held across the calls above: whoever waits for it behind a hung send is as easy to stop as the
+/// sender, and has not got it when that happens.
+class CancellableMutex {
+ public:
+  void Lock();
+  void Unlock();
+
+ private:
+  static constexpr uint32_t kFree = 0, kHeld = 1, kAwaited = 2;
+  std::atomic<uint32_t> state_ = kFree;  ///< what waiters sleep on
+};
 
 }  // namespace rynd
