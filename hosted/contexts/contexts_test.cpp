@@ -479,6 +479,7 @@ TEST_F(UserContextTest, IsNotHeldUpByDescriptorsOfAPeer) {
   constexpr int kOn = 1;
   setsockopt(fd_, SOL_SOCKET, base::kPassRights, &kOn, sizeof kOn);  // as a kernel that can't refuse them
   const Bytes good = RecordOf("ryn.user.a");
+  Log("The log opens what it needs at its first line, which may be one that is told a second late.");
   const ptrdiff_t before = OpenDescriptors();
   const auto send = [&](size_t copies) {
     std::vector<base::UniqueFd> lingering = LingeringConnection();
