@@ -157,7 +157,7 @@ std::vector<std::string> EventListener::Names() const {
 }
 
 Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below,
-               int standardError)
+               int standardError, const std::function<void()> &inChild)
     : root_(root) {
   std::vector<std::string> words;
   std::istringstream emulator(RYND_EMULATOR);
@@ -180,6 +180,7 @@ Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, 
     dup2(standardError, STDERR_FILENO);
   }
   setenv("CORVANE_ROOT", path.c_str(), 1);
+  if (inChild) inChild();
   execvp(argv[0], argv.data());
   _exit(127);
 }

@@ -75,9 +75,10 @@ class EventListener {
 class Daemon {
  public:
   /// Start the daemon below the folder `below` of `root` with `arguments`; standard output and error go to
-  /// `root`/stdout and `root`/stderr, the latter to the descriptor `standardError` where that is given.
+  /// `root`/stdout and `root`/stderr, the latter to the descriptor `standardError` where that is given. `inChild` is
+  /// called last, in the process that it becomes.
   Daemon(const TestRoot &root, const std::vector<std::string> &arguments = {}, const std::string &below = "",
-         int standardError = -1);
+         int standardError = -1, const std::function<void()> &inChild = nullptr);
   ~Daemon();  ///< kills what still runs
   pid_t Pid() const { return pid_; }
   void Signal(int number) const;

@@ -33,6 +33,8 @@ class Rounds {
     ++done_;
     return true;
   }
+  /// This round's, from 0.
+  uint64_t Number() const { return static_cast<uint64_t>(done_) - 1; }
   /// What to say of a failure.
   std::string Name() const { return "round " + std::to_string(done_ - 1) + " of RYND_SEED=" + std::to_string(seed_); }
   /// A number from 0 to `below` - 1.
