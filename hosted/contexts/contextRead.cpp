@@ -10,6 +10,7 @@
 #include <new>
 #include <utility>
 
+#include "base/immortal.h"
 #include "hosted/contexts/contextCounters.h"
 #include "hosted/contexts/contexts.h"
 #include "hosted/contexts/discardLog.h"
@@ -25,10 +26,10 @@ struct HeldRecord {
   std::unique_ptr<std::byte[]> bytes;
 };
 
-/// By context. Never destroyed: the process may exit while they are used.
+/// By context.
 std::array<HeldRecord, kRynAsyncContexts> &HeldRecords() {
-  static auto &records = *new std::array<HeldRecord, kRynAsyncContexts>;
-  return records;
+  static base::Immortal<std::array<HeldRecord, kRynAsyncContexts>> records;
+  return *records;
 }
 size_t held = 0;
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/immortal.h"
 #include "base/uniqueFd.h"
 #include "hosted/paths.h"
 
@@ -23,8 +24,8 @@ namespace {
 constexpr size_t kFieldName = 64;  // the longest that the journal takes
 
 LogSocket &Socket() {
-  static LogSocket &socket = *new LogSocket(kJournalSocket);
-  return socket;
+  static base::Immortal<LogSocket> socket(kJournalSocket);
+  return *socket;
 }
 
 /// A record as parts of memory, which the caller keeps. Parameters that do not fit are left out.

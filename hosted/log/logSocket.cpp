@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 
-#include "hosted/paths.h"
+#include "platform/system.h"
 
 namespace hosted {
 namespace {
@@ -19,7 +21,11 @@ bool IsDisconnected(int error) {
 
 }  // namespace
 
-LogSocket::LogSocket(const char *path) : addressError_(base::MakeUnixAddress(RootPath(path), &address_)) {}
+LogSocket::LogSocket(const char *path) {
+  char absolute[PATH_MAX];  // the log needs no memory of the heap
+  snprintf(absolute, sizeof absolute, "%s%s", Hyk_Root(), path);
+  addressError_ = base::MakeUnixAddress(absolute, &address_);
+}
 
 /// The socket, made at its first use; -1 while that fails.
 int LogSocket::Fd() {

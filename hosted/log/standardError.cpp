@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/immortal.h"
 #include "base/terminalText.h"
 #include "hosted/log/relay.h"
 #include "hosted/log/stall.h"
@@ -134,8 +135,8 @@ std::atomic_flag outputBusy;
 Stall stall;
 
 Output &TheOutput() {
-  static Output &output = *new Output;  // never destroyed: threads may log while the process exits
-  return output;
+  static base::Immortal<Output> output;  // threads may log while the process exits
+  return *output;
 }
 
 bool TakeOutput(const Deadline &deadline) {

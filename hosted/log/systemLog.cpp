@@ -6,7 +6,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 
+#include "base/immortal.h"
 #include "hosted/log/journal.h"
 #include "hosted/log/log.h"
 #include "hosted/log/logRecord.h"
@@ -22,8 +24,8 @@ namespace {
 std::atomic<uint64_t> logged{0}, dropped{0}, untold{0};
 
 LogSocket &Syslog() {
-  static LogSocket &socket = *new LogSocket(kLogSocket);
-  return socket;
+  static base::Immortal<LogSocket> socket(kLogSocket);
+  return *socket;
 }
 
 SendResult SendToSyslog(std::string_view record) {
@@ -64,9 +66,13 @@ Delivery Deliver(const LogHeader &header, LogRecord *record) {
     tailSize =
         std::snprintf(tail.data(), tail.size(), " (%llu records dropped)", static_cast<unsigned long long>(told));
   }
-  LogRecord record;
-  record.Build(header, format, arguments, {tail.data(), static_cast<size_t>(tailSize)});
-  const Delivery delivery = Deliver(header, &record);
+  Delivery delivery = Delivery::kDropped;
+  try {
+    LogRecord record;
+    record.Build(header, format, arguments, {tail.data(), static_cast<size_t>(tailSize)});
+    delivery = Deliver(header, &record);
+  } catch (const std::bad_alloc &) {  // the next record tells that one is missing
+  }
   if (delivery == Delivery::kDropped) {
     dropped.fetch_add(1, std::memory_order_relaxed);
     untold.fetch_add(told + 1, std::memory_order_relaxed);

@@ -19,6 +19,7 @@
 #include "core/options.h"
 #include "core/pollLoop.h"
 #include "core/serviceNotify.h"
+#include "core/feed/traceFeed.h"
 #include "platform/hsi.h"
 #include "post/ryndKprobQueue.h"
 
@@ -108,7 +109,13 @@ int Run(int argc, char **argv, std::span<const AgentFunction> table) {
   if (options.usageShown) return 0;
   BlockSignals();
   StatisticsStart(table.size());
-  int rc = SetUp(options, table, &daemon);
+  int rc = 0;
+  try {
+    Feed();  // it takes memory, and the poll loop has none to lose
+    rc = SetUp(options, table, &daemon);
+  } catch (const std::bad_alloc &) {
+    rc = kOutOfMemory;
+  }
   // Kept: also said when the set-up failed; what follows says how it ended.
   Log("rynd setup completed. Start polling loop.\n");
   if (rc == 0 && daemon.isWhole) NotifyService("READY=1");

@@ -6,8 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "base/uniqueFd.h"
 #include "base/unixAddress.h"
@@ -23,9 +24,11 @@ namespace {
 constexpr int kPatienceS = 10;  ///< after which an agent that does not accept is spoken of
 constexpr char kMgmtdSocketPath[] = "/var/run/corvane/mgmtd-kprob.sock";
 
-const std::string &SocketPath() {
-  static const std::string *const path = new std::string(std::string(Hyk_Root()) + kMgmtdSocketPath);
-  return *path;
+/// Without memory of the heap: an event that is being sent is lost by nothing but a lack of it elsewhere.
+const char *SocketPath() {
+  static char path[PATH_MAX];
+  [[maybe_unused]] static const int length = snprintf(path, sizeof path, "%s%s", Hyk_Root(), kMgmtdSocketPath);
+  return path;
 }
 
 /// Whether the management agent accepts connections. Used by one thread at a time: whoever sends holds the queue lock.
@@ -67,7 +70,7 @@ base::UniqueFd NewSocket(bool blocks) {
 base::UniqueFd Connect() {
   base::UnixAddress address;
   if (const int status = base::MakeUnixAddress(SocketPath(), &address); status != 0) {
-    Log("KprobPostToMgmtd: Error connecting to %s: %s.\n", SocketPath().c_str(), strerror(status));
+    Log("KprobPostToMgmtd: Error connecting to %s: %s.\n", SocketPath(), strerror(status));
     return {};
   }
   for (bool blocks = false;;) {
@@ -83,7 +86,7 @@ base::UniqueFd Connect() {
     }
     if (errno == EINTR) continue;
     if (errno != EAGAIN) {
-      Log("KprobPostToMgmtd: Error connecting to %s: %s.\n", SocketPath().c_str(), strerror(errno));
+      Log("KprobPostToMgmtd: Error connecting to %s: %s.\n", SocketPath(), strerror(errno));
       return {};
     }
     acceptance.Waits();

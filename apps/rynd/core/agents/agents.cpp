@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 
+#include "base/immortal.h"
 #include "core/basics/cancel.h"
 #include "core/basics/clock.h"
 #include "core/basics/conditionVariable.h"
@@ -41,7 +42,7 @@ struct Progress {
   std::array<std::atomic<bool>, kMaxAgents> ended{};
 };
 Progress &AgentProgress() {
-  static Progress *const progress = new Progress;  // never destroyed: agents may outlive main()
+  static base::Immortal<Progress> progress;  // agents may outlive main()
   return *progress;
 }
 thread_local bool isReady = false;

@@ -9,6 +9,7 @@
 #include <new>
 #include <vector>
 
+#include "base/immortal.h"
 #include "core/basics/rawRecord.h"
 #include "platform/ryn.h"
 
@@ -83,7 +84,8 @@ int CloseEnd(int *fd) {
 }
 
 ListLinks streamList;
-std::vector<StreamRoute> &streamRoutes = *new std::vector<StreamRoute>;  // agents may outlive main()
+base::Immortal<std::vector<StreamRoute>> streamRoutesKept;
+std::vector<StreamRoute> &streamRoutes = *streamRoutesKept;
 
 /// False without memory.
 bool AddRoute(const Subscription &subscription, Stream *stream) REQUIRES(streamLock) try {

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/immortal.h"
 #include "core/basics/mutex.h"
 
 namespace rynd {
@@ -21,7 +22,7 @@ struct Uplinks {
   std::vector<WaitingUplink> waiting GUARDED_BY(mutex);
 };
 Uplinks &AllUplinks() {
-  static Uplinks *const uplinks = new Uplinks;
+  static base::Immortal<Uplinks> uplinks;
   return *uplinks;
 }
 
@@ -33,7 +34,7 @@ const char *DropReasonName(DropReason reason) {
 }
 
 Statistics &Stats() {
-  static Statistics *const statistics = new Statistics;
+  static base::Immortal<Statistics> statistics;
   return *statistics;
 }
 

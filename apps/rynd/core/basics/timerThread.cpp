@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/immortal.h"
 #include "core/basics/cause.h"
 #include "core/basics/clock.h"
 #include "core/basics/conditionVariable.h"
@@ -29,7 +30,7 @@ struct Timers {
 };
 
 Timers &AllTimers() {
-  static Timers *const timers = new Timers;
+  static base::Immortal<Timers> timers;
   return *timers;
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/immortal.h"
 #include "core/basics/log.h"
 #include "core/basics/statistics.h"
 #include "core/feed/statisticsReport.h"
@@ -246,7 +247,7 @@ void TraceFeed::SetFormat(Client *client, TraceFormat format) {
 }
 
 TraceFeed &Feed() {
-  static TraceFeed *const feed = new TraceFeed;
+  static base::Immortal<TraceFeed> feed;
   return *feed;
 }
 

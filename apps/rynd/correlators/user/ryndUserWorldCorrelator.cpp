@@ -2,8 +2,9 @@
 // policies. Its handlers run on its agent's thread.
 #include <cstring>
 
-#include "core/agents/runner.h"
+#include "base/immortal.h"
 #include "core/basics/clock.h"
+#include "core/agents/runner.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/crashCounter.h"
 #include "correlators/user/execReports.h"
@@ -14,9 +15,11 @@ namespace rynd {
 namespace {
 
 // Handlers may outlive main() on a thread that could not be joined: nothing here is ever destroyed.
-CrashCounter &coreDumpCrashes = *new CrashCounter;
-CrashCounter &dumpFailedCrashes = *new CrashCounter;
-ExecReports &execReports = *new ExecReports;
+base::Immortal<CrashCounter> coreDumpCrashesKept, dumpFailedCrashesKept;
+base::Immortal<ExecReports> execReportsKept;
+CrashCounter &coreDumpCrashes = *coreDumpCrashesKept;
+CrashCounter &dumpFailedCrashes = *dumpFailedCrashesKept;
+ExecReports &execReports = *execReportsKept;
 
 constexpr Fields kLevelOfDomain = {{ArgType::kStr, ArgType::kInt, ArgType::kStr, ArgType::kInt}, "%p %d %p %u"};
 constexpr Fields kLevel = {{ArgType::kStr, ArgType::kInt}, "%p %d"};
