@@ -11,8 +11,8 @@
 #include "hosted/paths.h"
 #include "testing/daemon.h"
 #include "testing/ledger.h"
+#include "testing/peers.h"
 #include "testing/processState.h"
-#include "testing/soak/peers.h"
 
 namespace testing_support {
 namespace {
@@ -127,7 +127,7 @@ class Soak {
 
   TestRoot root_;
   Arrivals arrivals_;
-  SoakCounts counts_;
+  PeerCounts counts_;
   Daemon daemon_;
   Peers always_;   ///< whom the daemon turns to
   Peers flowing_;  ///< who turn to it; they rest while the book is looked at

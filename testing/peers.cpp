@@ -1,4 +1,4 @@
-#include "testing/soak/peers.h"
+#include "testing/peers.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -43,8 +43,14 @@ std::vector<std::string> QuietIds() {
   return ids;
 }
 
-/// The observation number `n` of context `id`, whose message says so.
-std::vector<std::byte> NthObservation(uint64_t n, const std::string &message, SoakCounts *counts) {
+/// The context that observation number `n` goes to: each numbered event has one of its own, as its numbers must rise.
+unsigned ContextOf(uint64_t n) {
+  if (n % 128 < kNumberedEvents.size()) return static_cast<unsigned>(n % 128);
+  return static_cast<unsigned>(n % kContexts);
+}
+
+/// The observation number `n`, with `message`.
+std::vector<std::byte> NthObservation(uint64_t n, const std::string &message, PeerCounts *counts) {
   static const std::vector<std::string> quiet = QuietIds();
   if (n % 128 == 0) {
     const std::string number = Arrivals::Text(counts->numbered);
@@ -61,26 +67,26 @@ std::vector<std::byte> NthObservation(uint64_t n, const std::string &message, So
 
 }  // namespace
 
-void SoakCounts::Blame(const std::string &problem) {
+void PeerCounts::Blame(const std::string &problem) {
   const std::lock_guard lock(mutex_);
   if (problems_.size() < 20) problems_.push_back(problem);
 }
 
-std::vector<std::string> SoakCounts::Problems() const {
+std::vector<std::string> PeerCounts::Problems() const {
   const std::lock_guard lock(mutex_);
   return problems_;
 }
 
-void SendObservations(const TestRoot &root, unsigned perSecond, SoakCounts *counts, const std::atomic<bool> &stop) {
+void SendObservations(const TestRoot &root, unsigned perSecond, PeerCounts *counts, const std::atomic<bool> &stop) {
   std::vector<base::UniqueFd> contexts;
   for (unsigned id = 0; id < kContexts; ++id) contexts.push_back(ConnectKernel(root, id));
+  std::array<uint64_t, kContexts> sent{};
   Clock::time_point next = Clock::now();
   while (!stop) {
     const uint64_t n = counts->observations;
-    // Both of a pair go one way, so that numbers rise in each event's series; which context that is changes.
-    const unsigned id = static_cast<unsigned>(n / 128 % kContexts);
+    const unsigned id = ContextOf(n);
     if (n % 10'007 == 0) contexts[id] = ConnectKernel(root, id);
-    const std::string message = "soak-" + std::to_string(n) + "-";
+    const std::string message = "peer-" + std::to_string(id) + "-" + std::to_string(sent[id]++) + "-";
     if (!SendRecord(contexts[id], NthObservation(n, message, counts))) {
       counts->Blame("observation " + std::to_string(n) + " could not be sent: " + std::to_string(errno));
     }
@@ -95,7 +101,7 @@ void SendObservations(const TestRoot &root, unsigned perSecond, SoakCounts *coun
   }
 }
 
-void SubmitObservations(unsigned seed, SoakCounts *counts, const std::atomic<bool> &stop) {
+void SubmitObservations(unsigned seed, PeerCounts *counts, const std::atomic<bool> &stop) {
   std::mt19937 random(seed);
   while (!stop) {
     rynsubmit *connection = nullptr;
@@ -126,7 +132,7 @@ void SendGarbage(const TestRoot &root, unsigned seed, const std::atomic<bool> &s
   }
 }
 
-void ServeEvents(const TestRoot &root, Arrivals *arrivals, SoakCounts *counts, const std::atomic<bool> &stop) {
+void ServeEvents(const TestRoot &root, Arrivals *arrivals, PeerCounts *counts, const std::atomic<bool> &stop) {
   std::mt19937 random(1);
   hosted::MakeFolders(root / "/var/run/corvane", 0755);
   while (!stop) {
@@ -139,7 +145,7 @@ void ServeEvents(const TestRoot &root, Arrivals *arrivals, SoakCounts *counts, c
   }
 }
 
-void ServeLog(const TestRoot &root, SoakCounts *counts, const std::atomic<bool> &stop) {
+void ServeLog(const TestRoot &root, PeerCounts *counts, const std::atomic<bool> &stop) {
   std::mt19937 random(2);
   std::vector<char> record(300'000);
   hosted::MakeFolders(root / "/dev", 0755);
@@ -162,32 +168,33 @@ namespace {
 /// What one trace client has seen.
 class Followed {
  public:
-  explicit Followed(SoakCounts *counts) : counts_(counts) {}
+  explicit Followed(PeerCounts *counts) : counts_(counts) {}
   ~Followed() {
     if (missed_ > lost_) counts_->Blame("a trace client missed " + std::to_string(missed_ - lost_) + " lines unsaid");
     counts_->traceLost += lost_;
   }
   void Take(const std::string &line) {
     if (const size_t lost = line.find(" LOST "); lost != std::string::npos) lost_ += std::stoull(line.substr(lost + 6));
-    const size_t at = line.find(" soak-");
+    const size_t at = line.find(" peer-");
     if (at == std::string::npos) return;
-    const uint64_t number = std::stoull(line.substr(at + 6));
-    // Contexts overtake each other by a little where the next block of numbers begins.
-    if (next_ > 0 && number > next_) missed_ += number - next_;
-    if (next_ > 0 && number < next_ && missed_ > 0) --missed_;
-    if (number >= next_) next_ = number + 1;
+    size_t length = 0;
+    const size_t context = std::stoul(line.substr(at + 6), &length);
+    const uint64_t number = std::stoull(line.substr(at + 7 + length));
+    uint64_t &next = next_.at(context);
+    if (next > 0 && number != next) missed_ += number - next;
+    next = number + 1;
   }
 
  private:
-  SoakCounts *counts_;
-  uint64_t next_ = 0;
+  PeerCounts *counts_;
+  std::array<uint64_t, kContexts> next_{};  ///< of each context; 0: none seen
   uint64_t missed_ = 0;
   uint64_t lost_ = 0;
 };
 
 }  // namespace
 
-void FollowTrace(const TestRoot &root, unsigned seed, SoakCounts *counts, const std::atomic<bool> &stop) {
+void FollowTrace(const TestRoot &root, unsigned seed, PeerCounts *counts, const std::atomic<bool> &stop) {
   std::mt19937 random(seed);
   while (!stop) {
     ++counts->traceStarts;

@@ -1,4 +1,4 @@
-// Everybody round the daemon in a soak: each goes on until it is destroyed, and starts itself anew now and then.
+// Everybody round the daemon: each goes on until it is destroyed, and starts itself anew now and then.
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@
 namespace testing_support {
 
 /// What the peers have done. Any thread.
-struct SoakCounts {
+struct PeerCounts {
   std::atomic<uint64_t> observations = 0;  ///< sent to kernel contexts
   std::atomic<uint64_t> numbered = 0;      ///< of those, of each numbered event
   std::atomic<uint64_t> submitted = 0;     ///< by user programs, and taken
@@ -52,16 +52,16 @@ class PeerThread {
 };
 
 /// Send `perSecond` observations a second to the 29 kernel contexts, whose connections are now and then made anew.
-void SendObservations(const TestRoot &root, unsigned perSecond, SoakCounts *counts, const std::atomic<bool> &stop);
+void SendObservations(const TestRoot &root, unsigned perSecond, PeerCounts *counts, const std::atomic<bool> &stop);
 /// A user program over librynsubmit: a few records over each connection.
-void SubmitObservations(unsigned seed, SoakCounts *counts, const std::atomic<bool> &stop);
+void SubmitObservations(unsigned seed, PeerCounts *counts, const std::atomic<bool> &stop);
 /// A user program that sends what is no record and hangs up.
 void SendGarbage(const TestRoot &root, unsigned seed, const std::atomic<bool> &stop);
 /// The management agent, away for up to 3 s now and then.
-void ServeEvents(const TestRoot &root, Arrivals *arrivals, SoakCounts *counts, const std::atomic<bool> &stop);
+void ServeEvents(const TestRoot &root, Arrivals *arrivals, PeerCounts *counts, const std::atomic<bool> &stop);
 /// The system log: served, not read, absent.
-void ServeLog(const TestRoot &root, SoakCounts *counts, const std::atomic<bool> &stop);
+void ServeLog(const TestRoot &root, PeerCounts *counts, const std::atomic<bool> &stop);
 /// A trace client; it sees that each number that it misses is said to be lost, and does not always read.
-void FollowTrace(const TestRoot &root, unsigned seed, SoakCounts *counts, const std::atomic<bool> &stop);
+void FollowTrace(const TestRoot &root, unsigned seed, PeerCounts *counts, const std::atomic<bool> &stop);
 
 }  // namespace testing_support
