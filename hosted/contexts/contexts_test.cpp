@@ -20,6 +20,7 @@
 
 #include "base/unixListener.h"
 #include "hosted/contexts/discardLog.h"
+#include "hosted/log/log.h"
 #include "hosted/testSupport.h"
 #include "platform/ryn.h"
 #include "platform/statistics.h"
