@@ -15,11 +15,11 @@
 #include "core/contexts.h"
 #include "core/fanOut.h"
 #include "core/feed/statisticsReport.h"
+#include "core/feed/traceFeed.h"
 #include "core/feed/traceSocket.h"
 #include "core/options.h"
 #include "core/pollLoop.h"
 #include "core/serviceNotify.h"
-#include "core/feed/traceFeed.h"
 #include "platform/hsi.h"
 #include "post/ryndKprobQueue.h"
 

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "base/immortal.h"
-#include "core/basics/clock.h"
 #include "core/agents/runner.h"
+#include "core/basics/clock.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/crashCounter.h"
 #include "correlators/user/execReports.h"
