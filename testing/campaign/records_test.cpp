@@ -60,7 +60,7 @@ std::string OddText(Rounds *rounds) {
                                                  "../../../etc",
                                                  std::string(300, 'x'),
                                                  "-1",
-                                                 "vmhba0:C0:T0:L0",
+                                                 "hba0:C0:T0:L0",
                                                  "1700000000:00000001:0123456789abcdef",
                                                  "99999999999999999999",
                                                  std::string(70'000, 'y')};

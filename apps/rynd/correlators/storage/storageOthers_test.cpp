@@ -19,7 +19,7 @@ using testing_support::WriteFile;
 TEST(IscsiCorrelator, TranslatesALoginsStatus) {
   const CapturedLog log;
   const std::string front =
-      "amb.problem.storage.iscsi.target.login.error Login to iSCSI target iqn.t on vmhba64 failed. Target returned "
+      "amb.problem.storage.iscsi.target.login.error Login to iSCSI target iqn.t on hba64 failed. Target returned "
       "login error: ";
   const std::pair<uint32_t, const char *> rows[] = {
       {0x0000, "Login is proceeding okay."},
@@ -34,13 +34,13 @@ TEST(IscsiCorrelator, TranslatesALoginsStatus) {
       {0x0400, "Unknown login response received."},
   };
   for (const auto &[status, text] : rows) {
-    EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("vmhba64"), Str("iqn.t"), Long(status)}),
+    EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("hba64"), Str("iqn.t"), Long(status)}),
               Events{front + text});
   }
-  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.discovery.login.error", {Str("vmhba64"), Str("10.0.0.1"), Int(0x300)}),
-            Events{"amb.problem.storage.iscsi.discovery.login.error iSCSI discovery to 10.0.0.1 on vmhba64 failed. The "
+  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.discovery.login.error", {Str("hba64"), Str("10.0.0.1"), Int(0x300)}),
+            Events{"amb.problem.storage.iscsi.discovery.login.error iSCSI discovery to 10.0.0.1 on hba64 failed. The "
                    "Discovery target returned login error: Target hardware or software error."});
-  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("vmhba64"), Str("iqn.t")}), Events{});
+  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("hba64"), Str("iqn.t")}), Events{});
   EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.isns.discovery.error", {Str("1"), Str("2"), Str("3"), Str("4")}),
             Events{"amb.problem.storage.iscsi.isns.discovery.error iSns discovery to 2 on 1 failed. (3 : 4)."});
   EXPECT_TRUE(EventsOf(IscsiHandlers(), "ryn.iscsi.target.connect.error", {Str("1"), Str("2")})[0].starts_with(

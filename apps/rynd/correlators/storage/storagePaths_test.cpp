@@ -21,9 +21,9 @@ using Change = ChangeCounter::Change;
 constexpr int64_t kNow = 1'700'000'000;
 
 const char kLostText[] =
-    "amb.problem.storage.connectivity.lost Lost connectivity to storage device naa.1. Path vmhba1:C0:T0:L0 is down. "
+    "amb.problem.storage.connectivity.lost Lost connectivity to storage device naa.1. Path hba1:C0:T0:L0 is down. "
     "Affected datastores: \"ds1\", \"ds 2\".";
-const char kPath[] = "vmhba1:C0:T0:L0";
+const char kPath[] = "hba1:C0:T0:L0";
 
 /// Every test starts with two devices: naa.1 has two volumes and the path kPath, naa.2 has none.
 class StoragePathsTest : public testing::Test {
@@ -94,10 +94,10 @@ TEST_F(StoragePathsTest, ReportsALostPathByWhatIsLeft) {
   EXPECT_EQ(Down("1"), Events{kLostText});
   EXPECT_EQ(Down("2", "standby"),
             Events{"amb.problem.storage.redundancy.lost Lost path redundancy to storage device naa.1. Path "
-                   "vmhba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
+                   "hba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
   EXPECT_EQ(Down("3"),
             Events{"amb.problem.storage.redundancy.degraded Path redundancy to storage device naa.1 degraded. Path "
-                   "vmhba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
+                   "hba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
   EXPECT_EQ(paths_.ReportedDown(), 1u);
   paths_.PathDown("p", "on", "naa.2", kNow);
   EXPECT_TRUE(TakeEvents()[0].ends_with("Affected datastores: ."));
@@ -126,12 +126,12 @@ TEST_F(StoragePathsTest, ReportsTheEndOfALossOnce) {
   Down("1");
   EXPECT_EQ(Restored("2", "off"),
             Events{"amb.clear.storage.connectivity.restored Connectivity to storage device naa.1 (Datastores: \"ds1\", "
-                   "\"ds 2\") restored. Path vmhba1:C0:T0:L0 is active again."});
+                   "\"ds 2\") restored. Path hba1:C0:T0:L0 is active again."});
   EXPECT_EQ(Restored("2"), Events{});
   Down("2");
   EXPECT_EQ(Restored("3"),
             Events{"amb.clear.storage.redundancy.restored Path redundancy to storage device naa.1 (Datastores: "
-                   "\"ds1\", \"ds 2\") restored. Path vmhba1:C0:T0:L0 is active again."});
+                   "\"ds1\", \"ds 2\") restored. Path hba1:C0:T0:L0 is active again."});
   for (const char *status : {"1", "0", "4", "x"}) {
     Down("1");
     EXPECT_EQ(Restored(status), Events{}) << status;
@@ -148,7 +148,7 @@ TEST_F(StoragePathsTest, AChangeThatAlarmsNamesTheDevice) {
   };
   const std::string front =
       "amb.problem.storage.connectivity.pathstatechanges Frequent path state changes are occurring for path "
-      "vmhba1:C0:T0:L0. This may indicate a storage problem. Affected device: naa.1. Affected datastores: ";
+      "hba1:C0:T0:L0. This may indicate a storage problem. Affected device: naa.1. Affected datastores: ";
   EXPECT_EQ(tenChanges(kPath), Events{front + "\"ds1\", \"ds 2\"."});
   Put("devices/naa.1/redundancy", "0");
   EXPECT_EQ(tenChanges(kPath), Events{front + "Unknown."});
@@ -176,7 +176,7 @@ TEST_F(StoragePathsTest, TheEleventhPowerOnResetAlarms) {
   };
   EXPECT_EQ(resets(kPath),
             Events{"amb.problem.storage.connectivity.pathpor Frequent PowerOn Reset Unit Attentions are occurring on "
-                   "path vmhba1:C0:T0:L0. This may indicate a storage problem. Affected device: naa.1. Affected "
+                   "path hba1:C0:T0:L0. This may indicate a storage problem. Affected device: naa.1. Affected "
                    "datastores: \"ds1\", \"ds 2\"."});
   Put("paths/%00", "naa.2");  // where the platform files a path without a name
   EXPECT_EQ(resets(nullptr),
