@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr char kOwnBuildDate[] = __DATE__ " " __TIME__;
+constexpr char kOwnBuildDate[] = RYND_BUILD_DATE;  // "Jan  1 2001 00:00:00"
 static_assert(sizeof kOwnBuildDate == kHsiBuildDateSize);
 
 /// Copy `text` into `size` bytes, cut to fit, with its NUL.
