@@ -5,7 +5,7 @@ SEED ?= 1
 MINUTES ?= 20
 HOURS ?= 1
 
-.PHONY: help demo run test check bench campaign soak build programs deps format lint
+.PHONY: packages help demo run test check bench campaign soak build programs deps format lint
 
 help:
 	@echo 'make demo      install what is missing, build, and watch the daemon work'
@@ -14,6 +14,7 @@ help:
 	@echo 'make check     the fast loop: format, lint, build, unit tests'
 	@echo 'make bench     the speed ratios, and a CSV of them'
 	@echo 'make soak      HOURS of observations while everybody round the daemon comes and goes (1)'
+	@echo 'make packages  the Debian packages, into build/packages'
 	@echo 'make format    format every source; make lint: look at every source'
 	@echo 'JOBS=n builds and tests with n processes at once.'
 
@@ -53,6 +54,10 @@ programs: deps
 deps:
 	@tools/install-deps base
 	@mkdir -p build
+
+packages:
+	@tools/install-deps packages
+	@tools/packages
 
 format:
 	@tools/install-deps check
