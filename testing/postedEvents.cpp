@@ -1,8 +1,6 @@
 // Stands in for post/ryndKprob.cpp and core/timerThread.cpp.
 #include "testing/postedEvents.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>

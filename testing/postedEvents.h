@@ -1,5 +1,8 @@
-// Events and timers as tests of correlators see them: the object files that compose events and run timers are replaced.
+// What tests of correlators share. Events and timers as they see them: the object files that compose events and run
+// timers are replaced.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
@@ -7,12 +10,21 @@
 
 #include "core/agents/handlerTable.h"
 #include "hosted/records/rawRecord.h"
+#include "testing/coreSupport.h"
+#include "testing/testRoot.h"
 
 namespace rynd {
 
+using Events = std::vector<std::string>;
+using testing_support::ClearHost;
+using testing_support::HostPath;
+using testing_support::ProcessRoot;
+using testing_support::PutHost;
+using testing_support::TakeActions;
+
 /// What has been posted since the last call, oldest first: the event's name, a blank, its rendered text. An event whose
 /// namespace is not its category's fails the test. Any thread.
-std::vector<std::string> TakeEvents();
+Events TakeEvents();
 /// The number of events that are kept until they are taken; by default all. Further ones are dropped.
 void KeepEvents(size_t most);
 
@@ -36,6 +48,6 @@ using Arguments = std::vector<hosted::RawArgument>;
 void Dispatch(HandlerTable table, Handler defaultHandler, const std::string &id, const Arguments &arguments,
               const std::string &message = "m");
 /// The same; what it posted.
-std::vector<std::string> EventsOf(HandlerTable table, const std::string &id, const Arguments &arguments);
+Events EventsOf(HandlerTable table, const std::string &id, const Arguments &arguments);
 
 }  // namespace rynd

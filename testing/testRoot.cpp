@@ -35,4 +35,25 @@ std::string ReadFile(const std::string &path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+std::string HostPath(const std::string &path) {
+  return ProcessRoot() / ("/var/lib/corvane/host/" + path);
+}
+
+void PutHost(const std::string &path, const std::string &text) {
+  WriteFile(HostPath(path), text);
+}
+
+void ClearHost() {
+  std::filesystem::remove_all(ProcessRoot() / "/var/lib/corvane");
+}
+
+std::string TakeActions() {
+  const std::string path = ProcessRoot() / "/var/lib/corvane/actions.log";
+  std::ifstream lines(path);
+  std::string actions;
+  for (std::string line; std::getline(lines, line);) actions += line.substr(line.find('\t') + 1) + ";";
+  std::filesystem::remove(path);
+  return actions;
+}
+
 }  // namespace testing_support

@@ -29,4 +29,12 @@ void WriteFile(const std::string &path, const std::string &text);
 /// The content of `path`; "" when it can't be read.
 std::string ReadFile(const std::string &path);
 
+/// A path below the host tree of ProcessRoot().
+std::string HostPath(const std::string &path);
+void PutHost(const std::string &path, const std::string &text);
+/// Remove all of the host tree, and what was done to the host.
+void ClearHost();
+/// What was done to the host since the last call, without the times, each action ended by ';'.
+std::string TakeActions();
+
 }  // namespace testing_support

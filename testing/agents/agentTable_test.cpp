@@ -1,5 +1,4 @@
 // What every agent asks of the runner, which is replaced: nothing else would notice an agent that hears nothing.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -11,7 +10,6 @@
 #include "core/agents/runner.h"
 #include "correlators/agentTable.h"
 #include "platform/ryn.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 
 namespace rynd {

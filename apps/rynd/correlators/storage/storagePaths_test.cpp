@@ -1,53 +1,35 @@
 #include "correlators/storage/storagePaths.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
-#include <string>
-#include <vector>
-
-#include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageLookups.h"
-#include "testing/coreSupport.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
 
-using Events = std::vector<std::string>;
 using Change = ChangeCounter::Change;
 constexpr int64_t kNow = 1'700'000'000;
 
-const char kLostText[] =
-    "amb.problem.storage.connectivity.lost Lost connectivity to storage device naa.1. Path hba1:C0:T0:L0 is down. "
-    "Affected datastores: \"ds1\", \"ds 2\".";
 const char kPath[] = "hba1:C0:T0:L0";
 
 /// Every test starts with two devices: naa.1 has two volumes and the path kPath, naa.2 has none.
 class StoragePathsTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::filesystem::remove_all(Host("storage"));
-    std::filesystem::create_directories(testing_support::ProcessRoot() / "/hyfs/volumes");
+    ClearHost();
+    std::filesystem::create_directories(ProcessRoot() / "/hyfs/volumes");
+    for (const auto &[number, volume] :
+         {std::pair("0", "the whole device"), {"1", "ds1"}, {"2", ""}, {"10", "ds1"}, {"3", "ds 2"}}) {
+      Put(std::string("devices/naa.1/partitions/") + number, volume);
+    }
     Put("devices/naa.1/redundancy", "1");
-    Put("devices/naa.1/partitions/0", "the whole device");
-    Put("devices/naa.1/partitions/1", "ds1");
-    Put("devices/naa.1/partitions/2", "");
-    Put("devices/naa.1/partitions/10", "ds1");
-    Put("devices/naa.1/partitions/3", "ds 2");
     Put("devices/naa.2/redundancy", "3");
     Put(std::string("paths/") + kPath, "naa.1");
     TakeEvents();
   }
-  static std::string Host(const std::string &path) {
-    return testing_support::ProcessRoot() / "/var/lib/corvane/host/" + path;
-  }
-  static void Put(const std::string &path, const std::string &content) {
-    testing_support::WriteFile(Host("storage/" + path), content);
-  }
-  static void Remove(const std::string &path) { std::filesystem::remove_all(Host("storage/" + path)); }
+  static void Put(const std::string &path, const std::string &content) { PutHost("storage/" + path, content); }
+
   /// What the loss of kPath posts while its device has `status`.
   Events Down(const char *status, const char *previousState = "on") {
     Put("devices/naa.1/redundancy", status);
@@ -77,7 +59,7 @@ TEST_F(StoragePathsTest, ListsEachVolumeOfADeviceOnce) {
   EXPECT_EQ(DatastoreList("naa.1"), "") << "no disk device";
   Put("devices/naa.1/disk", "maybe");
   EXPECT_EQ(DatastoreList("naa.1"), std::nullopt) << "the look-up throws";
-  std::filesystem::remove_all(testing_support::ProcessRoot() / "/hyfs");
+  std::filesystem::remove_all(ProcessRoot() / "/hyfs");
   EXPECT_EQ(DatastoreList("naa.2"), std::nullopt) << "no volumes directory";
 }
 
@@ -91,17 +73,18 @@ TEST_F(StoragePathsTest, ANameThatDoesNotFitTheQueryIsNotCutOff) {
 }
 
 TEST_F(StoragePathsTest, ReportsALostPathByWhatIsLeft) {
-  EXPECT_EQ(Down("1"), Events{kLostText});
+  const std::string device = " storage device naa.1",
+                    down = ". Path hba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\".";
+  EXPECT_EQ(Down("1"), Events{"amb.problem.storage.connectivity.lost Lost connectivity to" + device + down});
   EXPECT_EQ(Down("2", "standby"),
-            Events{"amb.problem.storage.redundancy.lost Lost path redundancy to storage device naa.1. Path "
-                   "hba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
+            Events{"amb.problem.storage.redundancy.lost Lost path redundancy to" + device + down});
   EXPECT_EQ(Down("3"),
-            Events{"amb.problem.storage.redundancy.degraded Path redundancy to storage device naa.1 degraded. Path "
-                   "hba1:C0:T0:L0 is down. Affected datastores: \"ds1\", \"ds 2\"."});
+            Events{"amb.problem.storage.redundancy.degraded Path redundancy to" + device + " degraded" + down});
+
   EXPECT_EQ(paths_.ReportedDown(), 1u);
   paths_.PathDown("p", "on", "naa.2", kNow);
   EXPECT_TRUE(TakeEvents()[0].ends_with("Affected datastores: ."));
-  std::filesystem::remove_all(testing_support::ProcessRoot() / "/hyfs");
+  std::filesystem::remove_all(ProcessRoot() / "/hyfs");
   EXPECT_TRUE(Down("1")[0].ends_with("Affected datastores: Unknown."));
 }
 
@@ -117,7 +100,7 @@ TEST_F(StoragePathsTest, APathThatWasNotInUseOrIsNotKnownIsNotReported) {
   EXPECT_EQ(Restored("2"), Events{});
   EXPECT_EQ(paths_.ReportedDown(), 1u) << "an entry for a path that was not reported down";
   EXPECT_EQ(Restored("2", "on"), Events{});
-  Remove(std::string("paths/") + kPath);
+  std::filesystem::remove(HostPath(std::string("storage/paths/") + kPath));
   EXPECT_EQ(Restored("2"), Events{});
   EXPECT_EQ(TakeEvents(), Events{});
 }

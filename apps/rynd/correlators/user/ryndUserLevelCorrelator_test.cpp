@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,31 +9,27 @@
 #include "correlators/user/rebootReason.h"
 #include "correlators/user/userCorrelators.h"
 #include "testing/postedEvents.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
 
-using Events = std::vector<std::string>;
 using nlohmann::json;
-using testing_support::ProcessRoot;
 
-constexpr const char *kRecord = "/var/lib/corvane/host/configstore/amb/hykernel/reboot_reason.json";
-constexpr const char *kRefuse = "/var/lib/corvane/host/configstore/REFUSE";
+constexpr const char *kRecord = "configstore/amb/hykernel/reboot_reason.json";
 constexpr const char *kConsult =
     " Please consult Ambi Embedded and Kestrel Server Setup Guide or follow the Ask Corvane link for more information.";
 
 /// Every test starts without a record.
 class UserLevelTest : public testing::Test {
  protected:
-  void SetUp() override { std::filesystem::remove_all(ProcessRoot() / "/var/lib/corvane/host"); }
+  void SetUp() override { ClearHost(); }
 
   static Events Announce(const std::string &id, const Arguments &arguments = {}) {
     return EventsOf(UserLevelHandlers(), id, arguments);
   }
   /// The committed values without the time; null when there is no record.
   static json Recorded() {
-    json record = json::parse(testing_support::ReadFile(ProcessRoot() / kRecord), nullptr, false);
+    json record = json::parse(testing_support::ReadFile(HostPath(kRecord)), nullptr, false);
     if (record.is_discarded()) return nullptr;
     record.erase("timestamp");
     return record;
@@ -70,24 +65,29 @@ TEST_F(UserLevelTest, WithoutAReasonThereIsNoAnnouncement) {
   }
   EXPECT_EQ(Recorded(), nullptr);
   // An empty reason is one; what can't be read behind it is an empty text.
-  EXPECT_EQ(
-      Announce("ryn.user.subsystem.host.reboot.reason", {Str("why: ")}),
-      Events{std::string("amb.audit.subsystem.host.reboot.reason The host is being rebooted. Reason for reboot: . "
-                         "User: . Subsystem: .") +
-             kConsult});
-  EXPECT_EQ(Recorded(), (json{{"type", "REBOOT"}, {"user", "UNKNOWN_USER"}, {"subsystem", ""}, {"reason", ""}}));
-  EXPECT_EQ(
-      Announce("ryn.user.mgmtd.host.reboot.reason", {Str(":x"), NullStr()}),
-      Events{std::string("amb.audit.mgmtd.host.reboot.reason The host is being rebooted through mgmtd. Reason for "
-                         "reboot: x. User: (null).") +
-             kConsult});
-  EXPECT_EQ(Recorded()["user"], "UNKNOWN_USER");
-  EXPECT_EQ(
-      Announce("ryn.user.subsystem.host.poweroff.reason", {Str(":x"), Str(""), NullStr()}),
-      Events{std::string("amb.audit.subsystem.host.poweroff.reason The host is being powered off. Reason for power "
-                         "off: x. User: . Subsystem: (null).") +
-             kConsult});
-  EXPECT_EQ(Recorded(), (json{{"type", "POWEROFF"}, {"user", "UNKNOWN_USER"}, {"subsystem", ""}, {"reason", "x"}}));
+  const struct {
+    const char *id;
+    Arguments arguments;
+    const char *shown;
+    json recorded;
+  } rows[] = {{"subsystem.host.reboot.reason",
+               {Str("why: ")},
+               ". Reason for reboot: . User: . Subsystem: .",
+               {{"type", "REBOOT"}, {"user", "UNKNOWN_USER"}, {"subsystem", ""}, {"reason", ""}}},
+              {"mgmtd.host.reboot.reason",
+               {Str(":x"), NullStr()},
+               " through mgmtd. Reason for reboot: x. User: (null).",
+               {{"type", "REBOOT"}, {"user", "UNKNOWN_USER"}, {"subsystem", "DONT_REPLICATE"}, {"reason", "x"}}},
+              {"subsystem.host.poweroff.reason",
+               {Str(":x"), Str(""), NullStr()},
+               ". Reason for power off: x. User: . Subsystem: (null).",
+               {{"type", "POWEROFF"}, {"user", "UNKNOWN_USER"}, {"subsystem", ""}, {"reason", "x"}}}};
+  for (const auto &row : rows) {
+    const Events events = Announce(std::string("ryn.user.") + row.id, row.arguments);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_TRUE(events[0].ends_with(std::string(row.shown) + kConsult)) << events[0];
+    EXPECT_EQ(Recorded(), row.recorded);
+  }
 }
 
 TEST_F(UserLevelTest, ShellsNeverOverwriteAReason) {
@@ -99,14 +99,10 @@ TEST_F(UserLevelTest, ShellsNeverOverwriteAReason) {
   EXPECT_EQ(Announce("ryn.user.host.stop.reboot").size(), 1u);
   EXPECT_EQ(Recorded()["reason"], "update");
   // A console does.
-  EXPECT_EQ(Announce("ryn.user.dcui.reboot.host"),
-            Events{std::string("amb.audit.dcui.host.reboot The host is being rebooted through Direct Console User "
-                               "Interface (DCUI).") +
-                   kConsult});
-  EXPECT_EQ(Announce("ryn.user.dcui.shutdown.host"),
-            Events{std::string("amb.audit.dcui.host.shutdown The host is being shutdown through Direct Console User "
-                               "Interface (DCUI).") +
-                   kConsult});
+  for (const std::string kind : {"reboot", "shutdown"}) {
+    EXPECT_TRUE(Announce("ryn.user.dcui." + kind + ".host")[0].starts_with("amb.audit.dcui.host." + kind + " "));
+  }
+
   EXPECT_EQ(Recorded(), (json{{"type", "POWEROFF"},
                               {"user", "UNKNOWN_USER"},
                               {"subsystem", "DONT_REPLICATE"},
@@ -115,16 +111,16 @@ TEST_F(UserLevelTest, ShellsNeverOverwriteAReason) {
 
 TEST_F(UserLevelTest, ARefusedValueLeavesTheRecordAsItWas) {
   Announce("ryn.user.ambcli.host.reboot.reason", {Str("r: first"), Str("root")});
-  testing_support::WriteFile(ProcessRoot() / kRefuse, "subsystem\n");
+  PutHost("configstore/REFUSE", "subsystem\n");
   EXPECT_EQ(Announce("ryn.user.ambcli.host.reboot.reason", {Str("r: second"), Str("root")}).size(), 1u);
   EXPECT_EQ(Recorded()["reason"], "first");
   // A store that can't be read has no reason.
-  std::filesystem::remove(ProcessRoot() / kRefuse);
-  testing_support::WriteFile(ProcessRoot() / kRecord, "{\"reason\": ");
+  std::filesystem::remove(HostPath("configstore/REFUSE"));
+  PutHost(kRecord, "{\"reason\": ");
   EXPECT_EQ(RebootReasonRecorded(), 0);
-  testing_support::WriteFile(ProcessRoot() / kRecord, "{\"reason\": \"\"}");
+  PutHost(kRecord, "{\"reason\": \"\"}");
   EXPECT_EQ(RebootReasonRecorded(), 0x0bad0005);
-  testing_support::WriteFile(ProcessRoot() / kRecord, "{\"type\": \"REBOOT\"}");
+  PutHost(kRecord, "{\"type\": \"REBOOT\"}");
   EXPECT_EQ(RebootReasonRecorded(), 0);
 }
 
@@ -145,7 +141,8 @@ TEST_F(UserLevelTest, AKillLeavesTheOldRecordOrTheNewOne) {
   const std::string longReason(20'000, 'x');
   RecordRebootReason({"REBOOT", "u", "s", "t", "short"});
   unsigned seed = 1, seen[2] = {0, 0};
-  for (int round = 0; round < 60; ++round) {
+  // More, and later, kills where the machine is too busy for the process to have got far.
+  for (unsigned round = 0; round < 60 || (round < 2000 && (seen[0] == 0 || seen[1] == 0)); ++round) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -154,7 +151,7 @@ TEST_F(UserLevelTest, AKillLeavesTheOldRecordOrTheNewOne) {
         RecordRebootReason({"REBOOT", "u", "s", "t", "short"});
       }
     }
-    usleep(500 + static_cast<unsigned>(rand_r(&seed)) % 5000);
+    usleep(500 + static_cast<unsigned>(rand_r(&seed)) % (5000 + 100 * round));
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     const json record = Recorded();

@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-
 #include "correlators/user/userCorrelators.h"
 #include "testing/postedEvents.h"
 
 namespace rynd {
 namespace {
-
-using Events = std::vector<std::string>;
 
 TEST(VmKill, PostsInEveryCase) {
   const std::string start = "amb.problem.vm.kill.unexpected.";
