@@ -22,6 +22,9 @@
 
 namespace hosted {
 
+using testing_support::PutHost;
+using testing_support::TakeActions;
+
 /// Listens at the system log's socket as long as it lives.
 class LogListener {
  public:
@@ -61,6 +64,13 @@ class LogListener {
   std::string path_;
   base::UniqueFd fd_;
   std::vector<char> buffer_ = std::vector<char>(300'000);
+};
+
+/// Every test starts with an empty host tree.
+class HostTreeTest : public testing::Test {
+ protected:
+  HostTreeTest() { testing_support::ClearHost(); }
+  LogListener log_;  // keeps the failures off the terminal
 };
 
 /// Puts `fd` in place of standard error as long as it lives.

@@ -216,19 +216,6 @@ TEST(DiscardLog, TellsTheFirstAtOnceAndTheRestAsSums) {
   EXPECT_TRUE(log.Add(7999, 7, 0, none)) << "a second without any";
 }
 
-TEST_F(KernelContextTest, FindsTheGoodRecordBehindAFlood) {
-  constexpr int kRecords = 200;  // more than the queue holds: fed by a thread
-  std::thread sender([&] {
-    for (int i = 0; i < kRecords; ++i) SendTo(sender_.Get(), BadRecord());
-    SendTo(sender_.Get(), RecordOf("ryn.a"));
-  });
-  do {
-    ASSERT_EQ(Read(fd_), 0);
-  } while (record_.empty());
-  sender.join();
-  EXPECT_EQ(record_, RecordOf("ryn.a"));
-}
-
 TEST_F(KernelContextTest, ResetEndsWhileSendersRefill) {
   std::atomic<bool> stop{false};
   const timeval wait{0, 50'000};

@@ -16,16 +16,9 @@ namespace {
 
 using HostMgmt::Lib::HostMgmtException;
 
-/// Every test starts with an empty host tree.
-class HostMgmtStorageTest : public testing::Test {
+class HostMgmtStorageTest : public HostTreeTest {
  protected:
-  void SetUp() override {
-    std::filesystem::remove_all(HostTreePath(""));
-    std::filesystem::remove(RootPath(kActionsLog));
-  }
-  static void Put(const std::string &path, const std::string &content) {
-    testing_support::WriteFile(HostTreePath("storage/" + path), content);
-  }
+  static void Put(const std::string &path, const std::string &content) { PutHost("storage/" + path, content); }
   /// The volume that the query names for `request`, or its error.
   static std::string VolumeOf(const char *request) {
     char padded[kVolumesQueryRequestSize] = {};
@@ -34,7 +27,7 @@ class HostMgmtStorageTest : public testing::Test {
     const int error = VolumesDirectoryQuery(0, kVolumesQueryPartitionVolume, padded, answer);
     return error == 0 ? answer : std::to_string(error);
   }
-  LogListener log_;
+
   std::unique_ptr<HostMgmt::Storage::StorageInfo> storage_ = HostMgmt::HostFactory::GetHost()->GetStorageInfo();
 };
 
@@ -110,7 +103,6 @@ TEST_F(HostMgmtStorageTest, PartitionsRiseAndNameTheirVolumes) {
 }
 
 TEST_F(HostMgmtStorageTest, SwapIsReconfiguredAndRecordedOrFailsAsTold) {
-  const auto actions = [] { return testing_support::ReadFile(RootPath(kActionsLog)); };
   Put("swap/reconfigure", "no datastore takes it\n");
   try {
     HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0);
@@ -121,10 +113,10 @@ TEST_F(HostMgmtStorageTest, SwapIsReconfiguredAndRecordedOrFailsAsTold) {
   std::filesystem::remove(HostTreePath("storage/swap/reconfigure"));
   std::filesystem::create_directory(HostTreePath("storage/swap/reconfigure"));
   EXPECT_THROW(HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0), HostMgmtException) << "it can't be read";
-  EXPECT_EQ(actions(), "");
+  EXPECT_EQ(TakeActions(), "");
   std::filesystem::remove(HostTreePath("storage/swap/reconfigure"));
   HykCtl::System::SwapInfoImpl().ReconfigureSysSwap(0, 0);
-  EXPECT_TRUE(actions().ends_with("\tstorage/swap/reconfigure\n"));
+  EXPECT_EQ(TakeActions(), "storage/swap/reconfigure;");
 }
 
 }  // namespace

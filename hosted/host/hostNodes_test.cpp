@@ -19,51 +19,42 @@ namespace {
 using HostMgmt::Lib::HostMgmtException;
 using HykCtl::Util::Sysinfo;
 
-/// Every test starts with an empty host tree.
-class HostNodes : public testing::Test {
+class HostNodes : public HostTreeTest {
  protected:
-  void SetUp() override {
-    std::filesystem::remove_all(HostTreePath(""));
-    std::filesystem::remove(RootPath(kActionsLog));
-  }
-  static void Put(const std::string &path, const std::string &content) {
-    testing_support::WriteFile(HostTreePath(path), content);
-  }
   /// The errno value of reading a node without an instance.
   template <typename T>
   static int Get(const char *node, T *value) {
     return HYK_ReturnStatusToErrno(HSI_Get(node, nullptr, value, sizeof *value));
   }
-  LogListener log_;
 };
 
 TEST_F(HostNodes, NumbersHaveTheirRangesAndDefaults) {
   int32_t interval = 7;
   EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), ENOENT);
   EXPECT_EQ(interval, 7);
-  Put("sysinfo/system/ntpclock/rynReportInterval", "-60\n");
+  PutHost("sysinfo/system/ntpclock/rynReportInterval", "-60\n");
   EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), 0);
   EXPECT_EQ(interval, -60);
-  Put("sysinfo/system/ntpclock/rynReportInterval", "2147483648");
+  PutHost("sysinfo/system/ntpclock/rynReportInterval", "2147483648");
   EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), ERANGE);
 
   uint64_t threshold = 0;
   EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), 0);
   EXPECT_EQ(threshold, 1000u);
-  Put("sysinfo/system/pageRetire/threshold", "9223372036854775807");
+  PutHost("sysinfo/system/pageRetire/threshold", "9223372036854775807");
   EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), 0);
   EXPECT_EQ(threshold, uint64_t{std::numeric_limits<int64_t>::max()});
-  Put("sysinfo/system/pageRetire/threshold", "-1");
+  PutHost("sysinfo/system/pageRetire/threshold", "-1");
   EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), EINVAL);
   EXPECT_EQ(Get("system/pageRetire/threshold", &interval), EINVAL);  // four bytes
 
   uint8_t enabled = 9;
   EXPECT_EQ(Get("sched/offline/enabled", &enabled), 0);
   EXPECT_EQ(enabled, 0);
-  Put("sysinfo/sched/offline/enabled", "1");
+  PutHost("sysinfo/sched/offline/enabled", "1");
   EXPECT_EQ(Get("sched/offline/enabled", &enabled), 0);
   EXPECT_EQ(enabled, 1);
-  Put("sysinfo/sched/offline/enabled", "2");
+  PutHost("sysinfo/sched/offline/enabled", "2");
   EXPECT_EQ(Get("sched/offline/enabled", &enabled), EINVAL);
 }
 
@@ -74,15 +65,15 @@ TEST_F(HostNodes, PagesHaveAStatusEach) {
   };
   get(0x1a);
   EXPECT_EQ(std::memcmp(status, "\0\0\x9", 3), 0);
-  Put("sysinfo/system/pageRetire/MPNStatus/0x1a", "0 255");
-  Put("sysinfo/system/pageRetire/MPNStatus/0xffffffffffffffff", "1 0");
+  PutHost("sysinfo/system/pageRetire/MPNStatus/0x1a", "0 255");
+  PutHost("sysinfo/system/pageRetire/MPNStatus/0xffffffffffffffff", "1 0");
   get(0x1a);
   EXPECT_EQ(std::memcmp(status, "\0\xff\x9", 3), 0);
   get(UINT64_MAX);
   EXPECT_EQ(std::memcmp(status, "\x1\0\x9", 3), 0);
   EXPECT_THROW(get(0x1a, 3), HostMgmtException);
   for (const char *text : {"1", "1 256", "1 -1", ""}) {
-    Put("sysinfo/system/pageRetire/MPNStatus/0x1a", text);
+    PutHost("sysinfo/system/pageRetire/MPNStatus/0x1a", text);
     EXPECT_THROW(get(0x1a), HostMgmtException) << text;
   }
   EXPECT_THROW(Sysinfo("system/pageRetire/MPNStatus").Get(status, 2), HostMgmtException);
@@ -109,18 +100,18 @@ TEST_F(HostNodes, ProcessorsAreTheMachinesOwnOrWhatTheTreeHolds) {
   EXPECT_GE(cores, 1u);
   EXPECT_GE(pcpus, cores);
   EXPECT_EQ(getVendor(), MachineCpuVendor());
-  Put("sysinfo/hardware/cpu/cpuInfo", "28 56");
-  Put("sysinfo/hardware/cpu/vendor", "GenuineIntel\n");
+  PutHost("sysinfo/hardware/cpu/cpuInfo", "28 56");
+  PutHost("sysinfo/hardware/cpu/vendor", "GenuineIntel\n");
   EXPECT_EQ(getInfo(), 0);
   EXPECT_EQ(cores, 28u);
   EXPECT_EQ(pcpus, 56u);
   EXPECT_EQ(getVendor(), "GenuineIntel");
-  Put("sysinfo/hardware/cpu/vendor", std::string(107, 'v'));
+  PutHost("sysinfo/hardware/cpu/vendor", std::string(107, 'v'));
   EXPECT_EQ(getVendor(), std::string(107, 'v'));
-  Put("sysinfo/hardware/cpu/vendor", std::string(108, 'v'));
+  PutHost("sysinfo/hardware/cpu/vendor", std::string(108, 'v'));
   EXPECT_THROW(getVendor(), HostMgmtException);
   for (const char *text : {"28", "28 4294967296", "-1 2", "1 2 3"}) {
-    Put("sysinfo/hardware/cpu/cpuInfo", text);
+    PutHost("sysinfo/hardware/cpu/cpuInfo", text);
     EXPECT_EQ(getInfo(), EINVAL) << text;
   }
 }
@@ -128,24 +119,17 @@ TEST_F(HostNodes, ProcessorsAreTheMachinesOwnOrWhatTheTreeHolds) {
 TEST_F(HostNodes, ActionsAreRecordedInOrder) {
   Sysinfo("system/pageRetire/retireMPNs").AddInput(0x1a).AddInput(1).AddInput("NiceRetire").Set();
   Sysinfo("sched/pcpus/offline").AddInstancePath(3).Set();
-  Put("vms/-7", "web 1\n");
+  PutHost("vms/-7", "web 1\n");
   const HykCtl::Resource::ResourceInfoImpl resources;
   const auto machine = resources.GetVirtualMachineByWorldId(-7);
   EXPECT_EQ(machine->GetName(), "web 1");
   machine->Kill(0);
   EXPECT_THROW(machine->Kill(1), HostMgmtException);
   EXPECT_THROW(resources.GetVirtualMachineByWorldId(8), HostMgmtException);
-  Put("vms/8", "two\nlines");
+  PutHost("vms/8", "two\nlines");
   EXPECT_THROW(resources.GetVirtualMachineByWorldId(8), HostMgmtException);
 
-  std::string actions = testing_support::ReadFile(RootPath(kActionsLog));
-  for (const char *expected :
-       {"\tsystem/pageRetire/retireMPNs\t26\t1\tNiceRetire\n", "\tsched/pcpus/offline\t3\n", "\tvm/kill\t-7\n"}) {
-    const size_t end = actions.find('\n') + 1;
-    EXPECT_TRUE(actions.substr(0, end).ends_with(expected)) << actions;
-    actions.erase(0, end);
-  }
-  EXPECT_EQ(actions, "");
+  EXPECT_EQ(TakeActions(), "system/pageRetire/retireMPNs\t26\t1\tNiceRetire;sched/pcpus/offline\t3;vm/kill\t-7;");
 }
 
 }  // namespace

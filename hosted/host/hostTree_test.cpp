@@ -21,10 +21,6 @@ namespace {
 constexpr int64_t kLeast = std::numeric_limits<int64_t>::min();
 constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
 
-void Put(const std::string &path, const std::string &content) {
-  testing_support::WriteFile(HostTreePath(path), content);
-}
-
 TEST(HostTree, MakesOneComponentOfAnyName) {
   const std::pair<const char *, const char *> rows[] = {
       {"naa.600508b1001c", "naa.600508b1001c"},
@@ -47,7 +43,7 @@ TEST(HostTree, ReadsOneValueWithAtMostOneLineEnd) {
   const std::pair<std::string, std::string> values[] = {
       {"text\n", "text"}, {"text", "text"}, {"", ""}, {"\n", ""}, {" two words \n", " two words "}};
   for (const auto &[content, value] : values) {
-    Put("test/text", content);
+    PutHost("test/text", content);
     std::string text = "before";
     EXPECT_EQ(ReadHostText("test/text", &text), 0);
     EXPECT_EQ(text, value);
@@ -58,11 +54,11 @@ TEST(HostTree, ReadsOneValueWithAtMostOneLineEnd) {
   EXPECT_EQ(ReadHostText("test/" + std::string(300, 'x'), &text), ENOENT);
   EXPECT_EQ(log.NextMessage(), "");
   for (const std::string &content : {std::string("a\nb"), std::string("a\n\n"), std::string("a\0b", 3)}) {
-    Put("test/text", content);
+    PutHost("test/text", content);
     EXPECT_EQ(ReadHostText("test/text", &text), EINVAL);
     EXPECT_TRUE(log.NextMessage().starts_with("Cannot read " + HostTreePath("test/text") + ": it holds "));
   }
-  Put("test/text", std::string(2'000'000, 'x'));
+  PutHost("test/text", std::string(2'000'000, 'x'));
   EXPECT_EQ(ReadHostText("test/text", &text), EFBIG);
   EXPECT_EQ(ReadHostText("test", &text), EISDIR);
   EXPECT_EQ(ReadHostText("test/text/below", &text), ENOTDIR);
@@ -72,50 +68,32 @@ TEST(HostTree, ReadsOneValueWithAtMostOneLineEnd) {
 
 TEST(HostTree, ReadsIntegersExactly) {
   LogListener log;  // keeps the failures off the terminal
-  struct Row {
-    const char *text;
-    int64_t least, most;
-    bool good;
-    int64_t value = 0;
+  const auto read = [](const std::string &text, int64_t least, int64_t most, int64_t *value) {
+    PutHost("test/number", text + "\n");
+    return ReadHostInteger("test/number", least, most, value);
   };
-  const Row rows[] = {
-      {"0", kLeast, kMost, true, 0},
-      {"+7", kLeast, kMost, true, 7},
-      {"-7", kLeast, kMost, true, -7},
-      {"007", kLeast, kMost, true, 7},
-      {"9223372036854775807", kLeast, kMost, true, kMost},
-      {"-9223372036854775808", kLeast, kMost, true, kLeast},
-      {"9223372036854775808", kLeast, kMost, false},
-      {"-9223372036854775809", kLeast, kMost, false},
-      {"1", 0, 1, true, 1},
-      {"2", 0, 1, false},
-      {"-1", 0, 1, false},
-      {"", kLeast, kMost, false},
-      {"+", kLeast, kMost, false},
-      {"-", kLeast, kMost, false},
-      {"+-1", kLeast, kMost, false},
-      {"--1", kLeast, kMost, false},
-      {" 1", kLeast, kMost, false},
-      {"1 ", kLeast, kMost, false},
-      {"1x", kLeast, kMost, false},
-      {"0x10", kLeast, kMost, false},
-      {"1.5", kLeast, kMost, false},
-      {"1\r", kLeast, kMost, false},
-      {"1 2", kLeast, kMost, false},
-      {"on", kLeast, kMost, false},
-  };
-  for (const Row &row : rows) {
-    Put("test/number", std::string(row.text) + "\n");
-    int64_t value = 0;
-    EXPECT_EQ(ReadHostInteger("test/number", row.least, row.most, &value), row.good ? 0 : EINVAL) << row.text;
-    EXPECT_EQ(value, row.value) << row.text;
+  const std::pair<const char *, int64_t> good[] = {
+      {"0", 0}, {"+7", 7}, {"-7", -7}, {"007", 7}, {"9223372036854775807", kMost}, {"-9223372036854775808", kLeast}};
+  for (const auto &[text, expected] : good) {
+    int64_t value = 1;
+    EXPECT_EQ(read(text, kLeast, kMost, &value), 0) << text;
+    EXPECT_EQ(value, expected) << text;
   }
+  int64_t untouched = 5;
+  for (const char *text : {"9223372036854775808", "-9223372036854775809", "", "+", "-", "+-1", "--1", " 1", "1 ", "1x",
+                           "0x10", "1.5", "1\r", "1 2", "on"}) {
+    EXPECT_EQ(read(text, kLeast, kMost, &untouched), EINVAL) << text;
+  }
+  EXPECT_EQ(read("2", 0, 1, &untouched), EINVAL);
+  EXPECT_EQ(read("-1", 0, 1, &untouched), EINVAL);
+  EXPECT_EQ(untouched, 5);
+  EXPECT_EQ(read("1", 0, 1, &untouched), 0);
   const std::pair<const char *, bool> pairs[] = {{"3 -4", true}, {"3 \t -4", true}, {"3", false},   {"3 ", false},
                                                  {"3-4", false}, {"3 -4 5", false}, {"3 x", false}, {"", false}};
-  for (const auto &[text, good] : pairs) {
+  for (const auto &[text, isGood] : pairs) {
     int64_t values[2] = {};
-    EXPECT_EQ(ParseIntegers(text, kLeast, kMost, values), good) << text;
-    EXPECT_TRUE(!good || values[0] + values[1] == -1) << text;
+    EXPECT_EQ(ParseIntegers(text, kLeast, kMost, values), isGood) << text;
+    EXPECT_TRUE(!isGood || values[0] + values[1] == -1) << text;
   }
 }
 
@@ -141,11 +119,11 @@ TEST(HostTree, ReplacesFilesAsAWhole) {
 
 TEST(HostTree, TellsWhatItCannotWrite) {
   LogListener log;
-  Put("test/pipes/file", "x");
+  PutHost("test/pipes/file", "x");
   ASSERT_EQ(mkfifo(HostTreePath("test/pipes/.new").c_str(), 0600), 0);
   EXPECT_EQ(WriteHostText("test/pipes/file", "y"), 0) << "and waits for nobody";
   EXPECT_EQ(testing_support::ReadFile(HostTreePath("test/pipes/file")), "y\n");
-  Put("test/file", "x");
+  PutHost("test/file", "x");
   EXPECT_EQ(WriteHostText("test/file/below", "y"), ENOTDIR);
   EXPECT_TRUE(log.NextMessage().starts_with("Cannot write " + HostTreePath("test/file/below") + ": "));
   std::filesystem::create_directories(HostTreePath("test/folder"));

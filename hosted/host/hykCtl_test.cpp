@@ -17,15 +17,7 @@ namespace {
 using HostMgmt::Lib::HostMgmtException;
 using HykCtl::Util::Sysinfo;
 
-/// Every test starts with an empty host tree.
-class HykCtlTest : public testing::Test {
- protected:
-  void SetUp() override { std::filesystem::remove_all(HostTreePath("")); }
-  static void Put(const std::string &path, const std::string &content) {
-    testing_support::WriteFile(HostTreePath(path), content);
-  }
-  LogListener log_;
-};
+using HykCtlTest = HostTreeTest;
 
 TEST_F(HykCtlTest, SysinfoReadsAndWritesByInstance) {
   int64_t value = 0;
@@ -57,50 +49,51 @@ TEST_F(HykCtlTest, ListsWhatStandsInAFolder) {
   EXPECT_EQ(ListHostFolder("none", &names), 0);
   EXPECT_TRUE(names.empty());
   for (const char *name : {"b", "a/b%", "", ".a", "\n"}) {
-    Put("folder/" + HostComponent(name), "");
+    PutHost("folder/" + HostComponent(name), "");
   }
-  for (const char *foreign : {"%2f", "%4", "%41", ".hidden", "%00", "x%"}) Put(std::string("folder/") + foreign, "");
+  for (const char *foreign : {"%2f", "%4", "%41", ".hidden", "%00", "x%"})
+    PutHost(std::string("folder/") + foreign, "");
   EXPECT_EQ(ListHostFolder("folder", &names), 0);
   EXPECT_EQ(names, (std::vector<std::string>{"", "\n", ".a", "a/b%", "b"}));
-  Put("file", "");
+  PutHost("file", "");
   EXPECT_EQ(ListHostFolder("file", &names), ENOTDIR);
 }
 
 TEST_F(HykCtlTest, FileSystemsHaveALabelAndAUuid) {
   EXPECT_TRUE(HykCtl::Storage::StorageInfoImpl().GetFileSystems().empty());
-  Put("storage/filesystems/5f1a-22", "datastore1\n");
-  Put("storage/filesystems/11-aa", "");
+  PutHost("storage/filesystems/5f1a-22", "datastore1\n");
+  PutHost("storage/filesystems/11-aa", "");
   const auto all = HykCtl::Storage::StorageInfoImpl().GetFileSystems();
   ASSERT_EQ(all.size(), 2u);
   EXPECT_EQ(all[0].GetUuid(), "11-aa");
   EXPECT_EQ(all[0].GetLabel(), "");
   EXPECT_EQ(all[1].GetUuid(), "5f1a-22");
   EXPECT_EQ(all[1].GetLabel(), "datastore1");
-  Put("storage/filesystems/a%2Fb", "remote");
+  PutHost("storage/filesystems/a%2Fb", "remote");
   std::filesystem::create_symlink("nowhere", HostTreePath("storage/filesystems/gone"));
   const auto now = HykCtl::Storage::StorageInfoImpl().GetFileSystems();
   ASSERT_EQ(now.size(), 3u) << "one that has just gone is none";
   EXPECT_EQ(now[2].GetUuid() + now[2].GetLabel(), "a/bremote");
   // One that can't be read spoils no other.
-  Put("storage/filesystems/5f1a-22", "two\nlines");
-  Put("storage/filesystems/%zz", "no name is written like this");
+  PutHost("storage/filesystems/5f1a-22", "two\nlines");
+  PutHost("storage/filesystems/%zz", "no name is written like this");
   log_.AllMessages();
   EXPECT_EQ(HykCtl::Storage::StorageInfoImpl().GetFileSystems().size(), 2u);
   EXPECT_EQ(log_.NextMessage(), "Left out " + HostTreePath("storage/filesystems/%zz") + ": it is no name of the tree");
   EXPECT_EQ(log_.NextMessage(),
             "Cannot read " + HostTreePath("storage/filesystems/5f1a-22") + ": it holds more than one line");
   std::filesystem::remove_all(HostTreePath("storage/filesystems"));
-  Put("storage/filesystems", "no folder");
+  PutHost("storage/filesystems", "no folder");
   EXPECT_THROW(HykCtl::Storage::StorageInfoImpl().GetFileSystems(), HostMgmtException);
 }
 
 TEST_F(HykCtlTest, OptionsAreUnsignedAnd32BitsWide) {
   const HykCtl::Adv::AdvancedIntegerOptionImpl option({"Net"}, "LinkFlappingThreshold");
   EXPECT_EQ(option.GetValue(), 0u);
-  Put("sysinfo/config/intOpts/Net/LinkFlappingThreshold", "4294967295\n");
+  PutHost("sysinfo/config/intOpts/Net/LinkFlappingThreshold", "4294967295\n");
   EXPECT_EQ(option.GetValue(), 4294967295u);
   for (const char *bad : {"4294967296", "-1", "many"}) {
-    Put("sysinfo/config/intOpts/Net/LinkFlappingThreshold", bad);
+    PutHost("sysinfo/config/intOpts/Net/LinkFlappingThreshold", bad);
     EXPECT_THROW(static_cast<void>(option.GetValue()), HostMgmtException) << bad;
   }
 }
@@ -111,35 +104,35 @@ TEST_F(HykCtlTest, TheGroupOfAVirtualMachineHasItsDisplayName) {
     Sysinfo("vm/vmmGroupInfo").AddInstancePath(id).Get(&info, size);
   };
   EXPECT_THROW(read(77), HostMgmtException);
-  Put("sysinfo/vm/vmmGroupInfo/77", "web server\n");
+  PutHost("sysinfo/vm/vmmGroupInfo/77", "web server\n");
   read(77);
   EXPECT_EQ(info.groupId, 77u);
   EXPECT_STREQ(info.displayName, "web server");
   for (const int64_t sameGroup : {int64_t{-2}, int64_t{4294967294}}) {
-    Put("sysinfo/vm/vmmGroupInfo/4294967294", "the last but one\n");
+    PutHost("sysinfo/vm/vmmGroupInfo/4294967294", "the last but one\n");
     read(sameGroup);
     EXPECT_EQ(info.groupId, 4294967294u);
   }
   EXPECT_THROW(read(int64_t{77} + (int64_t{1} << 32)), HostMgmtException) << "no group has 33 bits";
   EXPECT_THROW(read(77, 3395), HostMgmtException);
-  Put("sysinfo/vm/vmmGroupInfo/77", std::string(3391, 'n'));
+  PutHost("sysinfo/vm/vmmGroupInfo/77", std::string(3391, 'n'));
   read(77);
   EXPECT_EQ(std::string(info.displayName), std::string(3391, 'n'));
-  Put("sysinfo/vm/vmmGroupInfo/77", std::string(3392, 'n'));
+  PutHost("sysinfo/vm/vmmGroupInfo/77", std::string(3392, 'n'));
   EXPECT_THROW(read(77), HostMgmtException);
 }
 
 TEST_F(HykCtlTest, FindsPortGroupsAndPortsOfSwitches) {
   using HostMgmt::Network::NetworkFactory;
   EXPECT_THROW(NetworkFactory::GetPortGroupByName("pg/1"), HostMgmtException);
-  Put("net/portgroups/pg%2F1", "vSwitch0\n");
+  PutHost("net/portgroups/pg%2F1", "vSwitch0\n");
   EXPECT_EQ(NetworkFactory::GetPortGroupByName("pg/1")->GetVirtualSwitchName(), "vSwitch0");
-  Put("net/portgroups/pg%2F1", "two\nlines");
+  PutHost("net/portgroups/pg%2F1", "two\nlines");
   EXPECT_THROW(NetworkFactory::GetPortGroupByName("pg/1"), HostMgmtException);
   EXPECT_THROW(NetworkFactory::GetPortGroupByName(""), HostMgmtException);
   EXPECT_THROW(NetworkFactory::GetPortGroupByName(".."), HostMgmtException);
 
-  Put("net/dvports/dvs/17", "whatever\nstands here");
+  PutHost("net/dvports/dvs/17", "whatever\nstands here");
   const auto port = NetworkFactory::GetDVPort("dvs", "17");
   EXPECT_TRUE(port->Exists());
   std::filesystem::remove(HostTreePath("net/dvports/dvs/17"));
@@ -147,13 +140,6 @@ TEST_F(HykCtlTest, FindsPortGroupsAndPortsOfSwitches) {
   EXPECT_THROW(NetworkFactory::GetDVPort("dvs", "17"), HostMgmtException);
   EXPECT_THROW(NetworkFactory::GetDVPort("dvs", ""), HostMgmtException);
   EXPECT_THROW(NetworkFactory::GetDVPort("dvs", std::string(300, 'p')), HostMgmtException);
-}
-
-TEST_F(HykCtlTest, AFlappingLinkIsTakenDown) {
-  std::filesystem::remove(RootPath(kActionsLog));
-  Sysinfo("net/pNics/linkFlapping").AddInstancePath("hynic0").AddInput(1).Set();
-  EXPECT_TRUE(testing_support::ReadFile(RootPath(kActionsLog)).ends_with("\tnet/pNics/linkFlapping\thynic0\t1\n"));
-  EXPECT_THROW(Sysinfo("net/pNics/linkFlapping").AddInstancePath("hynic0").Get(nullptr, 0), HostMgmtException);
 }
 
 }  // namespace

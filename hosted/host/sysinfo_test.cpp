@@ -15,18 +15,7 @@
 namespace hosted {
 namespace {
 
-/// Every test starts with an empty host tree.
-class SysinfoTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::filesystem::remove_all(HostTreePath(""));
-    std::filesystem::remove(RootPath(kActionsLog));
-  }
-  static void Put(const std::string &path, const std::string &content) {
-    testing_support::WriteFile(HostTreePath("sysinfo/" + path), content);
-  }
-  LogListener log_;  // keeps the failures off the terminal
-};
+using SysinfoTest = HostTreeTest;
 
 struct DestroyList {
   void operator()(HSI_ParamList *list) const { HSI_ParamListDestroy(list); }
@@ -52,25 +41,25 @@ int GetOption(const char *group, const char *name, T *value) {
 }
 
 TEST_F(SysinfoTest, HasTheAgreedDefaults) {
-  struct Row {
+  const struct {
     const char *group, *name;
     int64_t value;
-  };
-  const Row rows[] = {{"Misc", "RynAsyncEnable", 0},
-                      {"PageRetire", "PageErrorCorrThreshold", 2},
-                      {"PageRetire", "PageErrorCorrPeriod", 30},
-                      {"PageRetire", "ThresholdInterval", 10},
-                      {"PageRetire", "ApeiLoggingEnabled", 0},
-                      {"Cpu", "CPUOfflineThreshold", 0},
-                      {"Net", "LinkFlappingThreshold", 0}};
-  for (const Row &row : rows) {
+  } rows[] = {{"Misc", "RynAsyncEnable", 0},
+              {"PageRetire", "PageErrorCorrThreshold", 2},
+              {"PageRetire", "PageErrorCorrPeriod", 30},
+              {"PageRetire", "ThresholdInterval", 10},
+              {"PageRetire", "ApeiLoggingEnabled", 0},
+              {"Cpu", "CPUOfflineThreshold", 0},
+              {"Net", "LinkFlappingThreshold", 0}};
+  for (const auto &row : rows) {
+    const std::string path = std::string("sysinfo/config/intOpts/") + row.group + "/" + row.name;
     int64_t value = -1;
     EXPECT_EQ(GetOption(row.group, row.name, &value), 0) << row.name;
     EXPECT_EQ(value, row.value) << row.name;
-    Put(std::string("config/intOpts/") + row.group + "/" + row.name, "-77\n");
+    PutHost(path, "-77\n");
     EXPECT_EQ(GetOption(row.group, row.name, &value), 0) << row.name;
     EXPECT_EQ(value, -77) << row.name;
-    Put(std::string("config/intOpts/") + row.group + "/" + row.name, "many");
+    PutHost(path, "many");
     EXPECT_EQ(GetOption(row.group, row.name, &value), EINVAL) << row.name;  // never the default
   }
   int64_t value = -1;
@@ -82,12 +71,12 @@ TEST_F(SysinfoTest, HasTheAgreedDefaults) {
 TEST_F(SysinfoTest, ReadsOptionsOfTwoWidths) {
   int32_t narrow = -1;
   int16_t odd = -1;
-  Put("config/intOpts/Net/LinkFlappingThreshold", "2147483647");
+  PutHost("sysinfo/config/intOpts/Net/LinkFlappingThreshold", "2147483647");
   EXPECT_EQ(GetOption("Net", "LinkFlappingThreshold", &narrow), 0);
   EXPECT_EQ(narrow, INT32_MAX);
   EXPECT_EQ(GetOption("Net", "LinkFlappingThreshold", &odd), EINVAL);
   for (const char *text : {"2147483648", "-2147483649"}) {
-    Put("config/intOpts/Net/LinkFlappingThreshold", text);
+    PutHost("sysinfo/config/intOpts/Net/LinkFlappingThreshold", text);
     EXPECT_EQ(GetOption("Net", "LinkFlappingThreshold", &narrow), ERANGE);
   }
 }
@@ -99,15 +88,14 @@ TEST_F(SysinfoTest, SetsAnOptionAndRecordsIt) {
   EXPECT_EQ(GetOption("Misc", "RynAsyncEnable", &value), 0);
   EXPECT_EQ(value, 1);
   EXPECT_EQ(testing_support::ReadFile(HostTreePath("sysinfo/config/intOpts/Misc/RynAsyncEnable")), "1\n");
-  const std::string actions = testing_support::ReadFile(RootPath(kActionsLog));
-  EXPECT_TRUE(actions.ends_with("\tconfig/intOpts\tMisc\tRynAsyncEnable\t1\n")) << actions;
+  EXPECT_EQ(TakeActions(), "config/intOpts\tMisc\tRynAsyncEnable\t1;");
   // What fails is not recorded.
   EXPECT_NE(HSI_Set("config/intOpts", option.get(), option.get()), kHykOk);
   EXPECT_NE(HSI_Set("config/intOpts", option.get(), nullptr), kHykOk);
   EXPECT_NE(HSI_Set("config/intOpts", Texts({"Misc"}).get(), Integer(1).get()), kHykOk);
   EXPECT_NE(HSI_Set("system/systemUuid", nullptr, Integer(1).get()), kHykOk);
   EXPECT_NE(HSI_Set("no/such/node", nullptr, nullptr), kHykOk);
-  EXPECT_EQ(testing_support::ReadFile(RootPath(kActionsLog)), actions);
+  EXPECT_EQ(TakeActions(), "");
 }
 
 TEST_F(SysinfoTest, RefusesWhatIsNoInstanceOfANode) {
@@ -131,7 +119,7 @@ TEST_F(SysinfoTest, GivesTheUuidInBinaryAndText) {
     std::memset(record, 0xee, sizeof record);
     return HYK_ReturnStatusToErrno(HSI_Get("system/systemUuid", nullptr, record, size));
   };
-  Put("system/systemUuid", "00112233-4455-6677-8899-aAbBcCdDeEfF\n");
+  PutHost("sysinfo/system/systemUuid", "00112233-4455-6677-8899-aAbBcCdDeEfF\n");
   ASSERT_EQ(get(), 0);
   for (unsigned i = 0; i < 16; ++i) EXPECT_EQ(record[i], i * 0x11);
   EXPECT_EQ(std::memcmp(record + 16, "00112233-4455-6677-8899-aAbBcCdDeEfF\0\0", 38), 0);
@@ -139,7 +127,7 @@ TEST_F(SysinfoTest, GivesTheUuidInBinaryAndText) {
   for (const char *text : {"", "00112233-4455-6677-8899-aabbccddeef", "00112233-4455-6677-8899-aabbccddeeffa",
                            "00112233-4455-6677-8899-aabbccddeefg", "001122334-455-6677-8899-aabbccddeeff",
                            "00112233445566778899aabbccddeeff"}) {
-    Put("system/systemUuid", text);
+    PutHost("sysinfo/system/systemUuid", text);
     EXPECT_EQ(get(), EINVAL) << text;
   }
   // Without the file it is the machine's own, the same every time.
@@ -157,14 +145,14 @@ TEST_F(SysinfoTest, ComparesTheBuilds) {
   EXPECT_EQ(HSI_CheckSig(kernelDate, sizeof kernelDate, &ownDate), 0);
   ASSERT_EQ(std::strlen(ownDate), kHsiBuildDateSize - 1);
   EXPECT_STREQ(kernelDate, ownDate);
-  Put("system/buildSignature", std::string(ownDate) + "\n");
+  PutHost("sysinfo/system/buildSignature", std::string(ownDate) + "\n");
   EXPECT_EQ(HSI_CheckSig(kernelDate, sizeof kernelDate, &ownDate), 0);
   const std::pair<std::string, std::string> others[] = {{"Jan  1 2001 00:00:00", "Jan  1 2001 00:00:00"},
                                                         {std::string(100, 'x'), std::string(20, 'x')},
                                                         {"", ""},
                                                         {"two\nlines", "unreadable"}};
   for (const auto &[content, expected] : others) {
-    Put("system/buildSignature", content);
+    PutHost("sysinfo/system/buildSignature", content);
     EXPECT_NE(HSI_CheckSig(kernelDate, sizeof kernelDate, &ownDate), 0);
     EXPECT_EQ(kernelDate, expected);
   }

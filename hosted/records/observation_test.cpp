@@ -142,35 +142,19 @@ TEST(Observation, WalksAFormat) {
 
 TEST(Observation, StopsAtTheFirstFailure) {
   const ObservationPtr observation = MakeFrom(RecordOf("ryn.a", {Signed(4, 1), Signed(4, 2)}));
-  struct Row {
-    const char *format;
-    int status;
-  };
   // The first conversion succeeds, the second fails and the third is never reached.
-  const Row rows[] = {
-      {"%d %s %d", kRynWrongKind},
-      {"%d %p %d", kRynWrongKind},
-      {"%d %c %d", kRynWrongKind},
-      {"%d %f %d", kRynWrongKind},
-      {"%d %*d %d", kRynWrongKind},
-      {"%d %.*d %d", kRynWrongKind},
-      {"%d %0$d %d", kRynWrongKind},
-      {"%d %Ld %d", kRynWrongKind},
-      {"%d %hs %d", kRynWrongKind},
-      {"%d %3$d %d", kRynNoArgument},
-      {"%d %99999999999999$d %d", kRynNoArgument},
-      {"%d %", kRynWrongKind},
-      {"%d %l", kRynWrongKind},
-      {"%d %2$", kRynWrongKind},
-      {"%d %-0.", kRynWrongKind},
-      {"%d \xff%\xff", kRynWrongKind},
-  };
-  for (const Row &row : rows) {
+  const char *const kinds[] = {"%d %s %d",   "%d %p %d",   "%d %c %d",  "%d %f %d",    "%d %*d %d",
+                               "%d %.*d %d", "%d %0$d %d", "%d %Ld %d", "%d %hs %d",   "%d %",
+                               "%d %l",      "%d %2$",     "%d %-0.",   "%d \xff%\xff"};
+  std::vector<std::pair<const char *, int>> rows = {{"%d %3$d %d", kRynNoArgument},
+                                                    {"%d %99999999999999$d %d", kRynNoArgument}};
+  for (const char *format : kinds) rows.emplace_back(format, kRynWrongKind);
+  for (const auto &[format, status] : rows) {
     int32_t first = 0, second = -7, third = -7;
-    EXPECT_EQ(Ryn_GetArgs(observation.get(), row.format, &first, &second, &third), row.status) << row.format;
-    EXPECT_EQ(first, 1) << row.format;
-    EXPECT_EQ(second, -7) << row.format;
-    EXPECT_EQ(third, -7) << row.format;
+    EXPECT_EQ(Ryn_GetArgs(observation.get(), format, &first, &second, &third), status) << format;
+    EXPECT_EQ(first, 1) << format;
+    EXPECT_EQ(second, -7) << format;
+    EXPECT_EQ(third, -7) << format;
   }
   int32_t one = 0;
   EXPECT_EQ(Ryn_GetArgs(observation.get(), "%d", &one), 0);  // arguments beyond the format's are ignored
@@ -178,14 +162,10 @@ TEST(Observation, StopsAtTheFirstFailure) {
 }
 
 TEST(Observation, ComparesIdsWithOrWithoutTheirFirstWord) {
-  EXPECT_TRUE(Ryn_IsID("ryn.a.b", "ryn.a.b"));
-  EXPECT_TRUE(Ryn_IsID("ryn.a.b", "a.b"));
-  EXPECT_FALSE(Ryn_IsID("a.b", "ryn.a.b"));
-  EXPECT_FALSE(Ryn_IsID("ryn.a.b.c", "a.b"));
-  EXPECT_FALSE(Ryn_IsID("rynxa.b", "a.b"));
-  EXPECT_FALSE(Ryn_IsID(nullptr, "a"));
-  EXPECT_FALSE(Ryn_IsID("a", nullptr));
-  EXPECT_FALSE(Ryn_IsID(nullptr, nullptr));
+  const std::tuple<const char *, const char *, bool> rows[] = {
+      {"ryn.a.b", "ryn.a.b", true}, {"ryn.a.b", "a.b", true}, {"a.b", "ryn.a.b", false}, {"ryn.a.b.c", "a.b", false},
+      {"rynxa.b", "a.b", false},    {nullptr, "a", false},    {"a", nullptr, false},     {nullptr, nullptr, false}};
+  for (const auto &[id, other, same] : rows) EXPECT_EQ(Ryn_IsID(id, other), same) << (id == nullptr ? "null" : id);
 }
 
 }  // namespace
