@@ -1,4 +1,5 @@
-// A stop ends the daemon within two seconds, whatever everybody else does.
+// A stop ends the daemon within two seconds where it is at its worst: under load, while it starts, with every queue
+// full. campaign/stops_test draws everything else round it.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -7,7 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
+
 #include <random>
 
 #include "hosted/contexts/unixSocket.h"
@@ -90,48 +91,17 @@ TEST(Shutdown, AtAnyMomentOfTheStart) {
   }
 }
 
-/// A management agent that serves nobody: it accepts and never reads, or has a backlog that is full.
-class HangingAgent {
- public:
-  HangingAgent(const TestRoot &root, bool accepts) {
-    const std::string path = root / "/var/run/corvane/mgmtd-kprob.sock";
+/// A management agent that serves nobody: its backlog is full.
+struct HangingAgent {
+  explicit HangingAgent(const TestRoot &root) {
+    const std::string path = root / hosted::kEventSocket;
     hosted::MakeFolders(root / "/var/run/corvane", 0755);
-    EXPECT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0660, &socket_), 0);
-    listen(socket_.Get(), 0);
-    if (accepts) {
-      thread_ = std::thread([this] {
-        for (int fd; (fd = accept(socket_.Get(), nullptr, nullptr)) >= 0;) accepted_.emplace_back(fd);
-      });
-    } else {
-      EXPECT_EQ(hosted::ConnectUnixSocket(path, SOCK_STREAM, &filler_), 0);
-    }
+    EXPECT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0660, &socket), 0);
+    listen(socket.Get(), 0);
+    EXPECT_EQ(hosted::ConnectUnixSocket(path, SOCK_STREAM, &filler), 0);
   }
-  ~HangingAgent() {
-    shutdown(socket_.Get(), SHUT_RDWR);
-    if (thread_.joinable()) thread_.join();
-  }
-
- private:
-  base::UniqueFd socket_;
-  base::UniqueFd filler_;
-  std::vector<base::UniqueFd> accepted_;
-  std::thread thread_;
+  base::UniqueFd socket, filler;
 };
-
-TEST(Shutdown, WithAnAgentThatHangs) {
-  for (const bool accepts : {true, false}) {
-    const TestRoot root;
-    const LogListener log(root / "/dev/log");
-    const HangingAgent agent(root, accepts);
-    Daemon daemon(root);
-    ASSERT_TRUE(log.Lines().WaitFor(kReady));
-    {
-      const Load load(root);
-      std::this_thread::sleep_for(std::chrono::milliseconds(500));  // long enough to fill every pipe
-      ExpectPromptEnd(&daemon, root, log);
-    }
-  }
-}
 
 /// Send `record` until the queue of `fd` is full.
 void Fill(const base::UniqueFd &fd, const std::vector<std::byte> &record) {
@@ -162,7 +132,7 @@ class LaggingAgents : public testing::TestWithParam<unsigned> {
   }
   const TestRoot root_;
   const LogListener log_{root_ / "/dev/log"};
-  const HangingAgent agent_{root_, false};
+  const HangingAgent agent_{root_};
   Daemon daemon_{root_};
   std::vector<base::UniqueFd> kernel_;
 };
@@ -170,32 +140,6 @@ INSTANTIATE_TEST_SUITE_P(Contexts, LaggingAgents, testing::Values(1, 2, 8, 29));
 
 TEST_P(LaggingAgents, DoNotHoldUpAStop) {
   ExpectPromptEnd(&daemon_, root_, log_);
-}
-
-TEST(Shutdown, WhileEveryContextAndConnectionIsFlooded) {
-  const TestRoot root;
-  const LogListener log(root / "/dev/log");
-  Daemon daemon(root);
-  ASSERT_TRUE(log.Lines().WaitFor(kReady));
-  std::vector<base::UniqueFd> senders;
-  for (unsigned id = 0; id < 29; ++id) senders.push_back(ConnectKernel(root, id));
-  for (int i = 0; i < 8; ++i) senders.push_back(ConnectUser(root));
-  const auto record = MakeRecord("ryn.user.nobody.listens", {"x"});
-  std::atomic<bool> stop = false;
-  std::vector<std::thread> threads;
-  for (size_t first = 0; first < 4; ++first) {
-    threads.emplace_back([&, first] {
-      while (!stop) {
-        for (size_t i = first; i < senders.size(); i += 4) {
-          send(senders[i].Get(), record.data(), record.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        }
-      }
-    });
-  }
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  ExpectPromptEnd(&daemon, root, log);
-  stop = true;
-  for (std::thread &thread : threads) thread.join();
 }
 
 TEST(Shutdown, WithTraceClientsThatStallOrVanish) {
@@ -212,21 +156,6 @@ TEST(Shutdown, WithTraceClientsThatStallOrVanish) {
   ASSERT_TRUE(SendRecord(ConnectKernel(running.root, 5), MakeRecord("ryn.storage.apd.timeout", {"still served"})));
   EXPECT_TRUE(running.log.Lines().WaitFor("[ryn.storage.apd.timeout]"));
   ExpectPromptEnd(&running.daemon, running.root, running.log);
-}
-
-TEST(Shutdown, WithASystemLogThatHangs) {
-  const TestRoot root;
-  std::filesystem::create_directories(root / "/dev");
-  base::UniqueFd hanging;
-  ASSERT_EQ(hosted::ServeUnixSocket(root / "/dev/log", SOCK_DGRAM, 0660, &hanging), 0);
-  Daemon daemon(root);
-  ASSERT_TRUE(WaitUntil([&] { return std::filesystem::exists(root / "/var/run/corvane/rynd-trace.sock"); }));
-  const auto kernel = ConnectKernel(root);
-  for (int i = 0; i < 40; ++i) ASSERT_TRUE(SendRecord(kernel, MakeRecord("ryn.storage.apd.timeout", {"naa.1"})));
-  const auto start = std::chrono::steady_clock::now();
-  daemon.Signal(SIGTERM);
-  EXPECT_EQ(daemon.WaitForExit(20), 0);
-  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2 * Scale());
 }
 
 }  // namespace
