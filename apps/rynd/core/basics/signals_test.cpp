@@ -5,21 +5,21 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 
 namespace rynd {
 namespace {
 
+/// Ends by _exit: the tests have other threads, and a root that an exit would remove.
 /// Signal this process between the flag's test and the wait. 0 when the wait sees it.
 [[noreturn]] void SignalBeforeTheWait(int number, bool stops) {
   BlockSignals();
-  if (InstallSignalHandlers() != 0) exit(1);
+  if (InstallSignalHandlers() != 0) _exit(1);
   kill(getpid(), number);
-  if (StopRequested()) exit(2);  // blocked until the wait
+  if (StopRequested()) _exit(2);  // blocked until the wait
   pollfd none{-1, POLLIN, 0};
   alarm(20);  // a wait that missed the signal would last for ever
-  if (PollWithSignals(&none, 1) != -1 || errno != EINTR) exit(3);
-  exit(StopRequested() == stops ? 0 : 4);
+  if (PollWithSignals(&none, 1) != -1 || errno != EINTR) _exit(3);
+  _exit(StopRequested() == stops ? 0 : 4);
 }
 
 TEST(Signals, OneThatComesBeforeTheWaitIsNotLost) {
@@ -31,13 +31,13 @@ TEST(Signals, OneThatComesBeforeTheWaitIsNotLost) {
 /// Signal this process while a descriptor is ready at every wait.
 [[noreturn]] void SignalDuringAFlood() {
   BlockSignals();
-  if (InstallSignalHandlers() != 0) exit(1);
+  if (InstallSignalHandlers() != 0) _exit(1);
   int ends[2];
-  if (pipe(ends) != 0 || write(ends[1], "x", 1) != 1) exit(2);
+  if (pipe(ends) != 0 || write(ends[1], "x", 1) != 1) _exit(2);
   kill(getpid(), SIGTERM);
   pollfd ready{ends[0], POLLIN, 0};
   for (int i = 0; i < 16 && !StopRequested(); ++i) PollWithSignals(&ready, 1);
-  exit(StopRequested() ? 0 : 3);
+  _exit(StopRequested() ? 0 : 3);
 }
 
 TEST(Signals, OneIsLetInThoughSomethingIsAlwaysReady) {

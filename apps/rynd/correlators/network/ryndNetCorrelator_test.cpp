@@ -1,4 +1,5 @@
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <iterator>
 #include <tuple>
@@ -82,7 +83,7 @@ TEST(NetCorrelatorDeathTest, WithoutATimerItDoesNotRunAndWithoutAPipeItIsFatal) 
         while (RegisterTimer(nullptr) != -1) {
         }
         RyndNetCorrelator();
-        exit(log.Messages().empty() ? 0 : 1);
+        _exit(log.Messages().empty() ? 0 : 1);
       },
       testing::ExitedWithCode(0), "^$");
   EXPECT_DEATH(
