@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <numeric>
 
@@ -41,6 +42,15 @@ json ReadStatistics(const TestRoot &root) {
   }
   const size_t start = text.find('{');  // lines of the feed may stand in front of it
   return start == std::string::npos ? json() : json::parse(text.substr(start), nullptr, false);
+}
+
+bool IsWhole(const TestRoot &root) {
+  if (!std::filesystem::exists(root / hosted::kTraceSocket)) return false;
+  const json statistics = ReadStatistics(root);
+  if (!statistics.is_object()) return false;
+  const json &agents = statistics.at("agents");
+  const auto isAlive = [](const json &agent) { return agent.at("alive") == true; };
+  return statistics.at("agentsWanted") == std::count_if(agents.begin(), agents.end(), isAlive);
 }
 
 std::string LedgerGap(const json &statistics) {

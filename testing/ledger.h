@@ -11,6 +11,9 @@ namespace testing_support {
 /// What the daemon below `root` answers to "stats"; null when it does not answer.
 nlohmann::json ReadStatistics(const TestRoot &root);
 
+/// True when the daemon below `root` answers and every agent of it runs.
+bool IsWhole(const TestRoot &root);
+
 /// What does not add up in `statistics`, as it must when the daemon is at rest; "" when all does.
 std::string LedgerGap(const nlohmann::json &statistics);
 
