@@ -45,11 +45,12 @@ bool Holds(const fs::path &process, const std::string &link) {
 SocketOwner FindSocketOwner(const std::string &path) {
   const std::string inode = ListeningInode(path);
   if (inode.empty()) return {};
+  const std::string link = "socket:[" + inode + "]";
   std::error_code error;
   for (fs::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
     const std::string pid = entry->path().filename();
     if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
-    if (!Holds(entry->path(), "socket:[" + inode + "]")) continue;
+    if (!Holds(entry->path(), link)) continue;
     std::string name;
     std::ifstream comm(entry->path() / "comm");
     std::getline(comm, name);

@@ -38,12 +38,12 @@ std::string ReadAnswer(int fd, std::string *text) {
 std::string FetchStatistics(Patience *patience, nlohmann::json *statistics) {
   base::UniqueFd fd;
   const std::string path = hosted::RootPath(hosted::kTraceSocket);
-  if (const std::string error = ConnectToDaemon(path, SOCK_STREAM, patience, &fd); !error.empty()) return error;
+  if (std::string error = ConnectToDaemon(path, SOCK_STREAM, patience, &fd); !error.empty()) return error;
   if (send(fd.Get(), kRequest.data(), kRequest.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(kRequest.size())) {
     return "cannot ask the daemon at " + path + ": " + std::strerror(errno);
   }
   std::string text;
-  if (const std::string error = ReadAnswer(fd.Get(), &text); !error.empty()) return error;
+  if (std::string error = ReadAnswer(fd.Get(), &text); !error.empty()) return error;
   // Lines of the feed that came before the daemon had read the request stand in front of the answer.
   const size_t end = text.find_last_not_of('\n');
   const size_t start = end == std::string::npos ? std::string::npos : text.rfind('\n', end) + 1;
