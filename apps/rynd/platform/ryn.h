@@ -29,7 +29,6 @@ int RynLib_UserContextCloseCnx(int fd);
 /// 0, or ENOENT when `fd` is none.
 int RynLib_UserConnectionSender(int fd, int32_t *pid, uint32_t *uid);
 /// The pollable descriptor of a context, borrowed. 0 or a positive status.
-int RynLib_UserConnectionSender(int fd, int32_t *pid, uint32_t *uid);
 int RynLib_HandleToFd(RynLibHandle handle, int *fd);
 /// The context's name, for diagnostics, into kRynLibNameSize bytes. 0 or a positive status.
 int RynLib_HandleToName(RynLibHandle handle, char *name);
