@@ -13,6 +13,7 @@ help:
 	@echo 'make run       the daemon on a root of its own, until Ctrl-C'
 	@echo 'make check     the fast loop: format, lint, build, unit tests'
 	@echo 'make bench     the speed ratios, and a CSV of them'
+	@echo 'make campaign  all campaigns and fuzzers for MINUTES in all (20), from SEED (1)'
 	@echo 'make soak      HOURS of observations while everybody round the daemon comes and goes (1)'
 	@echo 'make packages  the Debian packages, into build/packages'
 	@echo 'make format    format every source; make lint: look at every source'
@@ -36,6 +37,15 @@ check:
 
 bench: build
 	$(RELEASE)/bench/rynd_bench --csv $(RELEASE)/bench.csv
+
+# Two thirds of the time for the campaigns, a third for the fuzzers.
+campaign: deps
+	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
+	cmake --build --preset release -j $(JOBS) --target rynd rynctl campaign_test
+	@campaigns=$$($(RELEASE)/testing/campaign_test --gtest_list_tests | grep -c '^  '); \
+	seconds=$$(($(MINUTES) * 40 / campaigns)); \
+	RYND_SEED=$(SEED) RYND_CAMPAIGN_SECONDS=$$seconds $(RELEASE)/testing/campaign_test
+	tools/fuzz-coverage $$(($(MINUTES) * 20 / 9))
 
 soak: deps
 	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
