@@ -68,7 +68,8 @@ void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaul
 void DispatchObservation(Handler defaultHandler, HandlerTable *table, Observation *observation) {
   const char *id = nullptr;
   Ryn_GetID(observation, &id);
-  const Handler handler = (*table)[id];
+  HandlerTable copy = *table;  // a row that the look-up inserts refers to the observation's own id
+  const Handler handler = copy[id];
   try {
     (handler == nullptr ? defaultHandler : handler)(observation);
   } catch (const std::exception &) {  // as the runner does
