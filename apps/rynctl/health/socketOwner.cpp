@@ -54,7 +54,7 @@ SocketOwner FindSocketOwner(const std::string &path) {
     std::string name;
     std::ifstream comm(entry->path() / "comm");
     std::getline(comm, name);
-    return {true, name + " (process " + pid + ")"};
+    return {true, name.append(" (process ").append(pid).append(")")};
   }
   return {true, "a process of another user"};
 }
