@@ -7,9 +7,9 @@
 #include <csignal>
 #include <nlohmann/json.hpp>
 
+#include "eventRecord/eventReceiver.h"
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "rynctl/showing/eventReceiver.h"
 #include "rynctl/showing/testEvent.h"
 #include "rynctl/toolRun.h"
 #include "testing/testRoot.h"
@@ -152,7 +152,7 @@ class Receiver : public Listen {
     ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM | SOCK_NONBLOCK, 0660, &listen_), 0);
   }
 
-  EventReceiver Make(std::chrono::milliseconds silence, size_t wanted) {
+  eventrecord::EventReceiver Make(std::chrono::milliseconds silence, size_t wanted) {
     return {listen_.Get(), silence, [this, wanted](std::span<const std::byte> record, const std::string &cut) {
               records_.push_back(std::to_string(record.size()) + " " + cut);
               return records_.size() < wanted;
@@ -164,7 +164,7 @@ class Receiver : public Listen {
 };
 
 TEST_F(Receiver, LetsNoConnectionWaitForAnother) {
-  EventReceiver receiver = Make(std::chrono::hours(1), 3);
+  eventrecord::EventReceiver receiver = Make(std::chrono::hours(1), 3);
   const base::UniqueFd silent = Connect(path_, Bytes(10));
   base::UniqueFd slow = Connect(path_, Bytes(20));
   Connect(path_, Bytes(30));
@@ -178,7 +178,7 @@ TEST_F(Receiver, LetsNoConnectionWaitForAnother) {
 }
 
 TEST_F(Receiver, CutsOffTheSilentAndTheEndless) {
-  EventReceiver receiver = Make(std::chrono::milliseconds(50), 2);
+  eventrecord::EventReceiver receiver = Make(std::chrono::milliseconds(50), 2);
   const base::UniqueFd silent = Connect(path_, Bytes(10));
   std::thread endless([this] {
     base::UniqueFd fd = Connect(path_, Bytes(10));
@@ -194,8 +194,8 @@ TEST_F(Receiver, CutsOffTheSilentAndTheEndless) {
 }
 
 TEST_F(Receiver, LosesNobodyAboveItsLimit) {
-  constexpr size_t kSenders = EventReceiver::kMaxConnections + 20;
-  EventReceiver receiver = Make(std::chrono::milliseconds(50), kSenders);
+  constexpr size_t kSenders = 276;
+  eventrecord::EventReceiver receiver = Make(std::chrono::milliseconds(50), kSenders);
   std::vector<base::UniqueFd> hanging;
   int status = 0;
   for (size_t i = 0; i < kSenders && status == 0; ++i) {

@@ -1,5 +1,5 @@
 // One poll loop over the listening socket and all of its connections.
-#include "rynctl/showing/eventReceiver.h"
+#include "eventRecord/eventReceiver.h"
 
 #include <sys/socket.h>
 
@@ -7,16 +7,17 @@
 #include <cerrno>
 #include <cstring>
 
-namespace rynctl {
+namespace eventrecord {
 
 int EventReceiver::Serve(const sigset_t *mask, int wakeFd) {
   std::vector<pollfd> fds;
-  const bool room = connections_.size() < maxConnections_;
+  const bool room = HasRoom(Clock::now());
   fds.push_back({room ? listenFd_ : -1, POLLIN, 0});
   for (const Connection &connection : connections_) fds.push_back({connection.fd.Get(), POLLIN, 0});
   fds.push_back({wakeFd, POLLIN, 0});
-  const timespec timeout = Timeout();
-  if (ppoll(fds.data(), fds.size(), connections_.empty() ? nullptr : &timeout, mask) < 0) return errno;
+  const timespec timeout = Timeout(room);
+  const bool endless = connections_.empty() && room;
+  if (ppoll(fds.data(), fds.size(), endless ? nullptr : &timeout, mask) < 0) return errno;
 
   size_t slot = 0;
   const Clock::time_point now = Clock::now();
@@ -32,31 +33,65 @@ int EventReceiver::Serve(const sigset_t *mask, int wakeFd) {
 }
 
 void EventReceiver::Drain(std::chrono::milliseconds limit) {
+  constexpr std::chrono::milliseconds kPatience(300);
+  // Who has not connected yet is refused and keeps its record; who has is still accepted.
+  shutdown(listenFd_, SHUT_RD);
   const Clock::time_point end = Clock::now() + limit;
-  do {
+  while (true) {
     Accept();
+    std::vector<pollfd> fds;
+    bool lively = false;
     for (Connection &connection : connections_) {
       Receive(&connection);
-      if (!connection.ended) connection.cut = "receiving was stopped";
-      connection.ended = true;
+      lively = lively || (!connection.ended && Clock::now() - connection.heard < kPatience);
+      fds.push_back({connection.fd.Get(), POLLIN, 0});
     }
-    if (connections_.empty() || !HandOutEnded()) return;
-  } while (Clock::now() < end);
+    const bool last = !lively || Clock::now() >= end;
+    for (Connection &connection : connections_) {
+      if (last && !connection.ended) connection.cut = "receiving was stopped";
+      connection.ended = connection.ended || last;
+    }
+    if (!HandOutEnded() || last) return;
+    poll(fds.data(), fds.size(), 10);
+  }
 }
 
 /// Take every caller that waits, and what it has sent already: most senders are done by then.
 void EventReceiver::Accept() {
-  while (connections_.size() < maxConnections_) {
+  while (!stopped_ && HasRoom(Clock::now())) {
+    if (connections_.size() >= maxConnections_) {
+      pollfd caller{listenFd_, POLLIN, 0};
+      if (poll(&caller, 1, 0) != 1) return;
+      MakeRoom();
+    }
     base::UniqueFd fd(accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!fd) {
       if (errno == ECONNABORTED || errno == EINTR) continue;
-      // Out of descriptors: the caller waits in the backlog until one of these connections ends.
-      if (errno == EMFILE || errno == ENFILE) maxConnections_ = std::max<size_t>(1, connections_.size());
+      // Out of descriptors: the caller waits in the backlog.
+      if (errno == EMFILE || errno == ENFILE) pausedUntil_ = Clock::now() + kGrace;
       return;
     }
     connections_.push_back({std::move(fd), Clock::now()});
     Receive(&connections_.back());
   }
+}
+
+bool EventReceiver::HasRoom(Clock::time_point now) const {
+  if (now < pausedUntil_) return false;
+  if (connections_.size() < maxConnections_) return true;
+  return std::ranges::any_of(connections_, [now](const Connection &connection) {
+    return connection.ended || now - connection.heard >= kGrace;
+  });
+}
+
+/// Hand out those that have ended; if there is none, the one that has been silent for longest ends.
+void EventReceiver::MakeRoom() {
+  if (std::ranges::none_of(connections_, &Connection::ended)) {
+    const auto silent = std::ranges::min_element(connections_, {}, &Connection::heard);
+    silent->ended = true;
+    silent->cut = "connection hangs, and others wait";
+  }
+  HandOutEnded();
 }
 
 /// Read what there is on a connection and note its end.
@@ -91,18 +126,21 @@ bool EventReceiver::HandOutEnded() {
     const Connection done = std::move(*connection);
     connection = connections_.erase(connection);
     // A connection without a byte is someone who looked whether the socket is alive.
-    if (!done.bytes.empty() && !onRecord_(done.bytes, done.cut)) return false;
+    stopped_ = stopped_ || (!done.bytes.empty() && !onRecord_(done.bytes, done.cut));
+    if (stopped_) return false;
   }
-  return true;
+  return !stopped_;
 }
 
-/// Until the first connection has been silent for too long.
-timespec EventReceiver::Timeout() const {
-  Clock::duration left = silence_;
+/// Until the first connection has been silent for too long, or makes room for others.
+timespec EventReceiver::Timeout(bool room) const {
   const Clock::time_point now = Clock::now();
-  for (const Connection &connection : connections_) left = std::min(left, connection.heard + silence_ - now);
+  const Clock::duration patience = room ? silence_ : std::min<Clock::duration>(silence_, kGrace);
+  Clock::duration left = patience;
+  for (const Connection &connection : connections_) left = std::min(left, connection.heard + patience - now);
+  if (now < pausedUntil_) left = std::min<Clock::duration>(left, pausedUntil_ - now);
   const auto nanoseconds = std::max<int64_t>(0, std::chrono::nanoseconds(left).count());
   return {static_cast<time_t>(nanoseconds / 1'000'000'000), static_cast<long>(nanoseconds % 1'000'000'000)};
 }
 
-}  // namespace rynctl
+}  // namespace eventrecord
