@@ -59,17 +59,15 @@ class Feed {
   void Publish(const std::vector<StoredEvent> &events, const std::vector<Problem> &changed);
 
  private:
-  void Trim();
-
   mutable std::mutex mutex_;  ///< guards everything below; nothing is called while it is held
   std::condition_variable changed_;
   std::deque<StoredEvent> events_;  ///< by id
   size_t bytes_ = 0;
   int64_t eventsFrom_ = 0;               ///< ids above this are all in `events_`
-  std::map<int64_t, Problem> byChange_;  ///< the open ones, and the last ended ones
-  std::map<int64_t, int64_t> changeOf_;  ///< by the problem's id
-  size_t ended_ = 0;
-  int64_t changesFrom_ = 0;  ///< changes above this are all in `byChange_`
+  std::map<int64_t, Problem> open_;      ///< by change
+  std::map<int64_t, int64_t> changeOf_;  ///< of the open ones, by id
+  std::map<int64_t, Problem> ended_;     ///< by change, the last ones
+  int64_t changesFrom_ = 0;              ///< changes above this are all in the two
   Marks newest_;
   EventCounts counts_;
   bool stopped_ = false;

@@ -39,6 +39,7 @@ class Reader {
  private:
   template <typename Query>
   auto Run(Query query);
+  void Open();
 
   std::string path_;
   std::unique_ptr<Database> database_;
