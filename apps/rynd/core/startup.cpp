@@ -81,6 +81,10 @@ int SetUp(const Options &options, std::span<const AgentFunction> table, Daemon *
   }
   daemon->fixedSet[kTraceSlot] = {OpenTraceSocket(), POLLIN, 0};
   if (const int status = StreamListInit(); status != 0) return status;
+  if (!PrepareToStopAgents()) {
+    Log("Error loading what ends threads. Out of memory\n");
+    return kOutOfMemory;
+  }
   StartAgents(table);
   const size_t alive = AgentsAlive();
   if (alive < table.size()) Log("%zu of %zu agents run.\n", alive, table.size());

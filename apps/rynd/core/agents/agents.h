@@ -9,6 +9,10 @@ namespace rynd {
 /// The life of one agent. It normally never returns.
 using AgentFunction = void (*)();
 
+/// Load what the C library ends threads with. It would load it at the first cancellation, and end the process where it
+/// has no memory for that. False without memory.
+bool PrepareToStopAgents();
+
 /// Start one agent's thread. A failure is only logged.
 void StartAgent(AgentFunction agentFunction);
 
