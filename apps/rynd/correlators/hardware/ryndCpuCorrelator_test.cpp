@@ -92,7 +92,7 @@ TEST(CoreErrors, GoOnJudgingInAFloodOfInventedCores) {
 TEST(CoreErrors, TellAPcpusCore) {
   EXPECT_EQ(CoreOf(9, 4, 8), 4u);
   EXPECT_EQ(CoreOf(9, 4, 11), 4u);
-  for (const auto &[cores, pcpus] : {std::pair(0, 8), std::pair(8, 4)}) EXPECT_EQ(CoreOf(9, cores, pcpus), 0u);
+  for (const auto &[cores, pcpus] : {std::pair(0U, 8U), std::pair(8U, 4U)}) EXPECT_EQ(CoreOf(9, cores, pcpus), 0u);
 }
 
 TEST(PageErrorCounts, AddUpTo255) {
