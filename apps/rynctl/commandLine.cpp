@@ -38,28 +38,84 @@ std::string NameOf(const std::string &word) {
   return word.substr(0, word.find('='));
 }
 
-bool IsKnown(const CLI::App &app, const std::string &name) {
-  return app.get_option_no_throw(name) != nullptr;
-}
-
 }  // namespace
 
-std::string UnknownOption(const CLI::App &app, const std::string &word) {
-  std::vector<std::string> names;
-  for (const CLI::Option *option : app.get_options()) {
-    for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
-  }
-  std::vector<text::Known> known;
-  known.reserve(names.size());
-  for (const std::string &name : names) known.push_back({name, name});
-  const std::string name = NameOf(word);
-  return "unknown option " + name + text::DidYouMean(text::Suggest(name, known, 2));
+const Declared &Declared::Shown(const std::string &as) const {
+  option_->option_text(as);
+  return *this;
 }
 
-std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &console) {
+const Declared &Declared::Repeated() const {
+  option_->expected(1)->take_all();
+  return *this;
+}
+
+const Declared &Declared::Checked(const std::function<std::string(const std::string &)> &check) const {
+  option_->check(check);
+  return *this;
+}
+
+const Declared &Declared::OneOf(const std::vector<std::string> &values) const {
+  option_->check(CLI::IsMember(values));
+  return *this;
+}
+
+const Declared &Declared::Between(int least, int most) const {
+  option_->check(CLI::Range(least, most));
+  return *this;
+}
+
+const Declared &Declared::Excludes(const Declared &other) const {
+  option_->excludes(other.option_);
+  return *this;
+}
+
+const Declared &Declared::Needs(const Declared &other) const {
+  option_->needs(other.option_);
+  return *this;
+}
+
+CommandLine::CommandLine(const std::string &description, const std::string &name)
+    : app_(std::make_unique<CLI::App>(description, name)) {}
+
+CommandLine::~CommandLine() = default;
+
+Declared CommandLine::Flag(const std::string &name, bool *is, const std::string &help) {
+  return Declared(app_->add_flag(name, *is, help));
+}
+
+template <typename Value>
+Declared CommandLine::Take(const std::string &name, Value *value, const std::string &help) {
+  return Declared(app_->add_option(name, *value, help));
+}
+template Declared CommandLine::Take(const std::string &, std::string *, const std::string &);
+template Declared CommandLine::Take(const std::string &, std::vector<std::string> *, const std::string &);
+template Declared CommandLine::Take(const std::string &, double *, const std::string &);
+template Declared CommandLine::Take(const std::string &, unsigned *, const std::string &);
+template Declared CommandLine::Take(const std::string &, uint64_t *, const std::string &);
+
+void CommandLine::TakeOperands(const std::string &name, const std::string &help) {
+  app_->allow_extras();
+  app_->add_option(name)->expected(0, -1)->description(help);
+}
+
+void CommandLine::TakeRest(const std::string &name, const std::string &help) {
+  app_->prefix_command();
+  app_->add_option(name)->expected(0, -1)->description(help);
+}
+
+void CommandLine::Version(const std::string &text) {
+  app_->set_version_flag("-V,--version", text);
+}
+
+void CommandLine::Footer(const std::string &text) {
+  app_->footer(text);
+}
+
+std::optional<int> CommandLine::Parse(const Words &words, Console &console) {
   std::string root;
-  app.add_option("--root", root, "Work below DIR instead of $CORVANE_ROOT")->option_text("DIR");
-  app.formatter(std::make_shared<HelpFormatter>());
+  app_->add_option("--root", root, "Work below DIR instead of $CORVANE_ROOT")->option_text("DIR");
+  app_->formatter(std::make_shared<HelpFormatter>());
   Words reversed;  // the order in which the parser takes them
   bool literal = false;
   for (const std::string &word : words) {
@@ -74,35 +130,33 @@ std::optional<int> ParseCommandLine(CLI::App &app, const Words &words, Console &
   }
   std::reverse(reversed.begin(), reversed.end());
   try {
-    app.parse(std::move(reversed));
+    app_->parse(std::move(reversed));
   } catch (const CLI::Success &success) {
-    app.exit(success, console.out, console.err);
+    app_->exit(success, console.out, console.err);
     return console.Flush();
   } catch (const CLI::ParseError &error) {
     const auto unknown = std::ranges::find_if(words, [&](const std::string &word) {
-      return word.starts_with("--") && word != "--" && !IsKnown(app, NameOf(word));
+      return word.starts_with("--") && word != "--" && app_->get_option_no_throw(NameOf(word)) == nullptr;
     });
-    return UsageError(app, unknown == words.end() ? error.what() : UnknownOption(app, *unknown), console);
+    return UsageError(unknown == words.end() ? error.what() : UnknownOption(*unknown), console);
   }
   // The platform asks the environment, at its first use.
-  if (app.count("--root") != 0) setenv("CORVANE_ROOT", std::filesystem::absolute(root).c_str(), 1);
+  if (Has("--root")) setenv("CORVANE_ROOT", std::filesystem::absolute(root).c_str(), 1);
   return std::nullopt;
 }
 
-void SayRoot(Console &console) {
-  if (*Hyk_Root() != '\0') console.err << "rynctl: root " + EscapeForTerminal(Hyk_Root()) + "\n" << std::flush;
+bool CommandLine::Has(const std::string &name) const {
+  return app_->count(name) != 0;
 }
 
-int UsageError(const CLI::App &app, const std::string &text, Console &console) {
-  console.err << app.get_name() << ": " << EscapeForTerminal(text) << "\nTry '" << app.get_name() << " --help'."
-              << std::endl;
-  return kUsage;
+Words CommandLine::Rest() const {
+  return app_->remaining();
 }
 
-std::optional<Words> Operands(const CLI::App &app, std::string *unknown) {
+std::optional<Words> CommandLine::Operands(std::string *unknown) const {
   Words operands;
   bool literal = false;
-  for (const std::string &word : app.remaining()) {
+  for (const std::string &word : Rest()) {
     const bool dashed = word.size() > 1 && word[0] == '-' && (word[1] < '0' || word[1] > '9');
     if (!literal && word == "--") {
       literal = true;
@@ -116,6 +170,32 @@ std::optional<Words> Operands(const CLI::App &app, std::string *unknown) {
   return operands;
 }
 
+std::string CommandLine::Help() const {
+  return app_->help();
+}
+
+std::string CommandLine::UnknownOption(const std::string &word) const {
+  std::vector<std::string> names;
+  for (const CLI::Option *option : app_->get_options()) {
+    for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
+  }
+  std::vector<text::Known> known;
+  known.reserve(names.size());
+  for (const std::string &name : names) known.push_back({name, name});
+  const std::string name = NameOf(word);
+  return "unknown option " + name + text::DidYouMean(text::Suggest(name, known, 2));
+}
+
+int CommandLine::UsageError(const std::string &text, Console &console) const {
+  console.err << app_->get_name() << ": " << EscapeForTerminal(text) << "\nTry '" << app_->get_name() << " --help'."
+              << std::endl;
+  return kUsage;
+}
+
+void SayRoot(Console &console) {
+  if (*Hyk_Root() != '\0') console.err << "rynctl: root " + EscapeForTerminal(Hyk_Root()) + "\n" << std::flush;
+}
+
 std::string CheckSeconds(const std::string &text) {
   double seconds = 0;
   if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 1e6) return "";
@@ -126,17 +206,17 @@ std::chrono::milliseconds SecondsOf(double seconds) {
   return std::chrono::milliseconds(std::lround(std::ceil(seconds * 1000)));
 }
 
-void AddWaitOption(CLI::App &app, double *seconds) {
-  app.add_option("--wait", *seconds, "Let a daemon take SECONDS to start")->check(CheckSeconds)->option_text("SECONDS");
+void AddWaitOption(CommandLine *line, double *seconds) {
+  line->Take("--wait", seconds, "Let a daemon take SECONDS to start").Checked(CheckSeconds).Shown("SECONDS");
 }
 
-void AddPrintOptions(CLI::App &app, PrintOptions *options) {
-  CLI::Option *json = app.add_flag("--json", options->json, "Print JSON lines");
-  app.add_flag("--date", options->date, "Print the date in front of the time")->excludes(json);
-  app.add_option("--color", options->color, "When to color: auto (default), always, never")
-      ->check(CLI::IsMember({"auto", "always", "never"}))
-      ->option_text("WHEN");
-  app.add_option("--count", options->count, "End after N lines")->check(CheckCount)->option_text("N");
+void AddPrintOptions(CommandLine *line, PrintOptions *options) {
+  const Declared json = line->Flag("--json", &options->json, "Print JSON lines");
+  line->Flag("--date", &options->date, "Print the date in front of the time").Excludes(json);
+  line->Take("--color", &options->color, "When to color: auto (default), always, never")
+      .OneOf({"auto", "always", "never"})
+      .Shown("WHEN");
+  line->Take("--count", &options->count, "End after N lines").Checked(CheckCount).Shown("N");
 }
 
 }  // namespace rynctl

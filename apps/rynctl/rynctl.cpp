@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
 
@@ -39,20 +38,19 @@ std::string CommandList() {
 }
 
 int Dispatch(const Words &words, Console &console) {
-  CLI::App app("Operator's tool of rynd: send observations, receive events, follow both.", "rynctl");
-  app.prefix_command();  // what stands behind the command's name is the command's own
-  app.add_option("COMMAND")->expected(0, -1)->description("One of those below, and its words");  // for the help text
-  app.set_version_flag("-V,--version", "rynctl " RYND_VERSION);
-  app.footer(CommandList());
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  CommandLine line("Operator's tool of rynd: send observations, receive events, follow both.", "rynctl");
+  line.TakeRest("COMMAND", "One of those below, and its words");  // which are the command's own
+  line.Version("rynctl " RYND_VERSION);
+  line.Footer(CommandList());
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
-  const Words rest = app.remaining();
+  const Words rest = line.Rest();
   if (rest.empty()) {
-    console.err << app.help() << std::flush;
+    console.err << line.Help() << std::flush;
     return kUsage;
   }
   if (rest == Words{"help"}) {
-    console.out << app.help();
+    console.out << line.Help();
     return console.Flush();
   }
   // "help COMMAND" is "COMMAND --help".
@@ -62,10 +60,10 @@ int Dispatch(const Words &words, Console &console) {
     if (name == command.name)
       return command.run(isHelp ? Words{"--help"} : Words(rest.begin() + 1, rest.end()), console);
   }
-  if (name.starts_with("-")) return UsageError(app, UnknownOption(app, name), console);
+  if (name.starts_with("-")) return line.UsageError(line.UnknownOption(name), console);
   std::vector<text::Known> known;
   for (const Command &command : kCommands) known.push_back({command.name, command.name});
-  return UsageError(app, "unknown command " + name + text::DidYouMean(text::Suggest(name, known, 2)), console);
+  return line.UsageError("unknown command " + name + text::DidYouMean(text::Suggest(name, known, 2)), console);
 }
 
 }  // namespace

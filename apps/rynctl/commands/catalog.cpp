@@ -1,5 +1,4 @@
 // The command "catalog".
-#include <CLI/CLI.hpp>
 
 #include "catalog/explain.h"
 #include "catalog/find.h"
@@ -59,10 +58,10 @@ bool AnyMatches(const Selection &selection) {
 }  // namespace
 
 int CatalogCommand(const Words &words, Console &console) {
-  CLI::App app("List the events that the daemon can post, or the observations that it handles.", "rynctl catalog");
+  CommandLine line("List the events that the daemon can post, or the observations that it handles.", "rynctl catalog");
   Selection selection;
   bool json = false;
-  app.footer(
+  line.Footer(
       "A line is severity (of a problem) or category, name and text; with\n"
       "--observations agent, id and arguments. PREFIX may lack \"amb.\", the category\n"
       "or \"ryn.\".\n"
@@ -70,10 +69,10 @@ int CatalogCommand(const Words &words, Console &console) {
       "  rynctl catalog net.lacp\n"
       "  rynctl catalog --observations ryn.user\n"
       "  rynctl catalog --json | jq '.events[] | select(.severity == \"critical\").name'");
-  app.add_option("PREFIX", selection.prefix, "Only names that begin so");
-  app.add_flag("--observations", selection.observations, "Observations instead of events");
-  app.add_flag("--json", json, "Print a JSON object, with its version");
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  line.Take("PREFIX", &selection.prefix, "Only names that begin so");
+  line.Flag("--observations", &selection.observations, "Observations instead of events");
+  line.Flag("--json", &json, "Print a JSON object, with its version");
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
   if (!AnyMatches(selection)) {
     const catalog::Found found = catalog::Find(selection.prefix);

@@ -1,5 +1,4 @@
 // The command "check": is the daemon working, and if not, what to do.
-#include <CLI/CLI.hpp>
 
 #include "rynctl/commands/commands.h"
 #include "rynctl/escape.h"
@@ -42,18 +41,16 @@ void PrintJson(const std::vector<HealthCheck> &checks, HealthState worst, std::o
 }  // namespace
 
 int CheckCommand(const Words &words, Console &console) {
-  CLI::App app("Is the daemon working? One line a subject, and what to do.", "rynctl check");
+  CommandLine line("Is the daemon working? One line a subject, and what to do.", "rynctl check");
   bool json = false;
   std::string color = "auto";
-  app.footer(
+  line.Footer(
       "Exit status: 0 all is well, 1 something deserves a look, 2 something fails, as\n"
       "monitoring plug-ins have it.\n\nExamples:\n  rynctl check\n"
       "  rynctl check --json | jq '.checks[] | select(.state != \"ok\")'");
-  app.add_flag("--json", json, "Print a JSON object");
-  app.add_option("--color", color, "When to color: auto, always or never")
-      ->option_text("WHEN")
-      ->check(CLI::IsMember({"auto", "always", "never"}));
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  line.Flag("--json", &json, "Print a JSON object");
+  line.Take("--color", &color, "When to color: auto, always or never").Shown("WHEN").OneOf({"auto", "always", "never"});
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
   SayRoot(console);
   const std::vector<HealthCheck> checks = RunHealthChecks(console.err);

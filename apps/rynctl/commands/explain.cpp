@@ -1,5 +1,4 @@
 // The command "explain".
-#include <CLI/CLI.hpp>
 
 #include "catalog/explain.h"
 #include "catalog/find.h"
@@ -43,19 +42,19 @@ void Print(const catalog::Found &found, bool json, const Console &console) {
 }  // namespace
 
 int ExplainCommand(const Words &words, Console &console) {
-  CLI::App app("Explain an event or an observation: what it means, what it does, what to do.", "rynctl explain");
+  CommandLine line("Explain an event or an observation: what it means, what it does, what to do.", "rynctl explain");
   std::string name;
   bool json = false;
-  app.footer(
+  line.Footer(
       "NAME may lack \"amb.\", the category or \"ryn.\", and its end when only one name\nbegins so.\n"
       "Examples:\n"
       "  rynctl explain amb.problem.storage.apd.start\n"
       "  rynctl explain net.connectivity.lost\n"
       "  rynctl explain ryn.pageretire.mce");
-  app.add_option("NAME", name, "Event or observation");
-  app.add_flag("--json", json, "Print a JSON object");
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
-  if (name.empty()) return UsageError(app, "NAME is required", console);
+  line.Take("NAME", &name, "Event or observation");
+  line.Flag("--json", &json, "Print a JSON object");
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
+  if (name.empty()) return line.UsageError("NAME is required", console);
 
   const catalog::Found found = catalog::Find(name);
   if (found.event == nullptr && found.observation == nullptr) return SayWhyNot(name, found, &console);

@@ -1,5 +1,4 @@
 // The command "listen".
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
 
@@ -55,18 +54,18 @@ int Receive(eventrecord::EventSocket *socket, const PrintOptions &options, const
 }  // namespace
 
 int ListenCommand(const Words &words, Console &console) {
-  CLI::App app("Be the management agent: receive events and print them, until a signal.", "rynctl listen");
+  CommandLine line("Be the management agent: receive events and print them, until a signal.", "rynctl listen");
   PrintOptions options;
   std::string path;
-  app.footer(
+  line.Footer(
       "Examples:\n"
       "  rynctl listen\n"
       "  rynctl listen --json --count 1 | jq .text");
-  AddPrintOptions(app, &options);
-  app.add_option("--socket", path, "Serve PATH, taken as it is")->option_text("PATH");
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  AddPrintOptions(&line, &options);
+  line.Take("--socket", &path, "Serve PATH, taken as it is").Shown("PATH");
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
-  if (app.count("--socket") == 0) {
+  if (!line.Has("--socket")) {
     SayRoot(console);
     path = hosted::RootPath(hosted::kEventSocket);
   }

@@ -1,7 +1,6 @@
 // The command "stats".
 #include <poll.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <ctime>
 #include <sstream>
@@ -143,19 +142,17 @@ int PrintOnce(const StatsOptions &options, const StopSignals &signals, Console &
 }  // namespace
 
 int StatsCommand(const Words &words, Console &console) {
-  CLI::App app("Show what the daemon has counted: its agents, and where everything went.", "rynctl stats");
+  CommandLine line("Show what the daemon has counted: its agents, and where everything went.", "rynctl stats");
   StatsOptions options;
-  app.footer(
+  line.Footer(
       "Received is handled + unhandled, an event is dropped, sent or waiting: at rest the\n"
       "sums agree.\n\nExamples:\n  rynctl stats\n  rynctl stats --watch\n"
       "  rynctl stats --json | jq .events");
-  app.add_flag("--watch", options.watch, "Again every second, until a signal");
-  app.add_option("--interval", options.interval, "Seconds between two looks")
-      ->option_text("SECONDS")
-      ->check(CheckSeconds);
-  app.add_flag("--json", options.json, "Print the daemon's own object");
-  AddWaitOption(app, &options.wait);
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  line.Flag("--watch", &options.watch, "Again every second, until a signal");
+  line.Take("--interval", &options.interval, "Seconds between two looks").Shown("SECONDS").Checked(CheckSeconds);
+  line.Flag("--json", &options.json, "Print the daemon's own object");
+  AddWaitOption(&line, &options.wait);
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
   SayRoot(console);
   const StopSignals signals;

@@ -1,5 +1,4 @@
 // The command "submit".
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -39,26 +38,22 @@ struct SubmitOptions {
   bool force = false;
 };
 
-void Declare(CLI::App &app, SubmitOptions *options) {
-  app.allow_extras();  // the ARGs: taken as they stand, brackets and dashes included
-  app.footer(kExamples);
-  CLI::Option *id = app.add_option("ID", options->id, "Observation id, such as ryn.storage.apd.start");
-  app.add_option("ARG")->expected(0, -1)->description("Arguments");  // for the help text alone
-  CLI::Option *context = app.add_option("--context", options->target.context, "Kernel context (default 0)");
-  context->check(CLI::Range(0, 28))->option_text("N");
-  app.add_flag("--user", options->target.user, "User context; ids must begin with ryn.user.")->excludes(context);
-  CLI::Option *message =
-      app.add_option("--message", options->message, "The observation's message")->option_text("TEXT");
-  CLI::Option *file = app.add_option("--file", options->file, "Send the JSON lines of PATH (- is standard input)");
-  file->option_text("PATH")->excludes(message)->excludes(id);
-  app.add_option("--speed", options->speed, "Divide the waits of --file by X; 0 or max: no waiting")
-      ->option_text("X")
-      ->needs(file);
-  app.add_option("--timeout", options->timeout, "Fail when the daemon takes nothing for so long")
-      ->check(CheckSeconds)
-      ->option_text("SECONDS");
-  AddWaitOption(app, &options->wait);
-  app.add_flag("--force", options->force, "Send also what no correlator handles");
+void Declare(CommandLine &line, SubmitOptions *options) {
+  line.Footer(kExamples);
+  const Declared id = line.Take("ID", &options->id, "Observation id, such as ryn.storage.apd.start");
+  line.TakeOperands("ARG", "Arguments");  // as they stand, brackets and dashes included
+  const Declared context = line.Take("--context", &options->target.context, "Kernel context (default 0)");
+  context.Between(0, 28).Shown("N");
+  line.Flag("--user", &options->target.user, "User context; ids must begin with ryn.user.").Excludes(context);
+  const Declared message = line.Take("--message", &options->message, "The observation's message").Shown("TEXT");
+  const Declared file = line.Take("--file", &options->file, "Send the JSON lines of PATH (- is standard input)");
+  file.Shown("PATH").Excludes(message).Excludes(id);
+  line.Take("--speed", &options->speed, "Divide the waits of --file by X; 0 or max: no waiting").Shown("X").Needs(file);
+  line.Take("--timeout", &options->timeout, "Fail when the daemon takes nothing for so long")
+      .Checked(CheckSeconds)
+      .Shown("SECONDS");
+  AddWaitOption(&line, &options->wait);
+  line.Flag("--force", &options->force, "Send also what no correlator handles");
 }
 
 /// The number that --speed says, 0 for "max". Negative when it is none.
@@ -82,25 +77,25 @@ int SubmitFile(const SubmitOptions &options, double speed, ObservationSender *se
 }  // namespace
 
 int SubmitCommand(const Words &words, Console &console) {
-  CLI::App app("Send an observation, or those of a file, to the daemon.", "rynctl submit");
+  CommandLine line("Send an observation, or those of a file, to the daemon.", "rynctl submit");
   SubmitOptions options;
-  Declare(app, &options);
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  Declare(line, &options);
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
   std::string error;
-  const std::optional<Words> operands = Operands(app, &error);
-  if (!operands) return UsageError(app, UnknownOption(app, error) + " (-- in front makes it an argument)", console);
+  const std::optional<Words> operands = line.Operands(&error);
+  if (!operands) return line.UsageError(line.UnknownOption(error) + " (-- in front makes it an argument)", console);
   const double speed = SpeedOf(options.speed);
-  if (!(speed >= 0)) return UsageError(app, "--speed must be a number from 0, or max: " + options.speed, console);
-  if (options.file.empty() && app.count("ID") == 0) return UsageError(app, "ID is required, or --file", console);
-  if (!options.file.empty() && !operands->empty()) return UsageError(app, "--file excludes arguments", console);
+  if (!(speed >= 0)) return line.UsageError("--speed must be a number from 0, or max: " + options.speed, console);
+  if (options.file.empty() && !line.Has("ID")) return line.UsageError("ID is required, or --file", console);
+  if (!options.file.empty() && !operands->empty()) return line.UsageError("--file excludes arguments", console);
 
   Submission submission{options.target, {}};
   submission.record.id = options.id;
   submission.record.message = options.message;
   for (const std::string &word : *operands) {
     std::optional<hosted::RawArgument> argument = ParseArgument(word, &error);
-    if (!argument) return UsageError(app, error, console);
+    if (!argument) return line.UsageError(error, console);
     submission.record.arguments.push_back(std::move(*argument));
   }
 
@@ -113,7 +108,7 @@ int SubmitCommand(const Words &words, Console &console) {
   // An observation that can't be sent as it was written is a mistake on the command line.
   error = CheckSubmission(submission);
   if (error.empty() && !options.force) error = CheckAgainstCatalog(submission.record);
-  if (!error.empty()) return UsageError(app, error, console);
+  if (!error.empty()) return line.UsageError(error, console);
   error = sender.Send(std::move(submission));
   return error.empty() ? kDone : console.Fail(error);
 }

@@ -2,7 +2,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -116,36 +115,29 @@ int Follow(int fd, const TraceOptions &options, const StopSignals &signals, Cons
   return console.Fail("the daemon ended the trace (see whether rynd still runs; start it again)");
 }
 
-void Declare(CLI::App &app, TraceOptions *options) {
-  app.footer(
+void Declare(CommandLine &line, TraceOptions *options) {
+  line.Footer(
       "IN is an observation and who was given it, OUT an event and what it came of,\n"
       "SENT, WAIT and DROP what became of it.\n\n"
       "Examples:\n"
       "  rynctl trace --subsystem storage\n"
       "  rynctl trace --out --json --count 1\n"
       "  rynctl trace --id ryn.storage --id amb.problem.storage");
-  app.add_flag("--raw", options->raw, "Print the daemon's text feed, time in microseconds");
-  app.add_option("--id", options->choice.ids, "Only ids that begin with PREFIX; again for more")
-      ->option_text("PREFIX")
-      ->expected(1)
-      ->take_all();
+  line.Flag("--raw", &options->raw, "Print the daemon's text feed, time in microseconds");
+  line.Take("--id", &options->choice.ids, "Only ids that begin with PREFIX; again for more").Shown("PREFIX").Repeated();
   std::vector<std::string> names;
   for (const auto &[name, agents] : SubsystemAgents()) names.push_back(name);
-  app.add_option("--subsystem", options->subsystems, "Only of hardware, network, storage or user")
-      ->option_text("NAME")
-      ->expected(1)
-      ->take_all()
-      ->check([names](const std::string &name) {
+  line.Take("--subsystem", &options->subsystems, "Only of hardware, network, storage or user")
+      .Shown("NAME")
+      .Repeated()
+      .Checked([names](const std::string &name) {
         return std::count(names.begin(), names.end(), name) > 0 ? "" : "unknown subsystem '" + name + "'";
       });
-  app.add_option("--agent", options->agents, "Only of the agent, such as APD; again for more")
-      ->option_text("NAME")
-      ->expected(1)
-      ->take_all();
-  CLI::Option *in = app.add_flag("--in", options->choice.in, "Only observations");
-  app.add_flag("--out", options->choice.out, "Only events and what becomes of them")->excludes(in);
-  AddPrintOptions(app, options);
-  AddWaitOption(app, &options->wait);
+  line.Take("--agent", &options->agents, "Only of the agent, such as APD; again for more").Shown("NAME").Repeated();
+  const Declared in = line.Flag("--in", &options->choice.in, "Only observations");
+  line.Flag("--out", &options->choice.out, "Only events and what becomes of them").Excludes(in);
+  AddPrintOptions(&line, options);
+  AddWaitOption(&line, &options->wait);
 }
 
 /// "" or what is wrong with the agents that were asked for; chooses them.
@@ -167,16 +159,16 @@ std::string ChooseAgents(TraceOptions *options) {
 }  // namespace
 
 int TraceCommand(const Words &words, Console &console) {
-  CLI::App app("Follow what goes into the daemon and comes out, until a signal or its end.", "rynctl trace");
+  CommandLine line("Follow what goes into the daemon and comes out, until a signal or its end.", "rynctl trace");
   TraceOptions options;
-  Declare(app, &options);
-  if (const std::optional<int> status = ParseCommandLine(app, words, console)) return *status;
+  Declare(line, &options);
+  if (const std::optional<int> status = line.Parse(words, console)) return *status;
   // Told here: the parser's help lists what an option excludes in no fixed order.
-  if (options.raw && options.json) return UsageError(app, "--raw excludes --json", console);
+  if (options.raw && options.json) return line.UsageError("--raw excludes --json", console);
   if (options.raw && !(options.agents.empty() && options.subsystems.empty())) {
-    return UsageError(app, "--raw excludes --agent and --subsystem: the text feed does not name agents", console);
+    return line.UsageError("--raw excludes --agent and --subsystem: the text feed does not name agents", console);
   }
-  if (const std::string error = ChooseAgents(&options); !error.empty()) return UsageError(app, error, console);
+  if (const std::string error = ChooseAgents(&options); !error.empty()) return line.UsageError(error, console);
   SayRoot(console);
   const StopSignals signals;
   Patience patience{console.err, kConnectLimit, kConnectLimit, SecondsOf(options.wait), &signals};
