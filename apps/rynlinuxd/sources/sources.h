@@ -1,0 +1,12 @@
+// The sources: one file each, and one row in the table.
+#pragma once
+
+#include <memory>
+
+#include "loop/source.h"
+
+namespace rynlinuxd {
+
+std::unique_ptr<Source> MakeLinks();
+
+}  // namespace rynlinuxd

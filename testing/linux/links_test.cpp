@@ -1,0 +1,204 @@
+// Real links in a namespace: cables are pulled, and the events read.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/if.h>
+#include <linux/if_tun.h>
+#include <sys/ioctl.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "testing/linux/linuxHost.h"
+#include "testing/processState.h"
+
+namespace testing_support {
+namespace {
+
+void Pause(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+/// eth0 alone, eth1 and eth2 in br0; cableN is the other end.
+bool MakeLinks() {
+  return Shell(
+      "set -e; ip link set lo up; ip link add br0 type bridge; ip link set br0 up;"
+      "for i in 0 1 2; do ip link add eth$i type veth peer name cable$i; ip link set eth$i up; ip link set cable$i up;"
+      "done; ip link set eth1 master br0; ip link set eth2 master br0");
+}
+
+TEST(LinuxLinks, APulledCableIsToldAndWhatIsNoneIsNot) {
+  ENTER_NAMESPACES();
+  ASSERT_TRUE(MakeLinks());
+  LinuxHost host({"--sources", "links", "--nics", "eth*"});
+  // None of this is a loss.
+  ASSERT_TRUE(
+      Shell("ip link set eth2 nomaster; ip link set eth2 master br0; ip link set eth0 down; sleep 0.3;"
+            "ip link set eth0 up; ip link set cable0 mtu 1400; ip link add eth9 type veth peer name cable9;"
+            "ip link set eth9 up; sleep 0.3; ip link del eth9"));
+  Pause(3);
+  EXPECT_EQ(host.All(), "");
+  ASSERT_TRUE(Shell("ip link set cable0 down; ip link set cable1 down"));
+  EXPECT_TRUE(host.Tells("Physical NIC eth0 linkstate is down"));
+  EXPECT_TRUE(host.Tells(
+      "net.redundancy.lost Lost uplink redundancy on virtual switch br0. Physical NIC eth1 is down. Affected port "
+      "groups: \"br0\""))
+      << host.All();
+  ASSERT_TRUE(Shell("ip link set cable2 down"));
+  EXPECT_TRUE(host.Tells("net.connectivity.lost Lost network connectivity on virtual switch br0. Physical NIC eth2"));
+  ASSERT_TRUE(Shell("ip link set cable2 up; ip link set cable1 up; ip link set cable0 up"));
+  EXPECT_TRUE(
+      host.Tells("net.redundancy.restored Uplink redundancy restored on virtual switch br0, portgroups: \"br0\""))
+      << host.All();
+  EXPECT_TRUE(host.Tells("Physical NIC eth0 linkstate is up"));
+  // Down, up, and down for good inside of the daemon's window.
+  ASSERT_TRUE(Shell("ip link set cable0 down; ip link set cable0 up; ip link set cable0 down"));
+  EXPECT_TRUE(WaitUntil([&] {
+    const auto events = host.Events();
+    size_t after = 0;
+    for (const std::string &event : events) {
+      if (event.find("eth0 linkstate is") != std::string::npos) after = event.find("down") != std::string::npos;
+    }
+    return after == 1 && host.CountOf("eth0 linkstate is down") >= 2;
+  })) << host.All();
+  Pause(3);
+  EXPECT_TRUE(host.CountOf("eth0 linkstate is down") >= 3 || host.CountOf("eth0 linkstate is up") == 1) << host.All();
+}
+
+/// A link whose carrier a descriptor holds.
+struct Tap {
+  base::UniqueFd fd{open("/dev/net/tun", O_RDWR | O_CLOEXEC)};
+  bool Make(const char *name) {
+    ifreq request{};
+    std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
+    request.ifr_flags = IFF_TAP | IFF_NO_PI;
+    return fd && ioctl(fd.Get(), TUNSETIFF, &request) == 0 && Shell(std::string("ip link set up ") + name);
+  }
+  bool SetCarrier(int on) const { return ioctl(fd.Get(), TUNSETCARRIER, &on) == 0; }
+};
+
+/// The sum of all warnings: a burst may end between two of its parts.
+long LossesTold(const LinuxHost &host) {
+  constexpr std::string_view kBefore = "the link was lost ";
+  long sum = 0;
+  for (const std::string &event : host.Events()) {
+    const size_t at = event.find(kBefore);
+    if (at != std::string::npos) sum += std::atol(event.c_str() + at + kBefore.size());
+  }
+  return sum;
+}
+
+TEST(LinuxLinks, TenThousandFlapsAreCountedThroughABufferOfFourKilobytes) {
+  ENTER_NAMESPACES();
+  Tap tap, other;
+  if (!tap.Make("eth0") || !other.Make("eth1")) GTEST_SKIP() << "no tap devices here";
+  LinuxHost host({"--sources", "links", "--nics", "eth*", "--netlink-buffer", "4096"});
+  const long before = ReadProcessState(host.Watcher()).residentKib;
+  // It gets no turn while its buffer runs over, and later on gets some.
+  kill(host.Watcher(), SIGSTOP);
+  for (int i = 0; i < 5'000; ++i) ASSERT_TRUE(tap.SetCarrier(0) && tap.SetCarrier(1));
+  ASSERT_TRUE(Shell("for i in $(seq 20); do ip link set lo mtu $((2000 + i)); done"));
+  kill(host.Watcher(), SIGCONT);
+  EXPECT_TRUE(host.Log().WaitFor("Link messages were lost"));
+  for (int i = 0; i < 5'000; ++i) ASSERT_TRUE(tap.SetCarrier(0) && tap.SetCarrier(1));
+  ASSERT_TRUE(tap.SetCarrier(0) && other.SetCarrier(0));
+  // Meanwhile the daemon serves everybody else.
+  ASSERT_TRUE(SendRecord(ConnectKernel(host.Root(), 3), MakeRecord("ryn.storage.apd.start", {"naa.1"})));
+  EXPECT_TRUE(host.Tells("storage.apd.start", 1, 5));
+  EXPECT_TRUE(WaitUntil([&] { return LossesTold(host) == 10'001; })) << host.All();
+  EXPECT_TRUE(host.Tells("Physical NIC eth1 linkstate is down")) << host.All();
+  EXPECT_NE(host.All().find("and is now down"), std::string::npos);
+  EXPECT_TRUE(WaitUntil([&] {
+    std::string last;
+    for (const std::string &event : host.Events()) {
+      if (event.find("NIC eth0 linkstate") != std::string::npos) last = event;
+    }
+    return last.ends_with("is down");
+  })) << host.All();
+  EXPECT_LT(host.CountOf("eth0 linkstate"), 200u);
+  if (!IsSlowBuild()) {
+    EXPECT_LT(ReadProcessState(host.Watcher()).residentKib, before + 300) << "memory is flat";
+  }
+}
+
+TEST(LinuxLinks, AThousandLinksAreKnown) {
+  ENTER_NAMESPACES();
+  ASSERT_TRUE(
+      Shell("for i in $(seq 500); do echo link add eth$i type veth peer name cable$i; echo link set eth$i up;"
+            "echo link set cable$i up; done | ip -batch -"));
+  LinuxHost host({"--sources", "links", "--nics", "eth*"});
+  ASSERT_TRUE(Shell("for i in 1 250 500; do ip link set cable$i down; done"));
+  for (const char *name : {"eth1 ", "eth250 ", "eth500 "}) {
+    EXPECT_TRUE(host.Tells(std::string("Physical NIC ") + name + "linkstate is down")) << host.All();
+  }
+  EXPECT_EQ(host.Events().size(), 3u) << host.All();
+}
+
+/// The last event of each NIC says how it is.
+bool IsTold(const LinuxHost &host, const std::string &nic, bool isDown, bool wasEverDown) {
+  std::string last;
+  for (const std::string &event : host.Events()) {
+    if (event.find("NIC " + nic + " linkstate") != std::string::npos) last = event;
+  }
+  if (last.empty()) return !isDown && !wasEverDown;
+  return last.ends_with(isDown ? "is down" : "is up");
+}
+
+TEST(LinuxLinks, RestartsAtRandomLeaveWhatIsOpenToldAndNothingElse) {
+  ENTER_NAMESPACES();
+  ASSERT_TRUE(MakeLinks() && Shell("ip link set eth1 nomaster; ip link set eth2 nomaster"));
+  LinuxHost host({"--sources", "links", "--nics", "eth*"});
+  const char *seed = std::getenv("RYND_SEED");
+  std::mt19937 random(seed == nullptr ? 1 : static_cast<unsigned>(std::atoi(seed)));
+  bool isDown[3] = {}, wasDown[3] = {};
+  for (int round = 0; round < 12; ++round) {
+    const unsigned restart = random() % 4;
+    const bool endsWatcher = (restart & 1) != 0, endsDaemon = (restart & 2) != 0;
+    const int signal = random() % 2 == 0 ? SIGKILL : SIGTERM;
+    if (endsWatcher) host.EndWatcher(signal);
+    if (endsDaemon) host.EndDaemon(signal);
+    for (unsigned change = random() % 4; change > 0; --change) {
+      const size_t i = random() % 3;
+      isDown[i] = !isDown[i];
+      wasDown[i] = wasDown[i] || isDown[i];
+      ASSERT_TRUE(Shell("ip link set cable" + std::to_string(i) + (isDown[i] ? " down" : " up")));
+    }
+    if (endsDaemon) host.StartDaemon();
+    if (endsWatcher) host.StartWatcher();
+    Pause(0.001 * static_cast<double>(random() % 1500));
+  }
+  for (size_t i = 0; i < 3; ++i) {
+    const std::string nic = "eth" + std::to_string(i);
+    // A loss that came and went while nobody watched was never told.
+    EXPECT_TRUE(WaitUntil([&] {
+      return IsTold(host, nic, isDown[i], false) || IsTold(host, nic, isDown[i], wasDown[i]);
+    })) << nic
+        << (isDown[i] ? " is down\n" : " is up\n") << host.All();
+  }
+}
+
+TEST(LinuxLinks, AnIdleHostIsLeftAlone) {
+  ENTER_NAMESPACES();
+  ASSERT_TRUE(MakeLinks());
+  LinuxHost host({"--sources", "links", "--nics", "eth*"});
+  Pause(2);
+  const auto wakeUps = [&] {
+    const std::string status = ReadFile("/proc/" + std::to_string(host.Watcher()) + "/status");
+    return std::atol(status.c_str() + status.find("\nvoluntary_ctxt_switches:") + 25);
+  };
+  EXPECT_TRUE(host.Check().find("linux sources     links watch\n") != std::string::npos) << host.Check();
+  const long before = wakeUps();
+  Pause(3);
+  EXPECT_EQ(wakeUps(), before);
+  const std::string rollup = ReadFile("/proc/" + std::to_string(host.Watcher()) + "/smaps_rollup");
+  if (!IsSlowBuild()) {
+    EXPECT_LE(std::atol(rollup.c_str() + rollup.find("\nPss:") + 5), 2048);
+  }
+  host.EndWatcher(SIGTERM);
+  EXPECT_NE(host.Check().find("linux sources     rynlinuxd does not run"), std::string::npos) << host.Check();
+}
+
+}  // namespace
+}  // namespace testing_support
