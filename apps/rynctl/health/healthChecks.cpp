@@ -212,6 +212,7 @@ std::vector<HealthCheck> RunHealthChecks(std::ostream &err) {
     checks.push_back(CheckManagementAgent(nullptr));
   }
   for (HealthCheck &check : CheckHostTree()) checks.push_back(std::move(check));
+  for (HealthCheck &check : CheckLinuxSources()) checks.push_back(std::move(check));
   return checks;
 }
 

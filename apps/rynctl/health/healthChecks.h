@@ -27,6 +27,8 @@ std::vector<HealthCheck> CheckStatistics(const nlohmann::json &statistics);
 HealthCheck CheckManagementAgent(const nlohmann::json &statistics);
 /// The files of the host tree: which can't be read, which hold what they may not.
 std::vector<HealthCheck> CheckHostTree();
+/// Which of the host's own interfaces rynlinuxd watches; nothing where it never ran.
+std::vector<HealthCheck> CheckLinuxSources();
 /// Whether an observation of a program reaches the daemon.
 HealthCheck CheckRoundTrip(std::ostream &err);
 
