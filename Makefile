@@ -59,7 +59,7 @@ build: deps
 # Only what a user runs.
 programs: deps
 	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
-	cmake --build --preset release -j $(JOBS) --target rynd rynctl
+	cmake --build --preset release -j $(JOBS) --target rynd rynctl rynlinuxd
 
 deps:
 	@tools/install-deps base
