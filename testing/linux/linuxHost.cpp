@@ -105,6 +105,11 @@ std::string LinuxHost::Check() const {
   return ReadFile(out);
 }
 
+bool LinuxHost::Watches(const std::string &source) const {
+  return ReadFile(root_ / "/var/lib/corvane/linux/status.json").find('"' + source + "\": \"watching\"") !=
+         std::string::npos;
+}
+
 std::string LinuxHost::All() const {
   std::string all;
   for (const std::string &event : Events()) all += event + '\n';

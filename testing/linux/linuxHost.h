@@ -41,6 +41,8 @@ class LinuxHost {
   bool Tells(const std::string &part, size_t count = 1, double seconds = 30) const;
   /// What `rynctl check` says.
   std::string Check() const;
+  /// Whether this source does.
+  bool Watches(const std::string &source) const;
   /// All events, for a failed expectation.
   std::string All() const;
 

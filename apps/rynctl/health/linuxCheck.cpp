@@ -45,7 +45,7 @@ std::vector<HealthCheck> CheckLinuxSources() {
     if (text == kWatching) {
       watching += (watching.empty() ? "" : ", ") + name;
     } else {
-      missing += "; " + name + ": " + text;
+      missing.append("; ").append(name).append(": ").append(text);
     }
   }
   const std::string text = (watching.empty() ? "none" : watching) + " watch" + missing;

@@ -91,7 +91,9 @@ std::string ParseSettings(const std::string &text, Options *options) {
     if (line.empty() || line.front() == '#') continue;
     const std::string where = "line " + std::to_string(number) + ": ";
     const size_t equals = line.find('=');
-    if (equals == std::string::npos) return where + "'" + line + "' is not of the form name = value";
+    if (equals == std::string::npos) {
+      return std::string(where).append("'").append(line).append("' is not of the form name = value");
+    }
     const std::string name = Trimmed(std::string_view(line).substr(0, equals));
     const std::string wrong = Apply(name, Trimmed(std::string_view(line).substr(equals + 1)), options);
     if (!wrong.empty()) return where + wrong;

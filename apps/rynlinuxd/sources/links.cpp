@@ -60,7 +60,10 @@ class Links : public Source {
     // Others are served in between, and a flood still gets its buffer emptied.
     constexpr int kMostReads = 256;
     for (int i = 0; i < kMostReads; ++i) {
-      const ssize_t got = recv(socket_.Get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT);
+      sockaddr_nl sender{};
+      socklen_t size = sizeof sender;
+      const ssize_t got = recvfrom(socket_.Get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT,
+                                   reinterpret_cast<sockaddr *>(&sender), &size);
       if (got < 0 && errno == EINTR) continue;
       if (got < 0 && errno == ENOBUFS) {
         // What is left in the queue is read first; all of it is older than the reading of all links.
@@ -68,7 +71,8 @@ class Links : public Source {
         continue;
       }
       if (got < 0) break;
-      Take({buffer_.data(), static_cast<size_t>(got)}, nowNs);
+      // Privileged programs may send to this socket too.
+      if (sender.nl_pid == 0) Take({buffer_.data(), static_cast<size_t>(got)}, nowNs);
     }
     if (isLost_ && nowNs >= dumpNs_ + kDumpQuietNs) OnDue(nowNs);
     RemoveGoneBridges();

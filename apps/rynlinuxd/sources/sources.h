@@ -8,5 +8,6 @@
 namespace rynlinuxd {
 
 std::unique_ptr<Source> MakeLinks();
+std::unique_ptr<Source> MakeCrashes();
 
 }  // namespace rynlinuxd

@@ -1,0 +1,134 @@
+// Crashes: events as bytes, and every way in which a program may leave a core or none.
+#include "models/crashModel.h"
+
+#include <gtest/gtest.h>
+#include <linux/cn_proc.h>
+#include <linux/connector.h>
+#include <linux/netlink.h>
+
+#include <cstring>
+
+#include "models/recorder.h"
+
+namespace rynlinuxd {
+namespace {
+
+std::vector<std::byte> EventBytes(uint32_t what, int32_t thread, int32_t process, uint32_t code) {
+  nlmsghdr header{};
+  cn_msg message{};
+  proc_event event;
+  std::memset(static_cast<void *>(&event), 0, sizeof event);
+  std::memcpy(static_cast<void *>(&event), &what, sizeof what);
+  event.event_data.exit.process_pid = thread;
+  event.event_data.exit.process_tgid = process;
+  event.event_data.exit.exit_code = code;
+  message.id = {CN_IDX_PROC, CN_VAL_PROC};
+  constexpr size_t kFixed = sizeof header + sizeof message;
+  header.nlmsg_len = kFixed + sizeof event;
+  std::vector<std::byte> bytes(header.nlmsg_len);
+  std::memcpy(bytes.data(), &header, sizeof header);
+  std::memcpy(bytes.data() + sizeof header, &message, sizeof message);
+  std::memcpy(bytes.data() + kFixed, static_cast<const void *>(&event), sizeof event);
+  return bytes;
+}
+
+TEST(ProcessEvents, OnlyWholeOnesOfTheTwoKindsAreRead) {
+  const auto dump = ParseProcessEvent(EventBytes(0x40000000, 12, 10, 0));
+  ASSERT_TRUE(dump && !dump->isExit);
+  EXPECT_TRUE(dump->thread == 12 && dump->process == 10);
+  const auto bytes = EventBytes(0x80000000, 12, 10, 0x8b);
+  const auto exit = ParseProcessEvent(bytes);
+  ASSERT_TRUE(exit && exit->isExit);
+  EXPECT_EQ(exit->exitCode, 0x8bu);
+  for (const uint32_t other : {0u, 1u, 2u, 0x20000000u}) EXPECT_FALSE(ParseProcessEvent(EventBytes(other, 1, 1, 1)));
+  for (size_t size = 0; size < 60; ++size) EXPECT_FALSE(ParseProcessEvent({bytes.data(), size}));
+  auto foreign = bytes;
+  foreign[16] = std::byte{9};
+  EXPECT_FALSE(ParseProcessEvent(foreign));
+}
+
+struct CrashCase {
+  const char *what;
+  CrashFacts facts;
+  uint32_t exitCode;
+  const char *told;
+};
+
+CrashFacts Facts(std::optional<uint64_t> limit, const char *pattern, bool usesPid = false) {
+  CrashFacts facts;
+  facts.name = "my prog";
+  facts.coreLimit = limit;
+  facts.corePattern = pattern;
+  facts.usesPid = usesPid;
+  facts.folder = "/srv/a b";
+  facts.executable = "/opt/x/my prog";
+  facts.host = "host1";
+  facts.user = 1000;
+  facts.atS = 1795000000;
+  return facts;
+}
+
+TEST(Crashes, EachIsToldAsWhatItIs) {
+  CrashFacts hidden = Facts(UINT64_MAX, "core");
+  hidden.isDumpable = false;
+  CrashFacts nameless = Facts(std::nullopt, "core");
+  nameless.name = "";
+  CrashFacts rooted = Facts(1, "core");
+  rooted.folder = "/";
+  CrashFacts elsewhere = Facts(1, "core");
+  elsewhere.folder = "";
+  const CrashCase cases[] = {
+      {"in a folder that was not read", elsewhere, 0x8b, "uw.core.dumped my prog 1 core in its working directory\n"},
+      {"relative", Facts(1, "core"), 0x8b, "uw.core.dumped my prog 1 /srv/a b/core\n"},
+      {"in the root", rooted, 0x8b, "uw.core.dumped my prog 1 /core\n"},
+      {"with pid", Facts(1, "core", true), 0x8b, "uw.core.dumped my prog 1 /srv/a b/core.77\n"},
+      {"with pid twice", Facts(1, "c.%p", true), 0x8b, "uw.core.dumped my prog 1 /srv/a b/c.77\n"},
+      {"all letters", Facts(1, "/c/%e.%u.%s.%i.%t.%h.%f.%E.%%%", false), 0x86,
+       "uw.core.dumped my prog 1 /c/my prog.1000.6.78.1795000000.host1.my prog.!opt!x!my prog.%%\n"},
+      {"letters unknown", Facts(1, "/c/%C-%d"), 0x86, "uw.core.dumped my prog 1 /c/%C-%d\n"},
+      {"piped, whatever the limit", Facts(0, "|/usr/lib/coredump %P %u"), 0x8b,
+       "uw.core.dumped my prog 1 /usr/lib/coredump, to which it was given\n"},
+      {"failed", Facts(UINT64_MAX, "/full/core"), 0x0b,
+       "uw.core.dumpFailed my prog 1 ended by signal 11 (Segmentation fault)\n"},
+      {"not wanted", Facts(0, "core"), 0x06,
+       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 6 (Aborted) and left no core: its limit "
+       "for "
+       "one is 0 bytes\n"},
+      {"limit not read", Facts(std::nullopt, "core"), 0x0b,
+       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
+       "core\n"},
+      {"not to be looked into", hidden, 0x0b,
+       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
+       "core\n"},
+      {"cores switched off", Facts(1, ""), 0x0b,
+       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
+       "core\n"},
+      {"gone too soon", nameless, 0x8b, "uw.core.dumped process 77 1 /srv/a b/core\n"},
+  };
+  for (const CrashCase &one : cases) {
+    Recorder told;
+    CrashModel model(&told);
+    model.Exit({true, 78, 77, one.exitCode});  // of somebody who never began
+    model.Dumping({false, 78, 77, 0}, one.facts);
+    model.Exit({true, 77, 77, 9});  // the thread that waited for the dump
+    model.Exit({true, 78, 77, one.exitCode});
+    model.Exit({true, 78, 77, one.exitCode});
+    EXPECT_EQ(told.Take(), one.told) << one.what;
+  }
+}
+
+TEST(Crashes, LimitsAreReadAndTheTableIsBounded) {
+  EXPECT_EQ(ParseCoreLimit("Limit  Soft\nMax core file size        0                    unlimited            bytes\n"),
+            0u);
+  EXPECT_EQ(ParseCoreLimit("Max core file size        unlimited            unlimited            bytes\n"), UINT64_MAX);
+  for (const char *text : {"", "Max core file size", "Max core file size   ?", "Max open files 5"})
+    EXPECT_FALSE(ParseCoreLimit(text)) << text;
+  Recorder told;
+  CrashModel model(&told);
+  for (int32_t i = 1; i <= 5000; ++i) model.Dumping({false, i, i, 0}, Facts(1, "core"));
+  for (int32_t i = 1; i <= 5000; ++i) model.Exit({true, i, i, 0x8b});
+  EXPECT_EQ(told.reports.size(), CrashModel::kMostDumping);
+}
+
+}  // namespace
+}  // namespace rynlinuxd
