@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <numeric>
 
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "testing/daemon.h"
 
@@ -45,7 +46,8 @@ json ReadStatistics(const TestRoot &root) {
 }
 
 bool IsWhole(const TestRoot &root) {
-  if (!std::filesystem::exists(root / hosted::kTraceSocket)) return false;
+  base::UniqueFd served;  // a socket's file is there before it is listened to
+  if (hosted::ConnectUnixSocket(root / hosted::kTraceSocket, SOCK_STREAM, &served) != 0) return false;
   const json statistics = ReadStatistics(root);
   if (!statistics.is_object()) return false;
   const json &agents = statistics.at("agents");
