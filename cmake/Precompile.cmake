@@ -12,7 +12,8 @@ function(rynd_use_precompiled target name)
 endfunction()
 
 if(RYND_PRECOMPILE)
-  # g++ forgets which of these are system headers, and warns in what it inlines of them; presets without keep that watch.
+  # g++ forgets which of these are system headers, and warns in what it inlines of them; a package's build keeps that
+  # watch.
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     add_compile_options(-Wno-array-bounds -Wno-stringop-overread -Wno-stringop-overflow -Wno-restrict)
   endif()
