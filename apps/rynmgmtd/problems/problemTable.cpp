@@ -103,8 +103,8 @@ ProblemTable::Ids ProblemTable::Matching(const Happening &event, const std::stri
   };
   if (pairs.empty()) take(problem);
   for (size_t i = 0; i < pairs.size(); ++i) {
-    const auto &[mine, theirs] = pairs[i];
-    const std::vector<std::string> values = ValuesOf(*event.entry, event.arguments, mine);
+    const std::string &theirs = pairs[i].second;
+    const std::vector<std::string> values = ValuesOf(*event.entry, event.arguments, pairs[i].first);
     if (i == 0) {
       for (const std::string &value : values) take(PartKey(problem, theirs, value));
       continue;
