@@ -13,12 +13,6 @@
 namespace rynctl {
 namespace {
 
-struct Command {
-  const char *name;
-  const char *summary;
-  int (*run)(const Words &words, Console &console);
-};
-
 constexpr Command kCommands[] = {
     {"submit", "Send observations to the daemon", SubmitCommand},
     {"listen", "Be the management agent: receive events and print them", ListenCommand},
@@ -29,9 +23,15 @@ constexpr Command kCommands[] = {
     {"catalog", "List the events that the daemon can post, or what it handles", CatalogCommand},
 };
 
+std::vector<Command> AllCommands() {
+  std::vector<Command> all(std::begin(kCommands), std::end(kCommands));
+  all.insert(all.end(), AgentCommands().begin(), AgentCommands().end());
+  return all;
+}
+
 std::string CommandList() {
   std::string list = "Commands:\n";
-  for (const Command &command : kCommands) {
+  for (const Command &command : AllCommands()) {
     const std::string name(command.name);
     list += "  " + name + std::string(10 - name.size(), ' ') + command.summary + "\n";
   }
@@ -57,13 +57,14 @@ int Dispatch(const Words &words, Console &console) {
   // "help COMMAND" is "COMMAND --help".
   const bool isHelp = rest[0] == "help";
   const std::string &name = rest[isHelp ? 1 : 0];
-  for (const Command &command : kCommands) {
+  const std::vector<Command> commands = AllCommands();
+  for (const Command &command : commands) {
     if (name == command.name)
       return command.run(isHelp ? Words{"--help"} : Words(rest.begin() + 1, rest.end()), console);
   }
   if (name.starts_with("-")) return line.UsageError(line.UnknownOption(name), console);
   std::vector<text::Known> known;
-  for (const Command &command : kCommands) known.push_back({command.name, command.name});
+  for (const Command &command : commands) known.push_back({command.name, command.name});
   return line.UsageError("unknown command " + name + text::DidYouMean(text::Suggest(name, known, 2)), console);
 }
 

@@ -1,10 +1,19 @@
 // The commands of rynctl. Each parses the words behind its name, runs, and returns its exit status.
 #pragma once
 
+#include <span>
+
 #include "rynctl/commandLine.h"
 #include "rynctl/console.h"
 
 namespace rynctl {
+
+/// One command, and what the list of all says of it.
+struct Command {
+  const char *name;
+  const char *summary;
+  int (*run)(const Words &words, Console &console);
+};
 
 /// Send observations to the daemon.
 int SubmitCommand(const Words &words, Console &console);
@@ -20,5 +29,8 @@ int CatalogCommand(const Words &words, Console &console);
 int StatsCommand(const Words &words, Console &console);
 /// Is the daemon working? Returns 0 ok, 1 warn, 2 fail.
 int CheckCommand(const Words &words, Console &console);
+
+/// What the management agent knows: problems, history, show, ack. None in a build without its store.
+std::span<const Command> AgentCommands();
 
 }  // namespace rynctl

@@ -21,12 +21,13 @@ inline void PutNumber(std::vector<std::byte> *bytes, size_t offset, uint64_t val
 }
 
 /// A whole record with text arguments.
-inline std::vector<std::byte> EventBytes(const std::string &name, const std::vector<std::string> &texts) {
+inline std::vector<std::byte> EventBytes(const std::string &name, const std::vector<std::string> &texts,
+                                         uint64_t sequence = 7, uint64_t timeUs = kTestTime) {
   const size_t nameLength = name.size() + 1;
   const size_t area = rynd::kEventNameOffset + nameLength;
   std::vector<std::byte> bytes(area + texts.size() * sizeof(MsgFmtArg));
-  PutNumber(&bytes, 0, kTestTime, 8);
-  PutNumber(&bytes, 8, 7, 8);
+  PutNumber(&bytes, 0, timeUs, 8);
+  PutNumber(&bytes, 8, sequence, 8);
   std::memcpy(bytes.data() + rynd::kEventUuidOffset, kTestUuid, sizeof kTestUuid);
   PutNumber(&bytes, rynd::kEventArgumentCountOffset, texts.size(), 4);
   PutNumber(&bytes, rynd::kEventNameLengthOffset, nameLength, 4);
