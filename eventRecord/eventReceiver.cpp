@@ -118,6 +118,13 @@ void EventReceiver::Receive(Connection *connection) const {
 }
 
 bool EventReceiver::HandOutEnded() {
+  // Who sends one after the other has sent the former ones by now: they must not be overtaken.
+  auto last = connections_.end();
+  for (auto connection = connections_.begin(); connection != connections_.end(); ++connection) {
+    if (connection->ended) last = connection;
+  }
+  if (last == connections_.end()) return !stopped_;
+  for (auto connection = connections_.begin(); connection != last; ++connection) Receive(&*connection);
   for (auto connection = connections_.begin(); connection != connections_.end();) {
     if (!connection->ended) {
       ++connection;
