@@ -10,7 +10,7 @@ HOURS ?= 1
 help:
 	@echo 'make demo      install what is missing, build, and watch the daemon work'
 	@echo 'make test      install what is missing, build, and run all tests'
-	@echo 'make run       the daemon on a root of its own, until Ctrl-C'
+	@echo 'make run       the daemon and its management agent on a root of their own, until Ctrl-C'
 	@echo 'make check     the fast loop: format, lint, build, unit tests'
 	@echo 'make bench     the speed ratios, and a CSV of them'
 	@echo 'make campaign  all campaigns and fuzzers for MINUTES in all (20), from SEED (1)'
@@ -59,7 +59,7 @@ build: deps
 # Only what a user runs.
 programs: deps
 	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
-	cmake --build --preset release -j $(JOBS) --target rynd rynctl rynlinuxd
+	cmake --build --preset release -j $(JOBS) --target rynd rynctl rynlinuxd rynmgmtd
 
 deps:
 	@tools/install-deps base

@@ -77,6 +77,7 @@ show_actions() {
 
 say "A management agent and the daemon, on a root of their own: $root"
 start_agent
+follow_events
 start_daemon
 show_new
 
@@ -89,6 +90,18 @@ kill -TERM "$daemon"
 status=0
 wait "$daemon" || status=$?
 show_new
-arrived=$(grep -c 'amb\.' "$root/events")
+arrived=$(wc -l <"$root/events")
+
+# Ask the management agent, showing the command; problems that are open are no failure.
+ask() {
+  printf '  $ rynctl %s\n' "$*"
+  "$bin/rynctl" "$@" --color "$color" >"$root/said" 2>/dev/null || [ $? = 1 ]
+  sed 's/^/  /' "$root/said"
+}
+say "The management agent has kept them all. What is wrong now, the worst first:"
+ask problems
+say "What has happened, of which this is only what storage said:"
+ask history --since -10min --name storage
+
 printf '\nThe daemon ended with status %s; %s events arrived, each once and in order.\n' "$status" "$arrived"
 [ "$status" = 0 ] && [ "$arrived" = "$expected" ]

@@ -38,7 +38,7 @@ wait_for() {
 # Wait until $1 events have arrived.
 wait_for_events() {
   for _ in $(seq 1 750); do
-    [ "$(grep -c 'amb\.' "$root/events" || true)" -ge "$1" ] && return 0
+    [ "$(wc -l <"$root/events")" -ge "$1" ] && return 0
     sleep 0.02
   done
   echo "demo: fewer than $1 events arrived:" >&2
@@ -46,10 +46,19 @@ wait_for_events() {
   exit 1
 }
 
+# The management agent, with its options.
 start_agent() {
-  "$bin/rynctl" listen --color "$color" >"$root/events" 2>"$root/listen.err" &
+  "$bin/rynmgmtd" "$@" 2>>"$root/mgmtd.log" &
+  agent=$!
+  pids="$agent $pids"
+  wait_for "$root/mgmtd.log" "Receiving events"
+}
+
+# Follow what it keeps, a line each, into $root/events.
+follow_events() {
+  : >"$root/events"
+  "$bin/rynctl" history --follow --color "$color" >"$root/events" 2>/dev/null &
   pids="$! $pids"
-  wait_for "$root/listen.err" "listening"
 }
 
 start_daemon() {
