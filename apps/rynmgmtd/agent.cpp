@@ -40,6 +40,7 @@ base::UniqueFd StopSignals() {
   sigaddset(&stops, SIGINT);
   pthread_sigmask(SIG_BLOCK, &stops, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write
   return base::UniqueFd(signalfd(-1, &stops, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 

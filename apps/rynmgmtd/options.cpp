@@ -13,10 +13,10 @@ namespace mgmtd {
 namespace {
 
 constexpr int kUsage = 2;
-constexpr int64_t kLeastBytes = int64_t{1} << 20;
+constexpr int64_t kLeastBytes = int64_t{32} << 20;  ///< open problems, which always stay, take up to 20 of them
 
 std::string CheckSize(const std::string &text) {
-  return ParseSize(text) ? "" : text + " is no size of 1M or more, such as 512M or 1G";
+  return ParseSize(text) ? "" : text + " is no size of 32M or more, such as 512M or 1G";
 }
 
 }  // namespace

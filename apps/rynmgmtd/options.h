@@ -18,7 +18,7 @@ struct Options {
 /// a mistake, which is told on standard error. With --root, CORVANE_ROOT is set: before anything asks for a path.
 std::optional<int> ParseOptions(int argc, char **argv, Options *options);
 
-/// "512M", "1G", "1.5 GiB", "1000000": bytes, at least a mebibyte. Nothing when it is no size.
+/// "512M", "1G", "1.5 GiB", "1000000": bytes, at least 32 MiB. Nothing when it is no size.
 std::optional<int64_t> ParseSize(const std::string &text);
 
 }  // namespace mgmtd

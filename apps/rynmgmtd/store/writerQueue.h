@@ -32,7 +32,7 @@ class WriterQueue {
  public:
   using Clock = std::chrono::steady_clock;
   static constexpr size_t kMostRecords = 500;              ///< of one round
-  static constexpr std::chrono::milliseconds kGather{20};  ///< what the first of them waits for others
+  static constexpr std::chrono::milliseconds kGather{10};  ///< what the first of them waits for others
   static constexpr std::chrono::milliseconds kTick{1000};  ///< a round comes at least so often
 
   /// False when too many wait.
