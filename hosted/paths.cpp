@@ -32,9 +32,11 @@ std::string KernelSocketPath(unsigned id) {
 }
 
 int MakeFolders(const std::string &path, mode_t mode) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-    if (const int error = MakeFolder(path.substr(0, slash), 0755); error != 0) return error;
-  }
+  // Mostly it is there, with all above it.
+  const int error = MakeFolder(path, mode);
+  const size_t slash = path.rfind('/');
+  if (error != ENOENT || slash == 0 || slash == std::string::npos) return error;
+  if (const int above = MakeFolders(path.substr(0, slash), 0755); above != 0) return above;
   return MakeFolder(path, mode);
 }
 
