@@ -90,8 +90,11 @@ int RegisterTimer(TimerCallback callback) {
 int ArmTimer(int id, uint32_t periodic, int64_t intervalS, int64_t *dueS) {
   Timers &timers = AllTimers();
   MutexLock lock(timers.mutex);
+  const int64_t before = timers.registry.EarliestDue();
   const int status = timers.registry.Arm(id, periodic, intervalS, NowS(), dueS);
-  if (status == 0) timers.changed.NotifyOne();
+  // For an earlier time only: a thread that wakes for one that has been put off looks again.
+  const int64_t after = timers.registry.EarliestDue();
+  if (after != 0 && (before == 0 || after < before)) timers.changed.NotifyOne();
   return status;
 }
 
