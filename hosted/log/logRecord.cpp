@@ -159,6 +159,25 @@ bool IsPlain(const char *format) {
   }
 }
 
+/// The length of what FormatPlain writes.
+[[gnu::format(printf, 1, 0)]] size_t PlainLength(const char *format, va_list arguments) {
+  size_t length = 0;
+  for (const char *at = std::strchr(format, '%'); at != nullptr; at = std::strchr(format, '%')) {
+    length += static_cast<size_t>(at - format);
+    if (at[1] == 's') {
+      const char *text = va_arg(arguments, const char *);
+      length += std::strlen(text == nullptr ? "(null)" : text);
+      format = at + 2;
+    } else {
+      constexpr size_t kMostDigits = 20;
+      static_cast<void>(va_arg(arguments, unsigned long));
+      length += kMostDigits;
+      format = at + 3;
+    }
+  }
+  return length + std::strlen(format);
+}
+
 }  // namespace
 
 LogRecord::~LogRecord() {
@@ -176,36 +195,48 @@ void LogRecord::Build(const LogHeader &header, const char *format, va_list argum
   AppendTail();
 }
 
-void LogRecord::Format(const char *format, va_list arguments) {
-  constexpr size_t kSpare = kTailRoom + 2;  // the tail, a line's end, a NUL
+/// Make room for a message of `size` bytes, as far as a record may grow and there is memory.
+void LogRecord::Grow(size_t size) {
+  const size_t larger = std::min(message_ + size + 1 + kSpare, kLongest);
+  if (larger <= room_) return;
+  char *const heap = static_cast<char *>(std::malloc(larger));
+  if (heap == nullptr) return;
+  std::memcpy(heap, data_, message_);
+  if (data_ != own_.data()) std::free(data_);
+  data_ = heap;
+  room_ = larger;
+}
+
+/// Write a message of a plain format. False when it does not fit.
+bool LogRecord::PutPlain(const char *format, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
-  size_t room = room_ - kSpare - message_;
-  if (IsPlain(format)) {
-    char *const at = data_ + message_;
-    const char *const end = FormatPlain(format, again, at, at + room);
-    va_end(again);
-    if (end != nullptr) {
-      messageEnd_ = static_cast<size_t>(end - data_);
-      return;
-    }
-    va_copy(again, arguments);
-  }
-  const int wanted = std::vsnprintf(data_ + message_, room, format, arguments);
-  size_t size = wanted < 0 ? 0 : static_cast<size_t>(wanted);
-  if (size >= room) {
-    const size_t larger = std::min(message_ + size + 1 + kSpare, kLongest);
-    if (char *heap = static_cast<char *>(std::malloc(larger)); heap != nullptr) {
-      std::memcpy(heap, data_, message_);
-      data_ = heap;
-      room_ = larger;
-      room = room_ - kSpare - message_;
-      std::vsnprintf(data_ + message_, room, format, again);
-    }
-  }
+  char *const at = data_ + message_;
+  const char *const end = FormatPlain(format, again, at, at + Room());
   va_end(again);
-  messageEnd_ = message_ + std::min(size, room - 1);
-  if (size >= room) CutAt(messageEnd_);
+  if (end != nullptr) messageEnd_ = static_cast<size_t>(end - data_);
+  return end != nullptr;
+}
+
+void LogRecord::Format(const char *format, va_list arguments) {
+  va_list again;
+  if (IsPlain(format)) {
+    if (PutPlain(format, arguments)) return;
+    va_copy(again, arguments);
+    Grow(PlainLength(format, again));
+    va_end(again);
+    if (PutPlain(format, arguments)) return;
+  }
+  va_copy(again, arguments);
+  const int wanted = std::vsnprintf(data_ + message_, Room(), format, again);
+  va_end(again);
+  const size_t size = wanted < 0 ? 0 : static_cast<size_t>(wanted);
+  if (size >= Room()) {
+    Grow(size);
+    std::vsnprintf(data_ + message_, Room(), format, arguments);
+  }
+  messageEnd_ = message_ + std::min(size, Room() - 1);
+  if (size >= Room()) CutAt(messageEnd_);
 }
 
 void LogRecord::CutAt(size_t end) {

@@ -44,12 +44,17 @@ class LogRecord {
 
  private:
   [[gnu::format(printf, 2, 0)]] void Format(const char *format, va_list arguments);
+  [[gnu::format(printf, 2, 0)]] bool PutPlain(const char *format, va_list arguments);
+  void Grow(size_t size);
+  /// For a message and a NUL.
+  size_t Room() const { return room_ - kSpare - message_; }
   void CutAt(size_t end);
   void AppendTail();
   void CleanLineEnds();
 
   static constexpr size_t kRoom = 2048;
-  std::array<char, kRoom> own_;  // not initialised: most of it is never used
+  static constexpr size_t kSpare = kTailRoom + 2;  // the tail, a line's end, a NUL
+  std::array<char, kRoom> own_;                    // not initialised: most of it is never used
   char *data_ = own_.data();
   size_t room_ = kRoom;
   size_t begin_ = 0;       // of the record
