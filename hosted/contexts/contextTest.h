@@ -1,0 +1,64 @@
+// What the tests of contexts share: records, good and bad, and a context that is read by hand.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "hosted/testSupport.h"
+#include "platform/ryn.h"
+
+namespace hosted {
+
+using Bytes = std::vector<std::byte>;
+
+/// One record of exactly `size` bytes.
+inline Bytes RecordOfSize(size_t size, const std::string &id = "ryn.big") {
+  return RecordOf(id, {}, std::string(size - RecordOf(id, {}, "").size(), 'x'));
+}
+
+inline Bytes BadRecord() {
+  Bytes record = RecordOf("ryn.bad");
+  record[20] = std::byte{1};
+  return record;
+}
+
+inline void SendTo(int fd, const Bytes &record) {
+  ASSERT_EQ(send(fd, record.data(), record.size(), MSG_NOSIGNAL), static_cast<ssize_t>(record.size()))
+      << std::strerror(errno);
+}
+
+/// A context opened with a listener at the system log, and what reads from it.
+class ContextTest : public testing::Test {
+ protected:
+  ~ContextTest() override {
+    if (handle_ != nullptr) RynLib_Close(handle_);
+  }
+
+  /// Read with a buffer of `size`. The status; the record is in `record_`.
+  int Read(int fd, size_t size = 8192) {
+    record_.assign(size, std::byte{0xee});
+    size_t length = size + 1;
+    const int status = RynLib_ReadFromFd(fd, record_.data(), size, &length);
+    record_.resize(length);
+    return status;
+  }
+  static short PollEvents(int fd) {
+    pollfd polled{fd, POLLIN, 0};
+    poll(&polled, 1, 0);
+    return polled.revents;
+  }
+
+  LogListener log_;
+  RynLibHandle handle_ = nullptr;
+  int fd_ = -1;
+  Bytes record_;
+};
+
+}  // namespace hosted
