@@ -16,6 +16,11 @@ struct SourceRow {
 constexpr auto kSources = std::to_array<SourceRow>({
     {"links", MakeLinks},
     {"crashes", MakeCrashes},
+    {"filesystems", MakeFileSystems},
+    {"fs-errors", MakeFsErrors},
+    {"oom", MakeOutOfMemory},
+    {"raid", MakeRaid},
+    {"boot", MakeBoot},
 });
 
 }  // namespace

@@ -18,6 +18,11 @@ namespace testing_support {
 
 std::string EnterNamespaces(bool keepsNetwork) {
   if (geteuid() != 0) return "only root can make namespaces";
+  // Out of those of an earlier test, whose mounts and links go with them.
+  static const int mounts = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
+  static const int network = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+  if (setns(mounts, CLONE_NEWNS) != 0 || setns(network, CLONE_NEWNET) != 0)
+    return std::string("no way back to the first namespaces: ") + std::strerror(errno);
   if (unshare(CLONE_NEWNS | (keepsNetwork ? 0 : CLONE_NEWNET)) != 0)
     return std::string("no namespaces: ") + std::strerror(errno);
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)

@@ -72,6 +72,14 @@ void Ledger::Set(const std::string &key, Told told) {
   isDirty_ = true;
 }
 
+std::map<std::string, Told> Ledger::Below(const std::string &prefix) const {
+  std::map<std::string, Told> below;
+  for (auto at = told_.lower_bound(prefix); at != told_.end() && at->first.starts_with(prefix); ++at) {
+    below.emplace(at->first.substr(prefix.size()), at->second);
+  }
+  return below;
+}
+
 bool Ledger::Admit(const Report &report, int64_t nowS) {
   if (report.key.empty()) return true;
   const Told *told = Find(report.key);

@@ -37,6 +37,8 @@ class Ledger {
 
   /// Null when nothing is known of `key`.
   const Told *Find(const std::string &key) const;
+  /// What was told of the objects whose keys begin with `prefix`, by the rest of the key.
+  std::map<std::string, Told> Below(const std::string &prefix) const;
   /// Whether `report`, which may be a state, has to be told at `nowS` (seconds of the boot clock). A baseline of a new
   /// object is taken over.
   bool Admit(const Report &report, int64_t nowS);

@@ -9,5 +9,10 @@ namespace rynlinuxd {
 
 std::unique_ptr<Source> MakeLinks();
 std::unique_ptr<Source> MakeCrashes();
+std::unique_ptr<Source> MakeFileSystems();
+std::unique_ptr<Source> MakeFsErrors();
+std::unique_ptr<Source> MakeOutOfMemory();
+std::unique_ptr<Source> MakeRaid();
+std::unique_ptr<Source> MakeBoot();
 
 }  // namespace rynlinuxd
