@@ -21,6 +21,7 @@ constexpr auto kSources = std::to_array<SourceRow>({
     {"oom", MakeOutOfMemory},
     {"raid", MakeRaid},
     {"boot", MakeBoot},
+    {"clock", MakeHostClock},
 });
 
 }  // namespace

@@ -14,5 +14,6 @@ std::unique_ptr<Source> MakeFsErrors();
 std::unique_ptr<Source> MakeOutOfMemory();
 std::unique_ptr<Source> MakeRaid();
 std::unique_ptr<Source> MakeBoot();
+std::unique_ptr<Source> MakeHostClock();
 
 }  // namespace rynlinuxd
