@@ -22,6 +22,7 @@ constexpr auto kSources = std::to_array<SourceRow>({
     {"raid", MakeRaid},
     {"boot", MakeBoot},
     {"clock", MakeHostClock},
+    {"stop", MakeHostStop},
 });
 
 }  // namespace

@@ -15,5 +15,6 @@ std::unique_ptr<Source> MakeOutOfMemory();
 std::unique_ptr<Source> MakeRaid();
 std::unique_ptr<Source> MakeBoot();
 std::unique_ptr<Source> MakeHostClock();
+std::unique_ptr<Source> MakeHostStop();
 
 }  // namespace rynlinuxd
