@@ -60,10 +60,10 @@ void LinkModel::Change(const LinkFacts &facts, int64_t nowNs) {
   }
   names_[facts.index] = facts.name;
   if (!IsPhysical(facts)) return;
-  if (!Add(facts)) {
+  if (Add(facts)) {
+    TellFound(&nics_[facts.index], nowNs);
+  } else {
     Update(&nics_[facts.index], facts, nowNs);
-  } else if (facts.isUp) {
-    TellBaseline(nics_[facts.index]);
   }
   FindDue();
 }
@@ -84,9 +84,7 @@ void LinkModel::Replace(const std::vector<LinkFacts> &links, int64_t nowNs) {
     if (IsPhysical(facts)) (Add(facts) ? added : known).push_back(&facts);
   }
   for (const LinkFacts *facts : known) Update(&nics_[facts->index], *facts, nowNs);
-  for (const LinkFacts *facts : added) {
-    if (facts->isUp) TellBaseline(nics_[facts->index]);
-  }
+  for (const LinkFacts *facts : added) TellFound(&nics_[facts->index], nowNs);
   FindDue();
 }
 
@@ -103,9 +101,7 @@ void LinkModel::Update(Nic *nic, const LinkFacts &facts, int64_t nowNs) {
       CountChange(nic, losses, nowNs);
       return TellAll(nic, false, nowNs);
     }
-    if (facts.hasCarrier || before.isUp) return TellBaseline(*nic);
-    nic->graceNs = nowNs + kGraceNs;
-    return;
+    return before.isUp ? TellBaseline(*nic) : TellFound(nic, nowNs);
   }
   if (!facts.isUp) return;
   if (losses == 0 && before.hasCarrier == facts.hasCarrier) return;
@@ -145,6 +141,13 @@ void LinkModel::TellAll(Nic *nic, bool isLastWord, int64_t nowNs) {
     }
   }
   TellLink(*nic, isLastWord, false);
+}
+
+/// A link that was not known, or switched off, is given time to find its carrier.
+void LinkModel::TellFound(Nic *nic, int64_t nowNs) {
+  if (!nic->facts.isUp) return;
+  if (nic->facts.hasCarrier) return TellBaseline(*nic);
+  nic->graceNs = nowNs + kGraceNs;
 }
 
 void LinkModel::TellBaseline(const Nic &nic) {

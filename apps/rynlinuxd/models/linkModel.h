@@ -63,6 +63,7 @@ class LinkModel {
   void TellLink(const Nic &nic, bool isLastWord, bool isBaseline);
   void TellPort(const Nic &nic, bool isLastWord, bool isBaseline);
   void TellBaseline(const Nic &nic);
+  void TellFound(Nic *nic, int64_t nowNs);
   void TellLosses(Nic *nic, int64_t nowNs);
   void Settle(Nic *nic, int64_t nowNs);
   int32_t CarriersOf(int32_t bridge) const;

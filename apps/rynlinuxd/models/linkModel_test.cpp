@@ -153,6 +153,22 @@ TEST_F(Links, ALinkWithoutItsCarrierAfterBeingSwitchedOnCountsOnceItHadTimeToFin
   EXPECT_EQ(told.Take(), "net.hynic.linkstate.up eth1\n");
 }
 
+TEST_F(Links, ALinkThatIsFoundIsGivenTheSameTime) {
+  model.Replace({Nic(1, true, false), Nic(2, true, false)}, 0);
+  At(3000, Nic(1, true, true));  // as after a boot: nothing was gained
+  At(3100, Nic(3, true, false));
+  At(3200, Nic(3, true, true));
+  Pass(20'000);
+  EXPECT_EQ(told.Take(), "") << "how they were found";
+  At(21'000, Nic(2, true, true));
+  EXPECT_EQ(told.Take(), "net.hynic.linkstate.up eth2\n");
+  LinkModel next({}, &told);  // another run, in which the cable was pulled
+  next.Replace({Nic(1, true, false)}, 0);
+  EXPECT_EQ(told.Take(), "");
+  next.OnDue(next.Due());
+  EXPECT_EQ(told.Take(), "net.hynic.linkstate.down eth1\n");
+}
+
 TEST_F(Links, APortTellsItsBridgeAndWhatIsLeft) {
   model.Replace({Nic(1, true, true, 0, 9), Nic(2, true, true, 0, 9), Bridge()}, 0);
   At(100, Nic(1, true, false, 1, 9));
