@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "catalog/catalog.h"
+#include "eventRecord/eventDecoder.h"
 #include "hosted/records/rawRecord.h"
 #include "rynctl/sending/argument.h"
 #include "rynctl/sending/observationCheck.h"
@@ -65,6 +68,31 @@ struct Host : RunningDaemon {
   }
 };
 
+/// The events that came, a line each, to the byte; each once, in alphabetical order.
+Names Texts(const Collector &records) {
+  Names lines;
+  for (const std::string &record : records.All()) {
+    const auto event = eventrecord::DecodeEvent(reinterpret_cast<const std::byte *>(record.data()), record.size());
+    EXPECT_EQ(event.problems, Words{}) << event.name;
+    lines.insert(event.name + "\t" + eventrecord::ArgumentList(event.arguments) + "\t" + event.text);
+  }
+  return lines;
+}
+
+/// The lines that the tree keeps of them. RYND_KEEP_TEXTS=1 has `now` kept in their place: read the difference.
+Names KeptTexts(const Names &now) {
+  const std::string path = RYND_SOURCE "/testing/system/eventTexts.txt";
+  if (getenv("RYND_KEEP_TEXTS") != nullptr) {
+    std::string text;
+    for (const std::string &line : now) text += line + "\n";
+    WriteFile(path, text);
+  }
+  Names kept;
+  std::istringstream lines(ReadFile(path));
+  for (std::string line; std::getline(lines, line);) kept.insert(line);
+  return kept;
+}
+
 TEST(CatalogExamples, LeadToWhatIsSaidOfThem) {
   Host host;
   for (const catalog::Observation &observation : catalog::Observations()) {
@@ -91,6 +119,10 @@ TEST(CatalogExamples, LeadToWhatIsSaidOfThem) {
   // What comes late would have been said of nothing.
   ASSERT_TRUE(SendRecord(host.kernel, RecordOf("ryn.storage.apd.start", {"last"})));
   EXPECT_EQ(host.Received({"amb.problem.storage.apd.start"}), Names{"amb.problem.storage.apd.start"});
+  const Names texts = Texts(host.events.Records());
+  const Names kept = KeptTexts(texts);
+  for (const std::string &line : texts) EXPECT_TRUE(kept.contains(line)) << "new: " << line;
+  for (const std::string &line : kept) EXPECT_TRUE(texts.contains(line)) << "gone: " << line;
   EXPECT_EQ(host.daemon.Stop(), 0);
 }
 
