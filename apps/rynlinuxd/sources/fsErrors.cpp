@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 #include "base/uniqueFd.h"
 #include "hosted/log/log.h"
@@ -133,7 +134,9 @@ class FsErrors : public Source {
       const bool isNew = known == model_->Watched().end() || !(known->second == fs);
       if (isNew && fanotify_mark(events_.Get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, kFsError, fd.Get(), nullptr) != 0) {
         last = errno;
-        hosted::Log("Errors of %s are not watched: %s", mount.point.c_str(), std::strerror(last));
+        // Said once, not at each change of the mounts.
+        if (refused_.insert(mount.point).second)
+          hosted::Log("Errors of %s are not watched: %s", mount.point.c_str(), std::strerror(last));
         if (known == model_->Watched().end()) continue;
       }
       TellState(fs, mount, (space.f_flags & ST_RDONLY) != 0);
@@ -154,6 +157,7 @@ class FsErrors : public Source {
 
   base::UniqueFd events_, mountInfo_;
   std::unique_ptr<FsErrorModel> model_;
+  std::set<std::string> refused_;
   int64_t changeNs_ = kNever;
 };
 
