@@ -64,6 +64,7 @@ int Dispatch(const Words &words, Console &console) {
   }
   if (name.starts_with("-")) return line.UsageError(line.UnknownOption(name), console);
   std::vector<text::Known> known;
+  known.reserve(commands.size());
   for (const Command &command : commands) known.push_back({command.name, command.name});
   return line.UsageError("unknown command " + name + text::DidYouMean(text::Suggest(name, known, 2)), console);
 }

@@ -41,30 +41,27 @@ std::string Connect(const std::string &path, base::UniqueFd *fd) {
 
 }  // namespace
 
-AgentAnswer AskAgent(const nlohmann::ordered_json &question) {
-  AgentAnswer result;
+std::string AskAgent(const nlohmann::ordered_json &question, nlohmann::ordered_json *answer) {
   base::UniqueFd fd;
-  result.error = Connect(hosted::RootPath(mgmtd::kControlSocket), &fd);
-  if (!result.error.empty()) return result;
+  if (std::string error = Connect(hosted::RootPath(mgmtd::kControlSocket), &fd); !error.empty()) return error;
+  constexpr const char *kSilent = "the management agent does not answer (see its log: journalctl -u rynmgmtd)";
   const std::string line = question.dump() + "\n";
-  result.there = send(fd.Get(), line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size());
-  result.error = "the management agent does not answer (see its log: journalctl -u rynmgmtd)";
+  if (send(fd.Get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) return kSilent;
   std::string text;
   const Clock::time_point end = Clock::now() + kLimit;
-  while (result.there) {
+  while (true) {
     pollfd readable{fd.Get(), POLLIN, 0};
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-    if (left.count() <= 0 || (poll(&readable, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)) return result;
+    if (left.count() <= 0 || (poll(&readable, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)) return kSilent;
     char part[64 * 1024];
     const ssize_t count = recv(fd.Get(), part, sizeof part, 0);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (count <= 0) break;
     text.append(part, static_cast<size_t>(count));
   }
-  result.answer = nlohmann::ordered_json::parse(text, nullptr, false);
-  if (!result.answer.is_object()) return result;
-  result.error = result.answer.value("error", "");
-  return result;
+  *answer = nlohmann::ordered_json::parse(text, nullptr, false);
+  if (!answer->is_object()) return kSilent;
+  return answer->value("error", "");
 }
 
 }  // namespace rynctl

@@ -6,14 +6,7 @@
 
 namespace rynctl {
 
-/// What the agent answered.
-struct AgentAnswer {
-  bool there = false;   ///< an agent took the question
-  std::string error{};  ///< "" or what went wrong and what to do
-  nlohmann::ordered_json answer{};
-};
-
-/// Ask one question; takes 3 s at most.
-AgentAnswer AskAgent(const nlohmann::ordered_json &question);
+/// Ask one question; takes 3 s at most. "" and the answer, or what went wrong and what to do.
+std::string AskAgent(const nlohmann::ordered_json &question, nlohmann::ordered_json *answer);
 
 }  // namespace rynctl

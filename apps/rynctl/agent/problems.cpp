@@ -35,10 +35,10 @@ void Print(const ordered_json &problems, bool color, size_t width, std::ostream 
 
 /// Say that the agent's store fails, when it does.
 void SayHealth(Console *console) {
-  const AgentAnswer status = AskAgent({{"do", "status"}});
-  if (!status.error.empty() || status.answer.value("works", true)) return;
+  ordered_json status;
+  if (!AskAgent({{"do", "status"}}, &status).empty() || status.value("works", true)) return;
   console->Fail("the agent's store can't be written, so that events wait in its memory: " +
-                status.answer.value("problem", ""));
+                status.value("problem", ""));
 }
 
 }  // namespace
@@ -59,15 +59,16 @@ int ProblemsCommand(const Words &words, Console &console) {
   if (const std::optional<int> status = line.Parse(words, console)) return *status;
 
   SayRoot(console);
-  const AgentAnswer agent = AskAgent({{"do", "problems"}});
-  const bool there = agent.error.empty();
-  ordered_json list = there ? agent.answer.at("problems") : ordered_json::array();
-  if (!there) console.Fail(agent.error);
+  ordered_json answer;
+  const std::string error = AskAgent({{"do", "problems"}}, &answer);
+  const bool there = error.empty();
+  ordered_json list = there ? answer.at("problems") : ordered_json::array();
+  if (!there) console.Fail(error);
   try {
     if (all || !there) ReadStore(!there, all, &list);
     if (!there) console.err << "rynctl: what follows is what its store holds\n" << std::flush;
-  } catch (const mgmtd::StoreError &error) {
-    console.Fail(error.what());
+  } catch (const mgmtd::StoreError &failure) {
+    console.Fail(failure.what());
     if (!there) return kNoAgent;
   }
   if (there) SayHealth(&console);

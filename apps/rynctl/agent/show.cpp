@@ -128,9 +128,10 @@ int AckCommand(const Words &words, Console &console) {
   if (!line.Has("ID")) return line.UsageError("ID is required", console);
 
   SayRoot(console);
-  const AgentAnswer agent = AskAgent({{"do", "ack"}, {"id", id}, {"subject", subject}});
-  if (!agent.error.empty()) return console.Fail(agent.error);
-  const uint64_t ended = agent.answer.value("ended", uint64_t{0});
+  ordered_json answer;
+  const std::string error = AskAgent({{"do", "ack"}, {"id", id}, {"subject", subject}}, &answer);
+  if (!error.empty()) return console.Fail(error);
+  const uint64_t ended = answer.value("ended", uint64_t{0});
   if (ended == 0) {
     return console.Fail("event " + std::to_string(id) + " has no open problem" +
                         (subject.empty() ? "" : " about " + subject) + " ('rynctl problems' lists all)");
