@@ -12,7 +12,7 @@ std::string PartKey(const std::string &problem, const std::string &argument, con
 
 std::string IdentityKey(const std::string &name, const NamedValues &about) {
   std::string key = name;
-  for (const auto &[argument, value] : about) key += '\0' + argument + '\0' + value;
+  for (const auto &[argument, value] : about) key.append(1, '\0').append(argument).append(1, '\0').append(value);
   return key;
 }
 
