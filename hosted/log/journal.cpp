@@ -2,8 +2,6 @@
 // NAME, a line end, the value's length as 64 bits, the value and a line end. Any thread; no state but the socket's.
 #include "hosted/log/journal.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -12,10 +10,9 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 #include "base/immortal.h"
-#include "base/uniqueFd.h"
+#include "hosted/log/journalDatagram.h"
 #include "hosted/paths.h"
 
 namespace hosted {
@@ -71,37 +68,6 @@ size_t MakeFieldName(const char *sdId, const char *name, char *out) {
   return used;
 }
 
-/// Send the fields in a file that can't be changed any more.
-SendResult SendAsFile(Fields *fields) {
-  const base::UniqueFd file(memfd_create("rynd-log", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (!file) return SendResult::kTooLong;
-  size_t size = 0;
-  for (size_t i = 0; i < fields->Count(); ++i) size += fields->Parts()[i].iov_len;
-  if (writev(file.Get(), fields->Parts(), static_cast<int>(fields->Count())) != static_cast<ssize_t>(size) ||
-      fcntl(file.Get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL) != 0) {
-    return SendResult::kTooLong;
-  }
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
-  msghdr record{};
-  record.msg_control = control.data();
-  record.msg_controllen = control.size();
-  cmsghdr *header = CMSG_FIRSTHDR(&record);
-  header->cmsg_level = SOL_SOCKET;
-  header->cmsg_type = SCM_RIGHTS;
-  header->cmsg_len = CMSG_LEN(sizeof(int));
-  const int fd = file.Get();
-  std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-  return Socket().Send(record);
-}
-
-SendResult SendFields(Fields *fields) {
-  msghdr record{};
-  record.msg_iov = fields->Parts();
-  record.msg_iovlen = fields->Count();
-  const SendResult result = Socket().Send(record);
-  return result == SendResult::kTooLong ? SendAsFile(fields) : result;
-}
-
 /// When the journal was last found missing; 0 when it was there. A host without one pays a look a second for it.
 std::atomic<int64_t> missingSince{0};
 
@@ -127,7 +93,7 @@ SendResult SendToJournal(const LogHeader &header, std::string_view message, bool
     const size_t used = MakeFieldName(header.sdId, param->name, names[i].data());
     fields.AddField({names[i].data(), used}, param->value == nullptr ? "" : param->value, &sizes[i]);
   }
-  const SendResult result = SendFields(&fields);
+  const SendResult result = SendJournalDatagram(&Socket(), fields.Parts(), fields.Count());
   if (result == SendResult::kNoListener) {
     missingSince.store(MonotonicNanoseconds(), std::memory_order_relaxed);
   } else if (since != 0) {
