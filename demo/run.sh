@@ -3,7 +3,8 @@
 set -eu
 bin=$1
 . "$(dirname "$0")/stage.sh"
-start_agent
+start_agent --http 127.0.0.1:0
+page=$(sed -n 's/.*Serving //p' "$root/mgmtd.log")
 follow_events
 start_daemon
 # A root sees its own host too: links that are called demo... count as its NICs.
@@ -13,6 +14,7 @@ if [ "$(id -u)" = 0 ]; then
 fi
 printf 'rynd and rynmgmtd run. In another terminal:\n\n  export CORVANE_ROOT=%s PATH=%s:$PATH\n' "$root" "$(cd "$bin" && pwd)"
 printf '  rynctl submit ryn.storage.apd.start naa.1\n  rynctl problems\n  rynctl trace\n\n'
+printf 'What is wrong, live, in a browser: %s\n\n' "$page"
 printf 'Their logs are %s/log and %s/mgmtd.log. Ctrl-C ends them.\n\n' "$root" "$root"
 tail -f -n +1 "$root/events" &
 pids="$! $pids"

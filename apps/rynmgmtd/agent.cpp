@@ -107,6 +107,20 @@ int RunAgent(const Options &options) {
     Log(LogLevel::kError, error);
     return kFailed;
   }
+  const std::string store = hosted::RootPath(kStoreFile);
+  Sinks sinks(options.sinks, store, &feed, &writer);
+  HttpServer http(options.http, {store, &feed, &writer, [&sinks] { return sinks.Statuses(); }});
+  std::string refusal = sinks.Start();
+  if (refusal.empty() && !options.http.address.empty()) refusal = http.Start();
+  if (!refusal.empty()) {
+    Log(LogLevel::kError, refusal);
+    sinks.Stop();
+    writer.Stop(kCommitLimit);
+    feed.Stop();
+    control.Stop();
+    return kRefused;
+  }
+  if (!options.http.address.empty()) Log(LogLevel::kInfo, "Serving " + http.Url());
   eventrecord::EventReceiver receiver(
       socket.Fd(), kSilence,
       [&](std::span<const std::byte> record, const std::string &cut) {
@@ -121,8 +135,10 @@ int RunAgent(const Options &options) {
 
   socket.Remove();
   receiver.Drain(kDrainLimit);
+  sinks.Stop();  // in front of the writer, which commits how far they came
   writer.Stop(kCommitLimit);
   feed.Stop();
+  http.Stop();
   control.Stop();
   Log(LogLevel::kInfo, Summary(writer.Health()));
   if (error != 0) Log(LogLevel::kError, std::string("Cannot wait for events: ") + std::strerror(error));

@@ -53,6 +53,17 @@ std::optional<int> ParseOptions(int argc, char **argv, Options *options) {
   app.add_option("--retention-size", size, "Keep no more than SIZE, such as 512M (1G)")
       ->check(CheckSize)
       ->option_text("SIZE");
+  auto *http = app.add_option("--http", options->http.address, "Serve the web page on ADDRESS:PORT or a socket's PATH");
+  http->option_text("WHERE");
+  app.add_option("--http-token-file", options->http.tokenFile, "Show it only to who has the token in FILE")
+      ->option_text("FILE")
+      ->needs(http);
+  app.add_flag("--journal", options->sinks.journal, "Write events to the journal");
+  app.add_option("--alertmanager", options->sinks.alertmanagers, "Send problems to an Alertmanager; several times")
+      ->option_text("URL")
+      ->allow_extra_args(false);
+  app.add_option("--exec", options->sinks.exec, "Run PROGRAM for each event, its JSON on standard input")
+      ->option_text("PROGRAM");
   app.footer("'rynctl problems' and 'rynctl history' show what it knows; see rynmgmtd(8).");
   try {
     app.parse(argc, argv);

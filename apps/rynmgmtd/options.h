@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "mgmtd/http/httpServer.h"
+#include "mgmtd/sinks/sinks.h"
 #include "mgmtd/store/writer.h"
 
 namespace mgmtd {
@@ -12,6 +14,8 @@ namespace mgmtd {
 struct Options {
   int64_t retentionDays = WriterOptions{}.retentionDays;
   int64_t retentionBytes = WriterOptions{}.retentionBytes;
+  HttpOptions http;  ///< no address: no page
+  SinkOptions sinks;
 };
 
 /// Read the command line. Nothing to go on, or the exit status: 0 after --help or --version, which are printed; 2 after
