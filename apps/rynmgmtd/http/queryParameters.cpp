@@ -51,7 +51,7 @@ std::optional<int64_t> QueryParameters::Time(const char *name) const {
 }
 
 std::string QueryParameters::Choice(const char *name, std::initializer_list<std::string_view> choices) const {
-  const std::string text = Text(name);
+  std::string text = Text(name);
   if (text.empty() || std::find(choices.begin(), choices.end(), text) != choices.end()) return text;
   std::string why = std::string(name) + "=" + text + " is none of";
   for (const std::string_view choice : choices) why.append(" ").append(choice);
