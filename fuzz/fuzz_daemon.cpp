@@ -36,16 +36,16 @@ base::UniqueFd Serve(const char *path, int type) {
   return fd;
 }
 
-void ServeLog() {
-  static const base::UniqueFd log = Serve(hosted::kLogSocket, SOCK_DGRAM);
+void ServeLog(int log) {
   static char record[300'000];
-  while (recv(log.Get(), record, sizeof record, 0) >= 0) continue;
+  while (recv(log, record, sizeof record, 0) >= 0) continue;
 }
 
-void ServeEvents() {
-  static const base::UniqueFd listener = Serve(hosted::kEventSocket, SOCK_STREAM);
+/// Until the listener is shut down and nobody waits any more.
+void ServeEvents(int listener) {
   for (;;) {
-    const base::UniqueFd connection(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const base::UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    if (!connection) return;
     std::vector<std::byte> record(2'000'000);
     size_t size = 0;
     for (ssize_t count; (count = read(connection.Get(), &record[size], record.size() - size)) > 0;) {
@@ -56,12 +56,13 @@ void ServeEvents() {
   }
 }
 
-/// The daemon's thread, and its end.
+/// The daemon's thread and those of its peers, and their end. Never destroyed.
 class Daemon {
  public:
   Daemon() {
-    std::thread(ServeLog).detach();
-    std::thread(ServeEvents).detach();
+    catalog::Events();  // before what ends this all is registered, so that it is still there at the end
+    std::thread(ServeLog, log_.Get()).detach();
+    eventThread_ = std::thread(ServeEvents, events_.Get());
     thread_ = std::thread([] {
       std::string words[] = {"rynd", "-e"};
       char *argv[] = {words[0].data(), words[1].data(), nullptr};
@@ -74,10 +75,14 @@ class Daemon {
   void Stop() {
     pthread_kill(thread_.native_handle(), SIGTERM);
     thread_.join();
+    shutdown(events_.Get(), SHUT_RDWR);
+    eventThread_.join();
   }
 
  private:
-  std::thread thread_;
+  const base::UniqueFd log_ = Serve(hosted::kLogSocket, SOCK_DGRAM);
+  const base::UniqueFd events_ = Serve(hosted::kEventSocket, SOCK_STREAM);
+  std::thread thread_, eventThread_;
 };
 
 Daemon &TheDaemon() {
