@@ -389,6 +389,7 @@ TEST(Journal, TakesRecordsAsFieldsWhereItIs) {
   EXPECT_EQ(journal.Next(), head + "x\n" + binary + "AMB_EMPTY=\n");
   // No datagram holds 230 KB where the send buffer has its usual size.
   for (const size_t size : {size_t{100'000}, size_t{230'000}}) {
+    if (RYND_EMULATED && size > 200'000) break;  // the emulator loses what comes with an empty datagram
     bool asFile = false;
     LogText(std::string(size, 'y'));
     EXPECT_TRUE(journal.Next(&asFile) == head + std::string(size, 'y') + tail);

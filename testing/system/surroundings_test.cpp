@@ -35,6 +35,7 @@ TEST(Surroundings, ABlockedStandardErrorHoldsNothingUp) {
     EXPECT_TRUE(events.Records().WaitFor("amb.problem.storage.apd.start", 40));
     EXPECT_EQ(daemon.Stop(), 0);
   }
+  if (RYND_EMULATED) return;  // the emulator writes there too when its program aborts, and waits
   const TestRoot root;
   const base::UniqueFd pipe = FullPipe(root / "/stderr");
   WriteFile(root / "/var/lib/corvane/host/sysinfo/system/buildSignature", "another\n");
