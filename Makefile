@@ -25,8 +25,9 @@ demo: programs
 run: programs
 	@demo/run.sh $(RELEASE)/bin
 
+# Twice as many tests as jobs: many wait for most of their time.
 test: build
-	ctest --preset release -j $(JOBS)
+	ctest --preset release -j $$(($(JOBS) * 2))
 
 check:
 	@tools/install-deps base check
