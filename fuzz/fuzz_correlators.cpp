@@ -93,7 +93,7 @@ int64_t WindowClockS() {
 int StartTimerThread() {
   return 0;
 }
-int RegisterTimer(TimerCallback callback) {
+int RegisterTimer(const char * /*name*/, TimerCallback callback) {
   timers.push_back({callback});
   return static_cast<int>(timers.size()) - 1;
 }

@@ -59,7 +59,7 @@ std::vector<FakeTimer> &Timers() {
   return timers;
 }
 
-int RegisterTimer(TimerCallback callback) {
+int RegisterTimer(const char * /*name*/, TimerCallback callback) {
   if (Timers().size() == TimerRegistry::kMaxTimers) return -1;
   Timers().push_back({callback});
   return static_cast<int>(Timers().size()) - 1;

@@ -16,7 +16,6 @@
 #include "platform/hsi.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
-#include "post/rateLimit.h"
 
 namespace rynd {
 namespace {
@@ -57,7 +56,6 @@ QueueMutex queueMutex;  // guards the two below and every send; never taken insi
 ListLinks queue GUARDED_BY(queueMutex);
 bool retryPending GUARDED_BY(queueMutex) = false;
 
-RateLimit rateLimit;
 int retryTimer = -1;                       // set once, before any agent starts
 std::byte systemUuid[kHsiSystemUuidSize];  // likewise
 
@@ -182,19 +180,13 @@ bool SendQueue() EXCLUDES(queueMutex) {
 }  // namespace
 
 void EventPostInit() {
-  retryTimer = RegisterTimer(QueueFlush);
+  retryTimer = RegisterTimer("queue retry", QueueFlush);
   const HYK_ReturnStatus status = HSI_Get("system/systemUuid", nullptr, systemUuid, sizeof systemUuid);
   if (status != kHykOk) Log("Cannot read system/systemUuid: %s\n", strerror(HYK_ReturnStatusToErrno(status)));
 }
 
 const std::byte *SystemUuidText() {
   return systemUuid + kEventUuidOffset;
-}
-
-bool PassesRateLimit(int64_t now, const char *eventNamespace, const char *shortId) {
-  if (rateLimit.Pass(now)) return true;
-  Log("Event rate limit reached. Dropping kprob: %s%s\n", eventNamespace, shortId);
-  return false;
 }
 
 void Deliver(const std::byte *record, size_t length, const char *name, const char *message) {

@@ -59,8 +59,8 @@ std::atomic<int> timerOfCallback = -1;
 
 TEST(TimerThread, ArmingWakesTheThreadAlsoFromACallback) {
   ASSERT_EQ(StartTimerThread(), 0);
-  const int later = RegisterTimer([] { ++calls; });
-  timerOfCallback = RegisterTimer([] {
+  const int later = RegisterTimer("later", [] { ++calls; });
+  timerOfCallback = RegisterTimer("again", [] {
     if (++calls == 1) ArmTimer(timerOfCallback, 0, 1);  // re-arming from a callback must not meet its own lock
   });
   ASSERT_EQ(ArmTimer(later, 0, 3600), 0);  // the thread now waits for an hour

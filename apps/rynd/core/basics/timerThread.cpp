@@ -17,6 +17,7 @@ namespace {
 
 /// The agent that registered a timer: what its callback does is counted for it.
 struct Owner {
+  const char *name = "";
   TimerCallback callback = nullptr;
   AgentStatistics *agent = nullptr;
 };
@@ -79,11 +80,11 @@ int StartTimerThread() {
   return status;
 }
 
-int RegisterTimer(TimerCallback callback) {
+int RegisterTimer(const char *name, TimerCallback callback) {
   Timers &timers = AllTimers();
   MutexLock lock(timers.mutex);
   const int id = timers.registry.Register(callback);
-  if (id >= 0) timers.owners[static_cast<size_t>(id)] = {callback, CurrentAgentStatistics()};
+  if (id >= 0) timers.owners[static_cast<size_t>(id)] = {name, callback, CurrentAgentStatistics()};
   return id;
 }
 

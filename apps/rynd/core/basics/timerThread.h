@@ -11,8 +11,9 @@ namespace rynd {
 /// value.
 int StartTimerThread();
 
-/// Register a timer; `callback` runs on the timer thread. Its identity, or -1 when 16 are held. Any thread.
-int RegisterTimer(TimerCallback callback);
+/// Register a timer; `callback` runs on the timer thread. `name` is a literal of its own: identities depend on which
+/// agent comes first. Its identity, or -1 when 16 are held. Any thread.
+int RegisterTimer(const char *name, TimerCallback callback);
 
 /// Arm a timer as TimerRegistry::Arm does, from now on; the thread is woken when it has to look earlier. Any thread,
 /// callbacks included.

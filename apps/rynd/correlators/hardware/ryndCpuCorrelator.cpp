@@ -227,8 +227,9 @@ void ResetPageErrorCounts() {
 }
 
 void StartCpuTimers() {
-  if (const int timer = RegisterTimer(RefreshCpuOptions); timer != -1) ArmTimer(timer, 1, kRefreshS);
-  const int resetTimer = RegisterTimer(ResetPageErrorCounts);
+  if (const int timer = RegisterTimer("page error options", RefreshCpuOptions); timer != -1)
+    ArmTimer(timer, 1, kRefreshS);
+  const int resetTimer = RegisterTimer("page error period", ResetPageErrorCounts);
   uint32_t periodS = 0;
   {
     MutexLock lock(SharedState().mutex);

@@ -80,7 +80,7 @@ TEST(NetCorrelatorDeathTest, WithoutATimerItDoesNotRunAndWithoutAPipeItIsFatal) 
   EXPECT_EXIT(
       {
         CapturedLog log;
-        while (RegisterTimer(nullptr) != -1) {
+        while (RegisterTimer("test", nullptr) != -1) {
         }
         RyndNetCorrelator();
         _exit(log.Messages().empty() ? 0 : 1);

@@ -33,7 +33,7 @@ void TimerWake() {
 
 /// The timer's identity, or -1.
 int UplinkTimerId() {
-  static const int id = RegisterTimer(TimerWake);
+  static const int id = RegisterTimer("uplinks", TimerWake);
   return id;
 }
 

@@ -27,7 +27,7 @@ class UplinkMonitorTest : public testing::Test {
     TakeEvents();
   }
   static int TimerId() {
-    static const int id = RegisterTimer(nullptr);
+    static const int id = RegisterTimer("test", nullptr);
     return id;
   }
   static FakeTimer &Timer() { return Timers()[static_cast<size_t>(TimerId())]; }

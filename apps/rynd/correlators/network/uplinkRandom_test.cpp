@@ -151,7 +151,7 @@ class RandomHost {
     return most;
   }
 
-  static inline const int timerId_ = RegisterTimer(nullptr);
+  static inline const int timerId_ = RegisterTimer("test", nullptr);
   std::mt19937 random_;
   const bool onTime_;
   int64_t nowNs_ = 1000 * kNsPerSecond;
