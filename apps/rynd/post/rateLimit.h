@@ -30,4 +30,8 @@ class RateLimit {
   std::atomic<uint32_t> count_ = 0;
 };
 
+/// Count one event at `now` (whole wall-clock seconds). False, with the drop logged, when too many have been posted.
+/// Any thread.
+bool PassesRateLimit(int64_t now, const char *eventNamespace, const char *shortId);
+
 }  // namespace rynd

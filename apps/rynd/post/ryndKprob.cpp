@@ -16,6 +16,7 @@
 #include "platform/messageFormat.h"
 #include "platform/system.h"
 #include "post/eventRecord.h"
+#include "post/rateLimit.h"
 #include "post/ryndKprobQueue.h"
 
 namespace rynd {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
 namespace rynd {
 
@@ -11,9 +10,6 @@ void EventPostInit();
 
 /// The 38 bytes of the host's UUID that go into every record; zeros before EventPostInit. Any thread.
 const std::byte *SystemUuidText();
-
-/// Count one event at `now` (whole wall-clock seconds). False, with the drop logged, when too many have been posted.
-bool PassesRateLimit(int64_t now, const char *eventNamespace, const char *shortId);
 
 /// Send a record, or queue a copy of it behind those that wait. `record` must have `length` readable bytes behind its
 /// own; `name` and `message` are for the log. Any thread.
