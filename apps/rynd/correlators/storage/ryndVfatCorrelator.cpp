@@ -1,15 +1,13 @@
 // The VFAT correlator: reports VFAT file systems that run full, the host's scratch partition by that name, each once in
 // 300 seconds. Its agent's thread.
-#include <unistd.h>
-
 #include <string>
 
 #include "core/agents/runner.h"
 #include "core/basics/clock.h"
+#include "core/basics/hostFolders.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/storage/alarmLimiter.h"
 #include "correlators/storage/storageCorrelators.h"
-#include "platform/system.h"
 
 namespace rynd {
 namespace {
@@ -22,13 +20,9 @@ constexpr EventMessage kOtherFull = {
     kProblem, "@&!*@*@(amb.problem.vfat.filesystem.full.other)The VFAT filesystem %s (UUID %s) is full."};
 constexpr EventMessage kVfatMessages[] = {kScratchFull, kOtherFull};
 
-constexpr char kScratch[] = "/scratch";
-
 /// The last component of what the scratch link leads to; of the link itself when it can't be read.
 std::string ScratchName() {
-  char target[4095];
-  const ssize_t length = readlink((std::string(Hyk_Root()) + kScratch).c_str(), target, sizeof target);
-  const std::string path = length < 0 ? kScratch : std::string(target, static_cast<size_t>(length));
+  const std::string path = ScratchTarget();
   return path.substr(path.rfind('/') + 1);  // none: npos + 1 is the whole text
 }
 

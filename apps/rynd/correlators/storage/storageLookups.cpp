@@ -1,15 +1,14 @@
 #include "correlators/storage/storageLookups.h"
 
 #include <cxxabi.h>
-#include <fcntl.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <set>
 
 #include "base/uniqueFd.h"
+#include "core/basics/hostFolders.h"
 #include "platform/hostMgmtStorage.h"
-#include "platform/system.h"
 #include "platform/volumesDirectory.h"
 
 namespace rynd {
@@ -76,8 +75,7 @@ std::optional<std::string> DeviceOfPath(const char *path) {
 }
 
 std::optional<std::string> DatastoreList(const char *device) {
-  const std::string path = std::string(Hyk_Root()) + kVolumesDirectory;
-  const base::UniqueFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const base::UniqueFd directory = OpenVolumesFolder();
   if (!directory) return std::nullopt;
   return Try([&] { return ListVolumes(directory.Get(), device); });
 }
