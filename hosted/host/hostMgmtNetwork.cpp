@@ -2,8 +2,6 @@
 // Any thread.
 #include "platform/hostMgmtNetwork.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 
@@ -39,9 +37,10 @@ std::shared_ptr<DVPort> NetworkFactory::GetDVPort(const std::string &switchName,
 bool DVPort::Exists() const {
   const std::string folder = "net/dvports/" + hosted::HostComponent(switch_.c_str());
   // What the file holds is nobody's business.
-  if (access(hosted::HostTreePath(folder + "/" + hosted::HostComponent(port_.c_str())).c_str(), F_OK) == 0) return true;
-  if (errno == ENOENT || errno == ENAMETOOLONG) return false;
-  Fail(DVPortName(switch_, port_), errno);
+  const int error = hosted::HostPathExists(folder + "/" + hosted::HostComponent(port_.c_str()));
+  if (error == ENOENT || error == ENAMETOOLONG) return false;
+  if (error != 0) Fail(DVPortName(switch_, port_), error);
+  return true;
 }
 
 }  // namespace HostMgmt::Network

@@ -2,8 +2,6 @@
 // of a device. Any thread.
 #include "platform/hostMgmtStorage.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -73,8 +71,8 @@ Path::Path(std::string deviceName) : deviceName_(std::move(deviceName)) {}
 std::unique_ptr<Lun> StorageInfo::GetLunByName(const char *name, bool /*current*/) const {
   // Kept: nothing is remembered here, so that every look-up is current.
   const std::string component = hosted::HostComponent(name);
-  if (access(hosted::HostTreePath(DevicePath(component)).c_str(), F_OK) != 0) {
-    Fail("cannot find the storage device " + component, errno);
+  if (const int error = hosted::HostPathExists(DevicePath(component)); error != 0) {
+    Fail("cannot find the storage device " + component, error);
   }
   if (DeviceInteger(component, "disk", 0, 1, 1) == 0) return std::make_unique<Lun>(component);
   return std::make_unique<DiskLun>(component);

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "hosted/host/hostTree.h"
-#include "hosted/host/machineCpu.h"
+#include "hosted/host/machine.h"
 #include "hosted/log/log.h"
 #include "platform/hsiRecords.h"
 

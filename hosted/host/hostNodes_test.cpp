@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "hosted/host/hostTree.h"
-#include "hosted/host/machineCpu.h"
+#include "hosted/host/machine.h"
 #include "hosted/testSupport.h"
 #include "platform/hostMgmt.h"
 #include "platform/hsiRecords.h"

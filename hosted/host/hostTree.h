@@ -27,6 +27,9 @@ int ReadHostIntegers(std::string_view path, int64_t least, int64_t most, std::sp
 /// Read one decimal integer from `least` to `most`.
 int ReadHostInteger(std::string_view path, int64_t least, int64_t most, int64_t *value);
 
+/// Whether the tree has a file or a folder `path`: 0, ENOENT, ENAMETOOLONG or another errno value; none is logged.
+int HostPathExists(std::string_view path);
+
 /// The names that stand in the folder `path`, decoded, ordered byte-wise; none when there is no such folder. A name
 /// that holds a NUL, or that no name is encoded as, is left out and logged, a hidden file silently. 0 or an errno
 /// value, which is logged.

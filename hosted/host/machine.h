@@ -1,4 +1,4 @@
-// What the machine itself says of its processors. Any thread.
+// What the machine itself says of its processors and its identity. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -15,5 +15,8 @@ CpuCounts MachineCpuCounts();
 
 /// The vendor that the processors name, such as "GenuineIntel"; empty where they name none.
 std::string MachineCpuVendor();
+
+/// The machine's identity as the text of a UUID, the same at every call; made of the host's name where it has none.
+std::string MachineUuid();
 
 }  // namespace hosted

@@ -1,4 +1,4 @@
-#include "hosted/host/machineCpu.h"
+#include "hosted/host/machine.h"
 
 #include <unistd.h>
 
