@@ -79,7 +79,6 @@ void Write(const std::string &path, const std::vector<std::string> &sources) {
 
 namespace rynd {
 
-// NOLINTBEGIN(performance-unnecessary-value-param): as they are declared
 void RunCorrelatorFiltered(const char *name, const std::vector<const char *> & /*prefixes*/,
                            const std::vector<const char *> & /*exactIds*/, Handler /*defaultHandler*/,
                            HandlerTable table) {
@@ -96,7 +95,6 @@ void RunCorrelatorWithTimer(const char *name, const char * /*prefix*/, Handler /
                             void (* /*timerCallback*/)(), const int * /*extraFds*/, int /*extraFdCount*/) {
   Keep(name, table);
 }
-// NOLINTEND(performance-unnecessary-value-param)
 void DispatchObservation(Handler /*defaultHandler*/, HandlerTable * /*table*/, Observation * /*observation*/) {}
 
 }  // namespace rynd
