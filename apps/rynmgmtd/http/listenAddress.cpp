@@ -2,6 +2,7 @@
 #include "mgmtd/http/listenAddress.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 
@@ -10,7 +11,8 @@
 #include <cstring>
 #include <memory>
 
-#include "base/unixListener.h"
+#include "base/unixAddress.h"
+#include "hosted/contexts/unixSocket.h"
 
 namespace mgmtd {
 namespace {
@@ -43,27 +45,10 @@ std::string Failure(const std::string &where, int error) {
   return "cannot serve " + where + ": " + std::strerror(error);
 }
 
-/// Remove the socket file that a server left behind which is gone. 0 or EADDRINUSE when one is still served.
-int RemoveStale(const base::UnixAddress &address) {
-  struct stat status {};
-  if (lstat(address.address.sun_path, &status) != 0 || !S_ISSOCK(status.st_mode)) return 0;
-  const base::UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (connect(probe.Get(), address.Get(), base::UnixAddress::kLength) == 0 || errno == EAGAIN) return EADDRINUSE;
-  if (errno == ECONNREFUSED) unlink(address.address.sun_path);
-  return 0;
-}
-
 std::string ListenOnPath(const std::string &path, base::UniqueFd *fd) {
   constexpr mode_t kMode = 0660;
-  base::UnixAddress address;
-  if (const int error = base::MakeUnixAddress(path, &address)) return Failure(path, error);
-  base::UniqueFd made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!made) return Failure(path, errno);
-  if (const int error = RemoveStale(address)) return Failure(path, error);
-  if (const int error = base::BindListener(made.Get(), path, address, kMode)) return Failure(path, error);
-  if (listen(made.Get(), kBacklog) != 0) return Failure(path, errno);
-  *fd = std::move(made);
-  return "";
+  if (const int error = hosted::ServeUnixSocket(path, SOCK_STREAM, kMode, fd); error != 0) return Failure(path, error);
+  return fcntl(fd->Get(), F_SETFL, O_NONBLOCK) == 0 ? "" : Failure(path, errno);
 }
 
 }  // namespace
