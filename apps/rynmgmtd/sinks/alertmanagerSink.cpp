@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <tuple>
 #include <utility>
 
 #include "mgmtd/json/json.h"
@@ -34,7 +33,7 @@ std::string HostName() {
 
 /// What makes two problems one alert.
 auto KeyOf(const Problem &problem) {
-  return std::tuple(problem.name, problem.subject, problem.hostUuid);
+  return std::pair(problem.name, problem.subject);
 }
 
 /// Further alerts in pieces may pass where these did not together.
@@ -59,8 +58,8 @@ std::string AlertmanagerUrl::Parse(const std::string &text, AlertmanagerUrl *out
 Json AlertOf(const Problem &problem, const std::string &host, int64_t nowUs) {
   Json labels = {{"alertname", problem.name}, {"severity", catalog::SeverityName(problem.severity)}, {"host", host}};
   if (!problem.subject.empty()) labels["subject"] = problem.subject;
-  if (!problem.hostUuid.empty()) labels["host_uuid"] = problem.hostUuid;
   Json annotations = {{"summary", problem.text}, {"times", std::to_string(problem.times)}};
+  if (!problem.hostUuid.empty()) annotations["host_uuid"] = problem.hostUuid;
   annotations["acknowledge"] = "rynctl ack " + std::to_string(problem.eventId);
   if (const catalog::Event *event = catalog::FindEvent(problem.name)) {
     annotations["description"] = event->means + " " + event->impact;
@@ -129,7 +128,7 @@ bool AlertmanagerSink::PassChanges(bool *gaveUp) {
     }
     const int64_t last = changed.empty() ? newest.change : changed.back().change;
     // What ended and is open again is open: its end would come behind.
-    std::set<std::tuple<std::string, std::string, std::string>> open;
+    std::set<std::pair<std::string, std::string>> open;
     for (const Problem &problem : feed_->OpenProblems()) open.insert(KeyOf(problem));
     std::erase_if(changed,
                   [&open](const Problem &problem) { return !problem.IsOpen() && open.contains(KeyOf(problem)); });
