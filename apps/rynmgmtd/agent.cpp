@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "base/serviceNotify.h"
+#include "base/wallClock.h"
 #include "eventRecord/eventReceiver.h"
 #include "eventRecord/eventSocket.h"
 #include "hosted/paths.h"
@@ -55,11 +56,6 @@ void NotifyService(const char *state) {
   if (const int error = base::NotifyService(state); error != 0) {
     Log(LogLevel::kWarning, std::string("Cannot tell the service manager: ") + std::strerror(error));
   }
-}
-
-int64_t NowUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
 }
 
 /// Until a stop is wanted. 0, or why nothing can be received.
@@ -124,7 +120,7 @@ int RunAgent(const Options &options) {
   eventrecord::EventReceiver receiver(
       socket.Fd(), kSilence,
       [&](std::span<const std::byte> record, const std::string &cut) {
-        writer.Add({{record.begin(), record.end()}, cut, NowUs()});
+        writer.Add({{record.begin(), record.end()}, cut, base::WallClockUs()});
         return true;
       },
       kMostConnections);

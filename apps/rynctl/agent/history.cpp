@@ -6,6 +6,7 @@
 #include <chrono>
 #include <map>
 
+#include "base/wallClock.h"
 #include "hosted/paths.h"
 #include "mgmtd/control/control.h"
 #include "mgmtd/json/json.h"
@@ -66,9 +67,7 @@ void Declare(CommandLine *line, HistoryOptions *options) {
 
 /// "" or which time is none.
 std::string ReadTimes(HistoryOptions *options) {
-  const int64_t now =
-      std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-          .count();
+  const int64_t now = base::WallClockUs();
   const std::pair<const std::string *, std::optional<int64_t> *> times[] = {
       {&options->since, &options->filter.sinceUs}, {&options->until, &options->filter.untilUs}};
   for (const auto &[text, us] : times) {

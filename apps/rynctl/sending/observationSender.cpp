@@ -7,6 +7,7 @@
 #include <chrono>
 #include <string_view>
 
+#include "base/wallClock.h"
 #include "hosted/paths.h"
 
 namespace rynctl {
@@ -18,11 +19,6 @@ constexpr int kSendBuffer = 2 * 128 * 1024;
 
 bool HoldsNul(const std::string &text) {
   return text.find('\0') != std::string::npos;
-}
-
-uint64_t MicrosecondsNow() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
 }
 
 rynsubmit_argument ToSubmit(const hosted::RawArgument &argument) {
@@ -59,7 +55,7 @@ std::string ObservationSender::Send(Submission submission) {
   const Target &target = submission.target;
   if (target.user) return SendToUser(submission.record);
   submission.record.sequence = ++sequence_;
-  submission.record.microseconds = MicrosecondsNow();
+  submission.record.microseconds = static_cast<uint64_t>(base::WallClockUs());
   return SendToKernel(hosted::KernelSocketPath(target.context), hosted::EncodeRecord(submission.record));
 }
 

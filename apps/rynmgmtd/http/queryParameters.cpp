@@ -5,6 +5,7 @@
 #include <charconv>
 #include <chrono>
 
+#include "base/wallClock.h"
 #include "text/time.h"
 
 namespace mgmtd {
@@ -45,7 +46,7 @@ int64_t QueryParameters::Number(const char *name, int64_t otherwise, int64_t low
 std::optional<int64_t> QueryParameters::Time(const char *name) const {
   const std::string given = Text(name);
   if (given.empty()) return std::nullopt;
-  const std::optional<int64_t> time = text::ParseTime(given, NowUs());
+  const std::optional<int64_t> time = text::ParseTime(given, base::WallClockUs());
   if (!time) throw BadParameter(std::string(name) + "=" + given + " is no time: such as -1h or 2024-05-01T07:30:00Z");
   return time;
 }
@@ -56,11 +57,6 @@ std::string QueryParameters::Choice(const char *name, std::initializer_list<std:
   std::string why = std::string(name) + "=" + text + " is none of";
   for (const std::string_view choice : choices) why.append(" ").append(choice);
   throw BadParameter(why);
-}
-
-int64_t NowUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
 }
 
 }  // namespace mgmtd

@@ -37,7 +37,4 @@ class QueryParameters {
   const httplib::Request &request_;
 };
 
-/// Microseconds since the epoch.
-int64_t NowUs();
-
 }  // namespace mgmtd

@@ -1,4 +1,5 @@
 // What the store's file answers. For the lane's thread.
+#include "base/wallClock.h"
 #include "mgmtd/http/api.h"
 #include "mgmtd/http/queryParameters.h"
 #include "mgmtd/json/json.h"
@@ -52,7 +53,7 @@ Json Events(const Request &request, Reader *reader) {
 /// {"since","seconds" (of a bucket),"buckets":[[critical,error,warning,other],...]}.
 Json Timeline(const Request &request, Reader *reader) {
   const QueryParameters parameters(request, {"since", "until", "seconds"});
-  const int64_t until = parameters.Time("until").value_or(NowUs());
+  const int64_t until = parameters.Time("until").value_or(base::WallClockUs());
   const int64_t since = parameters.Time("since").value_or(until - kDayUs);
   const int64_t bucketUs = parameters.Number("seconds", 1800, 1, 31'622'400) * 1'000'000;
   if (since >= until) throw BadParameter("since= is not before until=");

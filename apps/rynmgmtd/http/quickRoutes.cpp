@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/wallClock.h"
 #include "catalog/find.h"
 #include "catalog/json.h"
 #include "mgmtd/http/api.h"
@@ -70,8 +71,10 @@ Json OpenProblems(Feed *feed, const Request &request) {
     if ((!severity.empty() && severity != itsSeverity) || !HasWords(problem, words)) continue;
     if (++matching <= limit) problems.push_back(ToJson(problem));
   }
-  return {{"host", HostName()}, {"now", IsoTime(NowUs())}, {"at", MarksText(at)}, {"open", open.size()},
-          {"counts", counts},   {"matching", matching},    {"problems", problems}};
+  return {{"host", HostName()},  {"now", IsoTime(base::WallClockUs())},
+          {"at", MarksText(at)}, {"open", open.size()},
+          {"counts", counts},    {"matching", matching},
+          {"problems", problems}};
 }
 
 void Explain(const Request &request, Response &response) {
@@ -91,7 +94,7 @@ void Health(const Sources &sources, Response &response) {
     if (!sink.error.empty()) {
       entry["error"] = sink.error;
       entry["failingSince"] = IsoTime(sink.failingSinceUs);
-      if (NowUs() - sink.failingSinceUs > kSinkPatienceUs) wrong.push_back(sink.name + ": " + sink.error);
+      if (base::WallClockUs() - sink.failingSinceUs > kSinkPatienceUs) wrong.push_back(sink.name + ": " + sink.error);
     }
     sinks.push_back(std::move(entry));
   }

@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "base/wallClock.h"
 #include "mgmtd/json/json.h"
 
 namespace mgmtd {
@@ -20,11 +21,6 @@ using std::chrono::milliseconds;
 constexpr size_t kBatch = 200;
 constexpr size_t kMostChanges = 1000;
 constexpr int64_t kGoneAfterUs = int64_t{3600} * 1'000'000;
-
-int64_t NowUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 std::string HostName() {
   std::array<char, 256> name{};
@@ -169,7 +165,7 @@ bool AlertmanagerSink::SendAll(std::span<const Problem> problems, bool isNews) {
 
 Outcome AlertmanagerSink::Send(std::span<const Problem> problems, std::string *error) {
   Json alerts = Json::array();
-  const int64_t now = NowUs();
+  const int64_t now = base::WallClockUs();
   for (const Problem &problem : problems) alerts.push_back(AlertOf(problem, host_, now));
   const httplib::Result result = client_.Post(path_, Dump(alerts), "application/json");
   if (!result) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/wallClock.h"
 #include "mgmtd/log/log.h"
 
 namespace mgmtd {
@@ -17,11 +18,6 @@ constexpr milliseconds kFirstPause(500);
 constexpr milliseconds kLongestPause(30'000);
 constexpr milliseconds kLook(200);  ///< between two looks whether a stop came
 constexpr size_t kBatch = 256;
-
-int64_t NowUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 }  // namespace
 
@@ -112,7 +108,7 @@ milliseconds Sink::Note(Outcome outcome, const std::string &error, uint64_t coun
     if (outcome == Outcome::kRetry) {
       ++status_.failures;
       if (status_.error != error) news = name_ + ": " + error + "; it is tried again, and nothing is left out";
-      if (status_.failingSinceUs == 0) status_.failingSinceUs = NowUs();
+      if (status_.failingSinceUs == 0) status_.failingSinceUs = base::WallClockUs();
       status_.error = error;
       pause_ = std::min(pause_.count() == 0 ? kFirstPause : pause_ * 2, kLongestPause);
       pause = pause_;

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/wallClock.h"
 #include "mgmtd/store/database.h"
 #include "mgmtd/store/writer.h"
 #include "rynctl/showing/testEvent.h"
@@ -29,11 +30,8 @@ class Store : public testing::Test {
   }
   void Add(const std::string &name, const std::vector<std::string> &texts, int64_t atUs = kNow) {
     ++sequence_;
-    ASSERT_TRUE(writer_->Add({EventBytes(name, texts, sequence_, static_cast<uint64_t>(atUs)), "", NowUs()}));
-  }
-  static int64_t NowUs() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
+    ASSERT_TRUE(
+        writer_->Add({EventBytes(name, texts, sequence_, static_cast<uint64_t>(atUs)), "", base::WallClockUs()}));
   }
   template <typename Condition>
   static bool Eventually(Condition condition) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "base/wallClock.h"
 #include "mgmtd/log/log.h"
 #include "mgmtd/store/compose.h"
 
@@ -20,11 +21,6 @@ constexpr std::chrono::seconds kRetry(1);  ///< of a file that fails
 constexpr std::chrono::seconds kHouse(1);
 constexpr std::chrono::minutes kSayAgain(10);  ///< that it still fails
 constexpr int64_t kDayUs = int64_t{86'400} * 1'000'000;
-
-int64_t NowUs() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 }  // namespace
 
@@ -53,7 +49,7 @@ void Writer::Worker::Run() {
     for (ReceivedRecord &record : work.records) TakeIn(std::move(record));
     std::vector<size_t> ended;
     for (const AckRequest &ack : work.acks) {
-      std::vector<Problem> changed = problems_.EndByHand(ack.eventId, ack.subject, ack.user, NowUs());
+      std::vector<Problem> changed = problems_.EndByHand(ack.eventId, ack.subject, ack.user, base::WallClockUs());
       ended.push_back(changed.size());
       Note(std::move(changed));
     }
@@ -228,7 +224,7 @@ void Writer::Worker::Works(size_t written) {
     health_.problem.clear();
     health_.sinceUs = 0;
     health_.stored += written;
-    health_.lastCommitUs = NowUs();
+    health_.lastCommitUs = base::WallClockUs();
   }
   if (again) {
     Log(LogLevel::kNotice, "The store works again: " + options_.path + "; what waited is being written, " +
@@ -244,7 +240,7 @@ void Writer::Worker::Fail(const StoreError &error, bool damage) {
   {
     const std::lock_guard lock(mutex_);
     news = health_.works || health_.problem != text || Clock::now() - lastSaid_ >= kSayAgain;
-    if (std::exchange(health_.works, false)) health_.sinceUs = NowUs();
+    if (std::exchange(health_.works, false)) health_.sinceUs = base::WallClockUs();
     health_.problem = text;
   }
   if (news) {
@@ -277,7 +273,7 @@ void Writer::Worker::KeepHouse() {
     return;
   }
   try {
-    const int64_t before = options_.retentionDays > 0 ? NowUs() - options_.retentionDays * kDayUs : 0;
+    const int64_t before = options_.retentionDays > 0 ? base::WallClockUs() - options_.retentionDays * kDayUs : 0;
     const size_t expired = file_.Expire(before, options_.retentionBytes, kMostOfAnExpiry);
     const int64_t bytes = file_.UsedBytes();
     const std::lock_guard lock(mutex_);
