@@ -19,8 +19,11 @@ help:
 	@echo 'make format    format every source; make lint: look at every source'
 	@echo 'JOBS=n builds and tests with n processes at once.'
 
-demo: programs
-	@demo/demo.sh $(RELEASE)/bin
+# Built to be there soon: what it shows, and not optimised.
+demo: deps
+	@cmake --preset demo >build/demo.log 2>&1 || { cat build/demo.log; exit 1; }
+	cmake --build --preset demo -j $(JOBS) --target rynd rynctl rynmgmtd
+	@demo/demo.sh build/demo/bin
 
 run: programs
 	@demo/run.sh $(RELEASE)/bin

@@ -21,7 +21,7 @@ ordered_json ArgumentJson(const hosted::EventArgument &argument) {
   return nullptr;  // a null string, or one that the record's problems tell of
 }
 
-std::string Joined(const std::vector<std::string> &texts) {
+std::string JoinedProblems(const std::vector<std::string> &texts) {
   std::string result;
   for (const std::string &text : texts) result += (result.empty() ? "" : "; ") + text;
   return result;
@@ -51,7 +51,7 @@ std::string EventLine(const DecodedEvent &event, LineStyle style) {
       LocalTime(event.microseconds, style.date) + "  " + Colored(category, CategoryColor(event.category), style.color) +
       std::string(9 - category.size(), ' ') + EscapeForTerminal(event.name) + "  " + EscapeForTerminal(event.text);
   if (!event.problems.empty()) {
-    line += "  " + Colored("[" + EscapeForTerminal(Joined(event.problems)) + "]", "35", style.color);
+    line += "  " + Colored("[" + EscapeForTerminal(JoinedProblems(event.problems)) + "]", "35", style.color);
   }
   return line;
 }

@@ -20,14 +20,14 @@ namespace {
 constexpr std::chrono::milliseconds kGrace(300);
 constexpr size_t kBatchBytes = size_t{64} << 10;
 
-struct Line {
-  std::string text;
-  bool isError;  ///< for standard error
-};
-
 }  // namespace
 
 struct OutputQueue::State {
+  struct Line {
+    std::string text;
+    bool isError;  ///< for standard error
+  };
+
   Console *console;
   std::function<std::string(uint64_t)> refusedLine;
   base::UniqueFd changedFd{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};

@@ -69,7 +69,7 @@ std::string ArgumentsText(const json &object) {
   return " (" + EscapeForTerminal(text) + ")";
 }
 
-std::string Joined(const std::vector<std::string> &names) {
+std::string JoinedNames(const std::vector<std::string> &names) {
   std::string text;
   for (const std::string &name : names) text += (text.empty() ? "" : ", ") + name;
   return EscapeForTerminal(text);
@@ -77,7 +77,7 @@ std::string Joined(const std::vector<std::string> &names) {
 
 /// What an event was posted for: "  <- APD, ryn.storage.apd.start".
 std::string CauseText(const TraceRecord &record) {
-  std::string text = record.agents.empty() ? "" : "  <- " + Joined(record.agents);
+  std::string text = record.agents.empty() ? "" : "  <- " + JoinedNames(record.agents);
   const auto because = record.object.find("because");
   if (because == record.object.end() || !because->is_object()) return text;
   const std::string timer = Text(*because, "timer");
@@ -154,7 +154,7 @@ std::string TraceText(const TraceRecord &record, LineStyle style) {
   }
   const std::string said = id + "  " + EscapeForTerminal(Text(object, "text")) + ArgumentsText(object);
   if (record.kind == Kind::kOut) return kind + said + CauseText(record);
-  return kind + said + "  -> " + (record.agents.empty() ? "nobody" : Joined(record.agents));
+  return kind + said + "  -> " + (record.agents.empty() ? "nobody" : JoinedNames(record.agents));
 }
 
 std::string TraceJson(const TraceRecord &record) {

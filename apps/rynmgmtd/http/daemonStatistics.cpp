@@ -19,13 +19,13 @@ using Clock = std::chrono::steady_clock;
 constexpr std::string_view kRequest = "stats\n";
 constexpr auto kLimit = std::chrono::seconds(1);
 constexpr auto kCached = std::chrono::seconds(5);
-constexpr size_t kMostBytes = size_t{4} << 20;
+constexpr size_t kMostAnswerBytes = size_t{4} << 20;
 
 /// All that comes until the daemon closes the connection; false when it takes too long or too much.
 bool ReadAll(int fd, Clock::time_point deadline, std::string *text) {
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0 || text->size() > kMostBytes) return false;
+    if (left <= 0 || text->size() > kMostAnswerBytes) return false;
     pollfd readable{fd, POLLIN, 0};
     if (poll(&readable, 1, static_cast<int>(left)) < 0 && errno != EINTR) return false;
     std::array<char, 16 * 1024> part;

@@ -12,7 +12,7 @@ using httplib::Request;
 using httplib::Response;
 
 constexpr int64_t kMostEvents = 1000;
-constexpr size_t kMostBytes = size_t{4} << 20;  // of an answer's texts
+constexpr size_t kMostTextBytes = size_t{4} << 20;  // of an answer's texts
 constexpr int64_t kDayUs = int64_t{86'400} * 1'000'000;
 constexpr int64_t kMostIds = int64_t{1} << 62;
 
@@ -43,7 +43,7 @@ Json Events(const Request &request, Reader *reader) {
   size_t bytes = 0;
   for (const StoredEvent &event : found) {
     bytes += event.text.size() + event.argumentsJson.size();
-    if (events.size() == wanted || (bytes > kMostBytes && !events.empty())) break;
+    if (events.size() == wanted || (bytes > kMostTextBytes && !events.empty())) break;
     events.push_back(ToJson(event));
   }
   const bool more = events.size() < found.size();

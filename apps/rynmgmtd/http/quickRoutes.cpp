@@ -22,8 +22,8 @@ using httplib::Response;
 /// For how long a sink may try in vain before the agent counts as unwell.
 constexpr int64_t kSinkPatienceUs = 300'000'000;
 
-void SetJson(Response &response, const Json &json) {
-  response.set_content(Dump(json) + "\n", "application/json");
+void SetJson(Response &response, const Json &content) {
+  response.set_content(Dump(content) + "\n", "application/json");
 }
 
 std::string HostName() {

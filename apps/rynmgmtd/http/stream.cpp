@@ -7,9 +7,9 @@
 namespace mgmtd {
 namespace {
 
-constexpr size_t kMostEvents = 200;
+constexpr size_t kMostPartEvents = 200;
 constexpr size_t kMostChanges = 1000;
-constexpr size_t kMostBytes = 256 * 1024;
+constexpr size_t kMostPartBytes = 256 * 1024;
 
 std::string Message(const char *kind, const Marks &marks, const std::string &data) {
   return "id: " + MarksText(marks) + "\nevent: " + kind + "\ndata: " + data + "\n\n";
@@ -17,7 +17,7 @@ std::string Message(const char *kind, const Marks &marks, const std::string &dat
 
 std::vector<StoredEvent> EventsAfter(Feed *feed, int64_t after, Reader *reader) {
   try {
-    return feed->EventsAfter(after, kMostEvents, reader);
+    return feed->EventsAfter(after, kMostPartEvents, reader);
   } catch (const StoreError &) {
     return {};
   }
@@ -60,7 +60,7 @@ StreamPart StreamAfter(Feed *feed, const Marks &from, Reader *reader) {
   size_t told = 0;
   bool cut = false;
   for (const StoredEvent &event : EventsAfter(feed, from.event, reader)) {
-    cut = part.text.size() > kMostBytes || ++told == kMostEvents;
+    cut = part.text.size() > kMostPartBytes || ++told == kMostPartEvents;
     part.to.event = event.id;
     part.text += Message("event", part.to, Dump(ToJson(event)));
     if (cut) break;

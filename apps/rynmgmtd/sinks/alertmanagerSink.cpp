@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 using Json = nlohmann::ordered_json;
 using std::chrono::milliseconds;
 
-constexpr size_t kBatch = 200;
+constexpr size_t kMostAlerts = 200;
 constexpr size_t kMostChanges = 1000;
 constexpr int64_t kGoneAfterUs = int64_t{3600} * 1'000'000;
 
@@ -139,7 +139,7 @@ bool AlertmanagerSink::SendOpen() {
 
 /// Send until it is taken. False when a stop came.
 bool AlertmanagerSink::SendAll(std::span<const Problem> problems, bool isNews) {
-  size_t size = kBatch;
+  size_t size = kMostAlerts;
   while (!problems.empty()) {
     const std::span<const Problem> batch = problems.first(std::min(size, problems.size()));
     std::string error;
@@ -158,7 +158,7 @@ bool AlertmanagerSink::SendAll(std::span<const Problem> problems, bool isNews) {
     }
     Note(outcome, error, isNews || outcome == Outcome::kRefused ? batch.size() : 0);
     problems = problems.subspan(batch.size());
-    size = outcome == Outcome::kPassed ? std::min(kBatch, size * 2) : size;
+    size = outcome == Outcome::kPassed ? std::min(kMostAlerts, size * 2) : size;
   }
   return true;
 }
