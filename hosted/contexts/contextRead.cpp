@@ -1,5 +1,6 @@
 // Reading records from kernel contexts. The poll loop's thread only; this is its hot path, so one system call reads a
-// record, whatever its length.
+// record, whatever its length, and what waits behind it comes along.
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -18,6 +19,8 @@
 
 namespace hosted {
 namespace {
+
+constexpr int kMostTogether = 16;  ///< records of one read
 
 /// A record that did not fit its reader's buffer and waits, in front of its socket's queue, for a larger one or a
 /// reset. Of one above kMaxRecordSize, which never fits, only the length is right.
@@ -73,20 +76,35 @@ int TakeHeld(HeldRecord *waiting, std::byte *buffer, size_t size, ssize_t *lengt
   return 0;
 }
 
-int ReadKernelRecord(uint32_t id, int fd, std::byte *buffer, size_t size, size_t *length) {
-  for (int discarded = 0; discarded < kMaxDiscards; ++discarded) {
+/// True when another record waits on the socket and has at most `room` bytes. An empty one counts as none: it is looked
+/// at by a read that begins with it.
+bool NextFits(int fd, size_t room) {
+  int size = 0;  // of the first datagram alone
+  return ioctl(fd, FIONREAD, &size) == 0 && size > 0 && static_cast<size_t>(size) <= room;
+}
+
+/// Fill `buffer` with whole records, back to back: the first one that waits and those behind it that fit. What does not
+/// stays on the socket, whose descriptor tells of it.
+int ReadKernelRecords(uint32_t id, int fd, std::byte *buffer, size_t size, size_t *length) {
+  const size_t room = std::min(size, kMaxRecordSize);
+  int records = 0;
+  for (int discarded = 0; records < kMostTogether && discarded < kMaxDiscards;) {
+    if (records > 0 && !NextFits(fd, room - *length)) break;
+    std::byte *const place = buffer + *length;
     ssize_t got = -1;
     const bool waits = held > 0 && HeldRecords()[id].length > 0;
-    const int status = waits ? TakeHeld(&HeldRecords()[id], buffer, size, &got) : Receive(id, fd, buffer, size, &got);
-    if (status != 0 || got < 0) return status;
+    const int status = waits ? TakeHeld(&HeldRecords()[id], place, size - *length, &got)
+                             : Receive(id, fd, place, size - *length, &got);
+    if (status != 0 || got < 0) return records == 0 ? status : 0;
     const auto gotLength = static_cast<size_t>(got);
-    const char *wrong = CheckRecord(buffer, gotLength);
-    if (wrong == nullptr) {
-      CountRecord(id, gotLength);
-      *length = gotLength;
-      return 0;
+    if (const char *wrong = CheckRecord(place, gotLength); wrong != nullptr) {
+      DiscardRecord(id, wrong, {});
+      ++discarded;
+      continue;
     }
-    DiscardRecord(id, wrong, {});
+    CountRecord(id, gotLength);
+    *length += gotLength;
+    ++records;
   }
   return 0;
 }
@@ -108,5 +126,5 @@ int RynLib_ReadFromFd(int fd, std::byte *buffer, size_t size, size_t *length) {
   hosted::TellDueDiscards();
   if (hosted::IsUserConnection(fd)) return hosted::ReadUserRecord(fd, buffer, size, length);
   const uint32_t id = hosted::FindContext(fd);
-  return id < kRynAsyncContexts ? hosted::ReadKernelRecord(id, fd, buffer, size, length) : EBADF;
+  return id < kRynAsyncContexts ? hosted::ReadKernelRecords(id, fd, buffer, size, length) : EBADF;
 }

@@ -49,9 +49,9 @@ class ContextTest : public testing::Test {
     record_.resize(length);
     return status;
   }
-  static short PollEvents(int fd) {
+  static short PollEvents(int fd, int milliseconds = 0) {
     pollfd polled{fd, POLLIN, 0};
-    poll(&polled, 1, 0);
+    poll(&polled, 1, milliseconds);
     return polled.revents;
   }
 

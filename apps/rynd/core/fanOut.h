@@ -11,9 +11,9 @@ namespace rynd {
 /// Allocate the read buffer of 8192 bytes that all contexts share. False without memory.
 bool AllocateReadBuffer();
 
-/// Read one record from a context's descriptor and write it to every stream that wants it. 0, or what the fan-out
-/// returned; 27 when the record fits into no buffer; -1 for a length outside of 1 to 131071 bytes; any other positive
-/// status is the library's.
+/// Read what waits on a context's descriptor, one record or some, and write each to every stream that wants it. 0, or
+/// what the fan-out returned; 27 when the record fits into no buffer; -1 for a length outside of 1 to 131071 bytes; any
+/// other positive status is the library's.
 int ReadAndDispatch(int fd, RynLibHandle handle) EXCLUDES(streamLock);
 
 /// Write each of the records that stand back to back in `bytes` to every stream that wants it. 0; -1 when a record's

@@ -32,8 +32,9 @@ int RynLib_UserConnectionSender(int fd, int32_t *pid, uint32_t *uid);
 int RynLib_HandleToFd(RynLibHandle handle, int *fd);
 /// The context's name, for diagnostics, into kRynLibNameSize bytes. 0 or a positive status.
 int RynLib_HandleToName(RynLibHandle handle, char *name);
-/// Read the next well-formed record. 0 with its length in bytes (0: nothing to dispatch); kRynLibTooSmall, leaving the
-/// record there, when it has more than `size` bytes; any other positive status: the context failed. Never blocks.
+/// Read the next well-formed record, and up to 15 behind it as long as they fit, back to back. 0 with their length in
+/// bytes, at most 131071 (0: nothing to dispatch); kRynLibTooSmall, leaving the record there, when the first has more
+/// than `size` bytes; any other positive status: the context failed. Never blocks.
 int RynLib_ReadFromFd(int fd, std::byte *buffer, size_t size, size_t *length);
 /// Discard what is pending on a context. 0 or a positive status.
 int RynLib_Reset(RynLibHandle handle);
