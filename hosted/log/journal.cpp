@@ -73,9 +73,13 @@ std::atomic<int64_t> missingSince{0};
 
 }  // namespace
 
-SendResult SendToJournal(const LogHeader &header, std::string_view message, bool lookAgain) {
+bool JournalIsMissing() {
   const int64_t since = missingSince.load(std::memory_order_relaxed);
-  if (since != 0 && !lookAgain && MonotonicNanoseconds() - since < 1'000'000'000) return SendResult::kNoListener;
+  return since != 0 && MonotonicNanoseconds() - since < 1'000'000'000;
+}
+
+SendResult SendToJournal(const LogHeader &header, std::string_view message, bool lookAgain) {
+  if (!lookAgain && JournalIsMissing()) return SendResult::kNoListener;
   const auto isEmpty = [](const char *text) { return text == nullptr || *text == '\0'; };
   std::array<char, 320> standard;
   const int standardSize = std::snprintf(
@@ -96,7 +100,7 @@ SendResult SendToJournal(const LogHeader &header, std::string_view message, bool
   const SendResult result = SendJournalDatagram(&Socket(), fields.Parts(), fields.Count());
   if (result == SendResult::kNoListener) {
     missingSince.store(MonotonicNanoseconds(), std::memory_order_relaxed);
-  } else if (since != 0) {
+  } else if (missingSince.load(std::memory_order_relaxed) != 0) {
     missingSince.store(0, std::memory_order_relaxed);
   }
   return result;

@@ -14,4 +14,7 @@ namespace hosted {
 /// `lookAgain` looks all the same.
 SendResult SendToJournal(const LogHeader &header, std::string_view message, bool lookAgain);
 
+/// True when a look less than a second ago found no journal. Any thread.
+bool JournalIsMissing();
+
 }  // namespace hosted

@@ -68,4 +68,12 @@ SendResult LogSocket::Send(const msghdr &record) {
   return SendResult::kFull;
 }
 
+size_t LogSocket::SendTogether(mmsghdr *records, size_t count) {
+  const int fd = Fd();
+  const int sent = fd < 0 ? 0 : sendmmsg(fd, records, static_cast<unsigned>(count), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (sent <= 0) return 0;
+  stall_.Note(true, false);
+  return static_cast<size_t>(sent);
+}
+
 }  // namespace hosted

@@ -21,6 +21,8 @@ class LogSocket {
   /// Send a record, connecting again when the listener has gone. Waits for room for at most 100 ms, and not at all for
   /// a second after a wait in vain.
   SendResult Send(const msghdr &record);
+  /// Send the first of `count` records that pass at once, by one call. How many did.
+  size_t SendTogether(mmsghdr *records, size_t count);
 
  private:
   int Fd();

@@ -197,6 +197,62 @@ TEST(SystemLog, DropsAndCountsWhatAStalledListenerDoesNotTake) {
   EXPECT_EQ(dropped + messages.size(), size_t{kRecords} + 1);
 }
 
+/// As an agent does: each observation's lines go together.
+TEST(SystemLog, SendsTogetherWhatAThreadKeeps) {
+  using Messages = std::vector<std::string>;
+  LogText("finds no journal");
+  std::thread([] {
+    Hyk_HoldLog();
+    {
+      LogListener listener;
+      LogText("first");
+      LogText("second");
+      EXPECT_EQ(listener.AllMessages(), Messages());
+      Hyk_FlushLog();
+      EXPECT_EQ(listener.AllMessages(), (Messages{"first", "second"}));
+      Messages sent, got;
+      std::thread reader([&] {
+        do {
+          got.push_back(listener.NextMessage());
+          if (got.back().empty()) got.pop_back();
+        } while (got.empty() || got.back() != "behind it");
+      });
+      for (int i = 0; i < 60; ++i) {  // more than are kept, and some that never are
+        sent.push_back(std::string(i % 10 == 7 ? 20'000 : i % 10 == 3 ? 3'000 : 100, static_cast<char>('A' + i)));
+        LogText(sent.back());
+      }
+      Emit(nullptr, "without an element");
+      LogText("behind it");
+      Hyk_FlushLog();
+      reader.join();
+      ASSERT_EQ(got.size(), 62U);
+      EXPECT_TRUE(got[60].ends_with(" - - without an element") && got[61] == "behind it");
+      got.resize(60);
+      EXPECT_EQ(got, sent);
+    }
+    StandardErrorOf(Hyk_FlushLog);  // what the listener's end has logged
+    EXPECT_EQ(StandardErrorOf([] {
+                LogText("nobody");
+                LogText("there\n");
+                Hyk_FlushLog();
+              }),
+              "rynd: nobody\nrynd: there\n");
+  }).join();
+
+  LogListener listener;
+  std::thread([] {
+    Hyk_HoldLog();
+    for (int i = 0; i < 1000; ++i) {
+      LogText("stalled");
+      if (i % 3 == 2) Hyk_FlushLog();
+    }
+  }).join();  // its end sends what it kept
+  Messages messages = listener.AllMessages();
+  LogText("passes");
+  messages.push_back(listener.NextMessage());
+  EXPECT_EQ(TakeDropped(&messages) + messages.size(), 1001U);
+}
+
 TEST(SystemLog, LosesNothingUncountedToASlowListener) {
   LogListener listener;
   std::vector<std::string> messages;

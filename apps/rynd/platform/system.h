@@ -18,6 +18,12 @@ struct HykSyslogParam {
                                                       const HykSyslogParam *params, const char *format,
                                                       va_list arguments);
 
+/// From now on the calling thread's records wait to be sent together. It calls Hyk_FlushLog() before it waits for
+/// anything else than its next work, and when its work is done; what waits when it ends is sent then.
+void Hyk_HoldLog();
+/// Send the calling thread's records that wait, in their order. Blocks for at most 100 ms a record.
+void Hyk_FlushLog();
+
 /// Write one line of `size` bytes, its line end included, to standard error, whatever stands behind it: waits for at
 /// most 100 ms. Control characters and what is no UTF-8 are written out. True when it was written.
 bool Hyk_WriteStandardError(const char *text, size_t size);

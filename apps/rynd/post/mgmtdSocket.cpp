@@ -91,6 +91,7 @@ base::UniqueFd Connect() {
     }
     acceptance.Waits();
     if (blocks) acceptance.TimedOut();
+    Hyk_FlushLog();
     blocks = true;
   }
 }
@@ -107,6 +108,7 @@ int SendToMgmtd(const std::byte *record, size_t length) {
     if (count < 0) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN) {  // it reads slowly: wait for it
+        Hyk_FlushLog();
         fcntl(fd.Get(), F_SETFL, 0);
         continue;
       }

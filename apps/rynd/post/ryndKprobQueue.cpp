@@ -14,6 +14,7 @@
 #include "core/basics/timerThread.h"
 #include "core/feed/traceLines.h"
 #include "platform/hsi.h"
+#include "platform/system.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
 
@@ -25,7 +26,11 @@ constexpr int64_t kRetryS = 60;
 /// The queue lock: held across sends, so whoever waits for it may be cancelled.
 class CAPABILITY("mutex") QueueMutex {
  public:
-  void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS { mutex_.Lock(); }
+  void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
+    if (mutex_.TryLock()) return;
+    Hyk_FlushLog();  // whoever holds it may wait for the management agent
+    mutex_.Lock();
+  }
   void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS { mutex_.Unlock(); }
 
  private:

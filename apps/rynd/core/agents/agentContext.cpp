@@ -52,12 +52,14 @@ int AgentInit(const char *name, const std::vector<const char *> &prefixes, const
     Log("Failed to initialize agent %s (error code: %d) \n", name, status);
     return status;
   }
+  Hyk_HoldLog();
   AgentReady();
   return 0;
 }
 
 void AgentCleanup(AgentContext **context) {
   if (*context == nullptr) return;
+  Hyk_FlushLog();  // closing waits for whoever fans out
   SubscriptionDestroy((*context)->subscription);
   if ((*context)->stream != nullptr) StreamClose((*context)->stream);
   delete *context;
@@ -66,6 +68,7 @@ void AgentCleanup(AgentContext **context) {
 }
 
 int AgentWaitObservation(AgentContext *context, Observation **observation) {
+  Hyk_FlushLog();
   for (;;) {
     pollfd set{context->streamFd, POLLIN, 0};
     if (CancellablePoll(&set, 1) < 0) {

@@ -18,6 +18,7 @@
 #include "core/basics/conditionVariable.h"
 #include "core/basics/log.h"
 #include "core/basics/statistics.h"
+#include "platform/system.h"
 
 namespace rynd {
 namespace {
@@ -56,6 +57,7 @@ unsigned AgentIdentity(AgentFunction function) {
 /// Tell StopAgents that the agent of `slot` has nothing left to do.
 void AgentEnded(const AgentSlot *slot) {
   AgentReady();
+  Hyk_FlushLog();
   CurrentAgentStatistics()->isAlive = false;
   Progress &progress = AgentProgress();
   MutexLock lock(progress.mutex);

@@ -17,6 +17,7 @@
 #include "core/basics/log.h"
 #include "core/basics/statistics.h"
 #include "platform/ryn.h"
+#include "platform/system.h"
 
 namespace rynd {
 namespace {
@@ -78,6 +79,7 @@ void RunThenCleanUp(AgentContext *context, const Loop &loop) {
 bool WaitAndServe(AgentContext *context, Handler defaultHandler, const HandlerTable &table, void (*timerCallback)(),
                   std::vector<pollfd> *set) {
   for (pollfd &entry : *set) entry.revents = 0;
+  Hyk_FlushLog();
   if (CancellablePoll(set->data(), set->size()) < 0) {
     if (errno == EINTR) return true;
     Log("Failed to poll - %s\n", strerror(errno));

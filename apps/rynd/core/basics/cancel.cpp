@@ -79,9 +79,13 @@ RYND_PLAIN __attribute__((noinline)) void CancellableWait(const std::atomic<uint
 
 }  // namespace
 
-void CancellableMutex::Lock() {
+bool CancellableMutex::TryLock() {
   uint32_t seen = kFree;
-  if (state_.compare_exchange_strong(seen, kHeld, std::memory_order_acquire)) return;
+  return state_.compare_exchange_strong(seen, kHeld, std::memory_order_acquire);
+}
+
+void CancellableMutex::Lock() {
+  if (TryLock()) return;
   while (state_.exchange(kAwaited, std::memory_order_acquire) != kFree) CancellableWait(&state_, kAwaited);
 }
 

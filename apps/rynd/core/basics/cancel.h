@@ -33,6 +33,8 @@ ssize_t CancellableSend(int fd, const void *bytes, size_t length, int flags);
 class CancellableMutex {
  public:
   void Lock();
+  /// False when it is held.
+  bool TryLock();
   void Unlock();
 
  private:

@@ -42,6 +42,7 @@ void Panic(const char *format, ...) {
   LogV(format, again);
   va_end(again);
   va_end(arguments);
+  Hyk_FlushLog();
   abort();
 }
 
