@@ -17,12 +17,13 @@ namespace {
 /// Room for two of the largest records: the kernel counts its own overhead too.
 constexpr int kSendBuffer = 2 * 128 * 1024;
 
-/// The socket file that stands there now; "" for none. Each daemon makes one of its own.
+/// The socket file that stands there now; "" for none. Each daemon makes one of its own, and sets its rights
+/// afterwards, which does not make it another: not the time of its last change, but that of its making.
 std::string IdentityOf(const std::string &path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return "";
   return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) + ':' +
-         std::to_string(status.st_ctim.tv_sec) + '.' + std::to_string(status.st_ctim.tv_nsec);
+         std::to_string(status.st_mtim.tv_sec) + '.' + std::to_string(status.st_mtim.tv_nsec);
 }
 
 }  // namespace
