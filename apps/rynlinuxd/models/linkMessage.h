@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "models/netlinkBytes.h"
+
 namespace rynlinuxd {
 
 /// What one message says of one link.
@@ -22,12 +24,9 @@ struct LinkFacts {
   int32_t bridge = 0;   ///< index of the bridge that it is a port of; 0 for none
 };
 
-/// What a datagram holds besides links.
 struct LinkDatagram {
   std::vector<LinkFacts> links{};
-  bool isDone = false;         ///< the end of a dump
-  bool isInterrupted = false;  ///< the dump is not of one moment
-  int error = 0;               ///< the kernel's answer to a request, as errno value
+  DatagramEnd end{};
 };
 
 /// Read every message of one datagram. What is cut short ends the reading; messages of bridges about their ports, and

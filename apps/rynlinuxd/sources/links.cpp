@@ -1,19 +1,15 @@
 // Links and ports of bridges: the kernel's link messages (rtnetlink). Needs no right.
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 
-#include "base/uniqueFd.h"
 #include "hosted/host/hostTree.h"
 #include "hosted/log/log.h"
 #include "loop/options.h"
 #include "models/linkModel.h"
+#include "sources/routeSocket.h"
 #include "sources/sources.h"
 
 namespace rynlinuxd {
@@ -21,20 +17,6 @@ namespace {
 
 /// Between two readings of all links because messages were lost.
 constexpr int64_t kDumpQuietNs = 10 * kSecondNs;
-/// A message that does not fit is cut; the kernel makes none that long.
-constexpr size_t kBuffer = 32768;
-
-/// A netlink socket for link messages of `groups`. 0 or an errno value.
-int OpenRoute(uint32_t groups, int flags, base::UniqueFd *out) {
-  base::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | flags, NETLINK_ROUTE));
-  if (!fd) return errno;
-  sockaddr_nl address{};
-  address.nl_family = AF_NETLINK;
-  address.nl_groups = groups;
-  if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return errno;
-  *out = std::move(fd);
-  return 0;
-}
 
 class Links : public Source {
  public:
@@ -44,36 +26,21 @@ class Links : public Source {
     const Options &options = host->GetOptions();
     isDry_ = options.dryRun;
     model_ = std::make_unique<LinkModel>(options.nics, host);
-    if (const int error = OpenRoute(RTMGRP_LINK, SOCK_NONBLOCK, &socket_); error != 0) {
+    if (const int error = socket_.Open(RTMGRP_LINK, options.netlinkBuffer); error != 0) {
       *reason = "no rtnetlink socket";
       return error;
     }
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &options.netlinkBuffer, sizeof options.netlinkBuffer);
     if (const int error = Dump(nowNs); error != 0) {
       *reason = "the links cannot be read";
       return error;
     }
-    return host->Watch(socket_.Get(), EPOLLIN);
+    return host->Watch(socket_.Descriptor(), EPOLLIN);
   }
 
   void Ready(int /*fd*/, uint32_t /*events*/, int64_t nowNs) override {
-    // Others are served in between, and a flood still gets its buffer emptied.
-    constexpr int kMostReads = 256;
-    for (int i = 0; i < kMostReads; ++i) {
-      sockaddr_nl sender{};
-      socklen_t size = sizeof sender;
-      const ssize_t got = recvfrom(socket_.Get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT,
-                                   reinterpret_cast<sockaddr *>(&sender), &size);
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0 && errno == ENOBUFS) {
-        // What is left in the queue is read first; all of it is older than the reading of all links.
-        isLost_ = true;
-        continue;
-      }
-      if (got < 0) break;
-      // Privileged programs may send to this socket too.
-      if (sender.nl_pid == 0) Take({buffer_.data(), static_cast<size_t>(got)}, nowNs);
-    }
+    // What is left in the queue was read first; all of it is older than the reading of all links.
+    const bool isWhole = socket_.Receive([&](std::span<const std::byte> datagram) { Take(datagram, nowNs); });
+    isLost_ = isLost_ || !isWhole;
     if (isLost_ && nowNs >= dumpNs_ + kDumpQuietNs) OnDue(nowNs);
     RemoveGoneBridges();
   }
@@ -100,38 +67,24 @@ class Links : public Source {
     for (const LinkFacts &facts : ParseLinkDatagram(datagram).links) model_->Change(facts, nowNs);
   }
 
-  /// Read all links, on a socket of its own: the other one may be full again by now. 0 or an errno value.
+  /// Read all links. 0 or an errno value.
   int Dump(int64_t nowNs) {
     dumpNs_ = nowNs;
     constexpr int kMostTries = 5;
-    for (int i = 0; i < kMostTries; ++i) {
-      std::vector<LinkFacts> links;
-      bool isInterrupted = false;
-      if (const int error = ReadAll(&links, &isInterrupted); error != 0) return error;
-      if (isInterrupted && i + 1 < kMostTries) continue;
-      model_->Replace(links, nowNs);
-      return 0;
+    std::vector<LinkFacts> links;
+    int error = EINTR;
+    for (int i = 0; i < kMostTries && error == EINTR; ++i) {
+      links.clear();
+      error = socket_.ReadAll(LinkDumpRequest(1), [&](std::span<const std::byte> datagram) {
+        LinkDatagram parsed = ParseLinkDatagram(datagram);
+        for (LinkFacts &facts : parsed.links) links.push_back(std::move(facts));
+        return parsed.end;
+      });
     }
-    return EINTR;
-  }
-
-  int ReadAll(std::vector<LinkFacts> *links, bool *isInterrupted) {
-    base::UniqueFd socket;
-    if (const int error = OpenRoute(0, 0, &socket); error != 0) return error;
-    const timeval limit{2, 0};
-    setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    const auto request = LinkDumpRequest(1);
-    if (send(socket.Get(), request.data(), request.size(), 0) < 0) return errno;
-    while (true) {
-      const ssize_t got = recv(socket.Get(), buffer_.data(), buffer_.size(), 0);
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) return errno;
-      LinkDatagram datagram = ParseLinkDatagram({buffer_.data(), static_cast<size_t>(got)});
-      if (datagram.error != 0) return datagram.error;
-      for (LinkFacts &facts : datagram.links) links->push_back(std::move(facts));
-      *isInterrupted = *isInterrupted || datagram.isInterrupted;
-      if (datagram.isDone) return 0;
-    }
+    // Of several moments is better than nothing.
+    if (error != 0 && error != EINTR) return error;
+    model_->Replace(links, nowNs);
+    return 0;
   }
 
   void RemoveGoneBridges() {
@@ -144,9 +97,8 @@ class Links : public Source {
     }
   }
 
-  base::UniqueFd socket_;
+  RouteSocket socket_;
   std::unique_ptr<LinkModel> model_;
-  std::array<std::byte, kBuffer> buffer_{};
   bool isLost_ = false;
   bool isDry_ = false;
   int64_t dumpNs_ = 0;

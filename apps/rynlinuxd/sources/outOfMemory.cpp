@@ -1,15 +1,10 @@
 // Programs that the kernel killed for want of memory: its log, of which only its own records count. Needs CAP_SYSLOG
 // where the log is not for everybody.
-#include <fcntl.h>
 #include <sys/epoll.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-
-#include "base/uniqueFd.h"
 #include "hosted/log/log.h"
 #include "models/kernelLog.h"
+#include "sources/kernelLog.h"
 #include "sources/sources.h"
 
 namespace rynlinuxd {
@@ -21,38 +16,24 @@ class OutOfMemory : public Source {
 
   int Start(Host *host, int64_t /*nowNs*/, std::string *reason) override {
     host_ = host;
-    *reason = "/dev/kmsg cannot be read: it needs CAP_SYSLOG";
-    log_.Reset(open("/dev/kmsg", O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!log_ || lseek(log_.Get(), 0, SEEK_END) < 0) return errno;
-    // Of those who may not the first read would tell.
-    std::array<char, 8192> record;
-    if (read(log_.Get(), record.data(), record.size()) < 0 && errno != EAGAIN && errno != EPIPE) return errno;
-    return host->Watch(log_.Get(), EPOLLIN);
+    if (const int error = log_.Open(reason); error != 0) return error;
+    return host->Watch(log_.Descriptor(), EPOLLIN);
   }
 
   void Ready(int /*fd*/, uint32_t /*events*/, int64_t /*nowNs*/) override {
-    std::array<char, 8192> record;
-    // Others are served in between.
-    constexpr int kMostRecords = 256;
-    for (int i = 0; i < kMostRecords; ++i) {
-      const ssize_t got = read(log_.Get(), record.data(), record.size());
-      if (got < 0 && errno == EPIPE) {
-        hosted::Log("Records of the kernel's log were overwritten: a kill for want of memory may go untold.");
-        continue;
-      }
-      if (got < 0 && errno == EINTR) continue;
-      if (got <= 0) return;
-      if (const auto kill = ParseOomKill({record.data(), static_cast<size_t>(got)})) {
+    const bool isWhole = log_.Receive([this](std::string_view record) {
+      if (const auto kill = ParseOomKill(record)) {
         host_->Tell(External(Severity::kError, kill->name,
                              "process " + std::to_string(kill->process) + " was killed: " +
                                  (kill->isOfGroup ? "its control group is" : "the host is") + " out of memory"));
       }
-    }
+    });
+    if (!isWhole) hosted::Log("Records of the kernel's log were overwritten: a kill for want of memory may go untold.");
   }
 
  private:
   Host *host_ = nullptr;
-  base::UniqueFd log_;
+  KernelLog log_;
 };
 
 }  // namespace

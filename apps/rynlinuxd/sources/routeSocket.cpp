@@ -1,0 +1,68 @@
+#include "sources/routeSocket.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+namespace rynlinuxd {
+namespace {
+
+int OpenRoute(uint32_t groups, int flags, base::UniqueFd *out) {
+  base::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | flags, NETLINK_ROUTE));
+  if (!fd) return errno;
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = groups;
+  if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return errno;
+  *out = std::move(fd);
+  return 0;
+}
+
+}  // namespace
+
+int RouteSocket::Open(uint32_t groups, int bufferSize) {
+  if (const int error = OpenRoute(groups, SOCK_NONBLOCK, &socket_); error != 0) return error;
+  setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
+  return 0;
+}
+
+bool RouteSocket::Receive(const std::function<void(std::span<const std::byte>)> &take) {
+  // Others are served in between, and a flood still gets its buffer emptied.
+  constexpr int kMostReads = 256;
+  bool isWhole = true;
+  for (int i = 0; i < kMostReads; ++i) {
+    sockaddr_nl sender{};
+    socklen_t size = sizeof sender;
+    const ssize_t got = recvfrom(socket_.Get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT,
+                                 reinterpret_cast<sockaddr *>(&sender), &size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && errno == ENOBUFS) {
+      isWhole = false;
+      continue;
+    }
+    if (got < 0) break;
+    // Privileged programs may send to this socket too.
+    if (sender.nl_pid == 0) take({buffer_.data(), static_cast<size_t>(got)});
+  }
+  return isWhole;
+}
+
+int RouteSocket::ReadAll(std::span<const std::byte> request, const Parse &parse) {
+  base::UniqueFd socket;
+  if (const int error = OpenRoute(0, 0, &socket); error != 0) return error;
+  const timeval limit{2, 0};
+  setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  if (send(socket.Get(), request.data(), request.size(), 0) < 0) return errno;
+  bool isInterrupted = false;
+  while (true) {
+    const ssize_t got = recv(socket.Get(), buffer_.data(), buffer_.size(), 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errno;
+    const DatagramEnd end = parse({buffer_.data(), static_cast<size_t>(got)});
+    if (end.error != 0) return end.error;
+    isInterrupted = isInterrupted || end.isInterrupted;
+    if (end.isDone) return isInterrupted ? EINTR : 0;
+  }
+}
+
+}  // namespace rynlinuxd
