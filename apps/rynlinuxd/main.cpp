@@ -11,6 +11,7 @@
 #include "loop/options.h"
 #include "platform/system.h"
 #include "sink/textFile.h"
+#include "smartd.h"
 #include "sourceTable.h"
 #include "statusFile.h"
 
@@ -57,10 +58,13 @@ int Main(int argc, char **argv) {
   if (options.action == Options::Action::kWrong) return Fail(kUsage, error);
   if (options.action == Options::Action::kHelp) return std::fputs(Usage(), stdout) < 0 ? kFailed : kDone;
   if (options.action == Options::Action::kVersion) return std::puts("rynlinuxd " RYND_VERSION) < 0 ? kFailed : kDone;
+  if (options.action == Options::Action::kSmartd)
+    return TellSmartWarning(options.dryRun, &error) == 0 ? kDone : Fail(kFailed, error);
   auto sources = MakeSources(options, &error);
   if (sources.empty()) return Fail(kUsage, error);
 
   Hyk_SetThreadName("rynlinuxd");
+  LowerCapabilities();
   const bool isCheck = options.action == Options::Action::kCheck;
   const bool writes = !isCheck && !options.dryRun;
   RunLock lock;

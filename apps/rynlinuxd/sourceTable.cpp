@@ -15,11 +15,16 @@ struct SourceRow {
 
 constexpr auto kSources = std::to_array<SourceRow>({
     {"links", MakeLinks},
+    {"tx-timeouts", MakeTxTimeouts},
+    {"addresses", MakeAddresses},
     {"crashes", MakeCrashes},
     {"filesystems", MakeFileSystems},
     {"fs-errors", MakeFsErrors},
     {"oom", MakeOutOfMemory},
     {"raid", MakeRaid},
+    {"disks", MakeDisks},
+    {"machine-checks", MakeMachineChecks},
+    {"pages", MakePages},
     {"boot", MakeBoot},
     {"clock", MakeHostClock},
     {"stop", MakeHostStop},

@@ -21,6 +21,7 @@ constexpr option kLongOptions[] = {
     {"nics", required_argument, nullptr, 'n'},
     {"netlink-buffer", required_argument, nullptr, 'b'},
     {"poll", required_argument, nullptr, 'p'},
+    {"smartd", no_argument, nullptr, 'm'},
     {"config", required_argument, nullptr, 'f'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'v'},
@@ -122,6 +123,9 @@ Options ParseOptions(int argc, char **argv, std::string *error) {
       case 'c':
         options.action = Options::Action::kCheck;
         break;
+      case 'm':
+        options.action = Options::Action::kSmartd;
+        break;
       case 'd':
         options.dryRun = true;
         break;
@@ -153,6 +157,7 @@ const char *Usage() {
          "  --poll SECONDS         between two looks at what must be polled; default 60\n"
          "  --netlink-buffer N     bytes of the link messages' buffer; default 1048576\n"
          "  --config FILE          lines \"name = value\" with these names; default /etc/rynd/linux.conf\n"
+         "  --smartd               tell what smartd, which calls this, says of a disk, and exit\n"
          "  --help, --version\n";
 }
 

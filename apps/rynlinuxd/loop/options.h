@@ -7,7 +7,7 @@
 namespace rynlinuxd {
 
 struct Options {
-  enum class Action { kRun, kCheck, kHelp, kVersion, kWrong };
+  enum class Action { kRun, kCheck, kSmartd, kHelp, kVersion, kWrong };
   Action action = Action::kRun;
   bool dryRun = false;
   std::vector<std::string> sources{};  ///< names; none: all

@@ -19,4 +19,14 @@ struct OomKill {
 /// there has another facility.
 std::optional<OomKill> ParseOomKill(std::string_view record);
 
+/// An address that another host was found to have.
+struct DuplicateLine {
+  std::string link{};
+  std::string address{};  ///< of IPv6, as the kernel writes it
+  std::string owner{};    ///< hardware address of who has it
+};
+
+/// Read one record of /dev/kmsg; nothing but for the kernel's own word of that.
+std::optional<DuplicateLine> ParseDuplicateLine(std::string_view record);
+
 }  // namespace rynlinuxd

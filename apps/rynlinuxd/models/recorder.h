@@ -39,7 +39,10 @@ class Recorder : public Reporter {
     std::string line = report.id.substr(4);
     for (const hosted::RawArgument &argument : report.arguments) {
       const bool isText = argument.kind == hosted::ArgumentKind::kString;
-      line += ' ' + (isText ? argument.text : std::to_string(static_cast<int64_t>(argument.bits)));
+      const bool isUnsigned = argument.kind == hosted::ArgumentKind::kUnsigned;
+      line += ' ' + (isText       ? argument.text
+                     : isUnsigned ? std::to_string(argument.bits)
+                                  : std::to_string(static_cast<int64_t>(argument.bits)));
     }
     return line + (report.isLastWord ? " again" : "");
   }

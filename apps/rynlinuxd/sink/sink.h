@@ -37,6 +37,8 @@ class Sink : public Reporter {
   int Notifier() const { return link_.Notifier(); }
   /// When to call Connect() again; INT64_MAX: not at all.
   int64_t Due() const;
+  /// Whether everything that was told has been sent.
+  bool IsSent() const { return outbox_.Empty(); }
   /// Whether everything that was told has been read by the daemon.
   bool IsTaken() const { return dryRun_ || (outbox_.Empty() && link_.Unread() == 0); }
 
