@@ -4,6 +4,8 @@
 #include <iterator>
 #include <limits>
 
+#include "core/basics/reason.h"
+
 namespace rynd {
 namespace {
 
@@ -72,6 +74,8 @@ void InjectionTable::Add(const Injection &injection) {
     run.push_back({now_, 0});
   }
   ++run.back().count;
+  Reason("world %d, guest page %#lx: %d injections in this second, seconds with injections within a minute: %lu",
+         injection.worldId, injection.page, run.back().count, run.size());
   if (!machine.killed && CountAtKill(run) != 0) {
     machine.eligible.insert(injection.page);
     toJudge_.insert(injection.worldId);

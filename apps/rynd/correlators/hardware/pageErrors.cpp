@@ -2,12 +2,15 @@
 
 #include <limits>
 
+#include "core/basics/reason.h"
+
 namespace rynd {
 
 bool PageErrorCounts::Add(uint64_t page, uint64_t errors) {
   uint8_t &count = counts_[page];
   const uint32_t sum = count + static_cast<uint32_t>(errors);  // kept: a huge number of errors wraps
   if (sum <= std::numeric_limits<uint8_t>::max()) count = static_cast<uint8_t>(sum);
+  Reason("counter of page %#lx at %u in this period, tolerated are %u", page, uint32_t{count}, uint32_t{threshold_});
   return count > threshold_;
 }
 

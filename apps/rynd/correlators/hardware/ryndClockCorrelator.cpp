@@ -5,6 +5,7 @@
 #include "core/agents/runner.h"
 #include "core/basics/clock.h"
 #include "core/basics/log.h"
+#include "core/basics/reason.h"
 #include "correlators/hardware/clockReports.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "platform/hsi.h"
@@ -82,9 +83,12 @@ void OnClockObservation(Observation *observation) {
   constexpr std::string_view kId = kClockRows[kRow].id;
   constexpr auto kFields = std::make_index_sequence<post_row::Count(kClockRows[kRow].fields.types)>();
   const int64_t now = WindowClockS();
-  if (!Reports().IsDue(FamilyOf(kId), kId, now)) return;
+  if (!Reports().IsDue(FamilyOf(kId), kId, now)) {
+    return Reason("it was passed on less than %d s ago", Reports().Interval());
+  }
   auto values = post_row::MakeValues<kClockRows, kRow>(kFields);
-  if (post_row::ReadFields<kClockRows, kRow>(observation, &values, kFields).status != 0) return;
+  const post_row::ReadResult read = post_row::ReadFields<kClockRows, kRow>(observation, &values, kFields);
+  if (read.status != 0) return post_row::ReasonUnread(kClockRows[kRow].fields.extraction, read);
   if constexpr (kId == kSetReportInterval) Reports().SetInterval(std::get<0>(values));
   post_row::Post<kClockRows, kRow>(values);
   Reports().Passed(FamilyOf(kId), kId, now);

@@ -12,6 +12,7 @@
 #include "core/basics/clock.h"
 #include "core/basics/log.h"
 #include "core/basics/mutex.h"
+#include "core/basics/reason.h"
 #include "core/basics/timerThread.h"
 #include "correlators/hardware/coreErrors.h"
 #include "correlators/hardware/hardwareCorrelators.h"
@@ -126,13 +127,17 @@ void TakeOffline(uint64_t pcpu, uint64_t core) try {
 /// Count an error of a core's own caches and TLBs, and take the PCPU offline when they are too many.
 void JudgeCore(uint64_t pcpu, uint64_t status) {
   const Processors processors = ReadProcessors();
-  if (!processors.isIntel || !processors.offliningEnabled) return;
+  if (!processors.isIntel || !processors.offliningEnabled) return Reason("no core is taken offline on this host");
   const uint64_t core = CoreOf(pcpu, processors.cores, processors.pcpus);
   int64_t threshold = 0;
-  if (!IsFirstLevelError(status) || Cores().IsOffline(core)) return;
-  if (ReadIntOption("Cpu", "CPUOfflineThreshold", &threshold) != 0 || threshold == 0) return;
+  if (!IsFirstLevelError(status)) return Reason("status %#lx is of no first-level cache or TLB", status);
+  if (Cores().IsOffline(core)) return Reason("core %lu is offline already", core);
+  if (ReadIntOption("Cpu", "CPUOfflineThreshold", &threshold) != 0 || threshold == 0) {
+    return Reason("Cpu/CPUOfflineThreshold is 0: no core is taken offline");
+  }
   const int64_t now = MonotonicNs() / kNsPerSecond;
-  if (Cores().Count(core, (status & kStatusOverflow) != 0, threshold, now)) TakeOffline(pcpu, core);
+  if (Cores().Count(core, (status & kStatusOverflow) != 0, threshold, now)) return TakeOffline(pcpu, core);
+  Reason("core %lu: fewer than %ld errors within a day", core, threshold);
 }
 
 bool IsBeingRetired(uint64_t page) {
@@ -152,7 +157,8 @@ void JudgePage(uint64_t address, uint64_t errors) {
   try {
     const PageAction action = CpuPageStates().Judge(page, IsBeingRetired);
     if (action == PageAction::kReport) PostMessage<kPageErrorsHigh>(page);
-    if (action != PageAction::kRetire) return;
+    if (action != PageAction::kRetire) return Reason("page %#lx is being retired", page);
+    Reason("page %#lx is to be retired", page);
     HykCtl::Util::Sysinfo("system/pageRetire/retireMPNs")
         .AddInput(static_cast<int64_t>(page))
         .AddInput(int64_t{1})

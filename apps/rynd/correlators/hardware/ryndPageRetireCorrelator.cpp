@@ -12,6 +12,7 @@
 #include "core/agents/runner.h"
 #include "core/basics/clock.h"
 #include "core/basics/log.h"
+#include "core/basics/reason.h"
 #include "correlators/hardware/hardwareCorrelators.h"
 #include "correlators/hardware/retirementReports.h"
 #include "correlators/rows/defaultHandlers.h"
@@ -110,18 +111,21 @@ void OnSelected(Observation *observation) {
   uint64_t count = 0;
   if (!HasId(observation, kSelectedId)) return;
   if (GetArgsByMessageFormat(observation, "Number of MPNs selected for retirement is %lu", &count) != 0) return;
-  if (Reports().Selected(count)) PostMessage<kSelected>(count, Reports().Threshold());
+  if (Reports().Selected(count)) return PostMessage<kSelected>(count, Reports().Threshold());
+  Reason("%lu pages are not above the threshold of %lu, or not by the interval above the last report", count,
+         Reports().Threshold());
 }
 
 void OnNotRetired(Observation *observation) {
   uint64_t count = 0;
   if (!HasId(observation, kNotRetiredId)) return;
   if (GetArgsByMessageFormat(observation, "Number of selected but not retired MPNs is high: %lu.", &count) != 0) return;
-  if (Reports().NotRetired()) PostMessage<kNotRetired>(count);
+  if (Reports().NotRetired()) return PostMessage<kNotRetired>(count);
+  Reason("it is reported once in the daemon's run");
 }
 
 void OnRetireRequest(Observation *observation) {
-  if (!IsFirmwareLogged()) return;
+  if (!IsFirmwareLogged()) return Reason("PageRetire/ApeiLoggingEnabled is 0: requests are not reported");
   const char *fru = nullptr;
   const char *hardwareLog = nullptr;
   constexpr char kTemplate[] =

@@ -1,5 +1,6 @@
 #include "correlators/network/linkFlapping.h"
 
+#include "core/basics/reason.h"
 #include "platform/hykCtlAdv.h"
 #include "platform/hykCtlUtil.h"
 
@@ -32,7 +33,10 @@ void LinkFlapDetector::CheckLinkFlapping(const std::string &uplink, int64_t nowS
   while (history.front().atS < nowS - kWindowS) history.pop_front();
 
   const uint32_t threshold = HykCtl::Adv::AdvancedIntegerOptionImpl({"Net"}, "LinkFlappingThreshold").GetValue();
-  if (threshold == 0 || CountOf(uplink) <= threshold) return;
+  if (threshold == 0) return Reason("Net/LinkFlappingThreshold is 0: no flapping link is taken down");
+  const size_t count = CountOf(uplink);
+  Reason("counter of link losses of %s at %lu in %ld s, tolerated are %u", uplink, count, kWindowS, threshold);
+  if (count <= threshold) return;
   HykCtl::Util::Sysinfo("net/pNics/linkFlapping").AddInstancePath(uplink.c_str()).AddInput(1).Set();
   PostMessage<kLinkFlapping>(uplink.c_str());
   history.clear();

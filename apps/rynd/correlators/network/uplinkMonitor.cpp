@@ -5,6 +5,7 @@
 
 #include "core/basics/cause.h"
 #include "core/basics/log.h"
+#include "core/basics/reason.h"
 #include "correlators/network/uplinkMessages.h"
 
 namespace rynd {
@@ -21,6 +22,22 @@ using Record = PortRecords::Record;
 
 void LogDropped(const std::string &uplink, const UplinkPort &port) {
   Log("Too many transitions of ports of %s are undecided, dropping that of %s\n", uplink.c_str(), port.name.c_str());
+}
+
+void ReasonPortsTell(const std::string &uplink) {
+  Reason("uplink %s: transitions of its ports are pending, which tell it instead", uplink);
+}
+
+/// Why a restore is not told yet.
+void ReasonStillLost(const Ports &portGroups, const Ports &dvports) {
+  if (!portGroups.connectivityLost.Empty()) Reason("some port group still lacks connectivity");
+  if (!dvports.connectivityLost.Empty()) Reason("some DVPort still lacks connectivity");
+  if (!portGroups.redundancyLost.Empty()) Reason("some port group still lacks redundancy");
+  if (!dvports.redundancyLost.Empty()) Reason("some DVPort still lacks redundancy");
+}
+
+void ReasonNoSwitch(const std::string &portGroup) {
+  Reason("the switch of port group %s cannot be found: its transitions are dropped", portGroup);
 }
 
 /// The names of the ports that went down, by what they have left.
@@ -119,12 +136,13 @@ void UplinkMonitor::DVPortUplinkUp(const std::string &uplink, const UplinkPort &
 }
 
 void UplinkMonitor::HynicLinkDown(const std::string &uplink, int64_t nowNs) {
-  if ((timers_.PendingOf(uplink) & (PG_DOWN | DVPORT_DOWN)) != 0) return;  // these will say more
+  // These will say more.
+  if ((timers_.PendingOf(uplink) & (PG_DOWN | DVPORT_DOWN)) != 0) return ReasonPortsTell(uplink);
   timers_.ScheduleUplinkTimer(kLinkSettleS, uplink, LINK_DOWN, nowNs);
 }
 
 void UplinkMonitor::HynicLinkUp(const std::string &uplink, int64_t nowNs) {
-  if ((timers_.PendingOf(uplink) & (PG_UP | DVPORT_UP)) != 0) return;
+  if ((timers_.PendingOf(uplink) & (PG_UP | DVPORT_UP)) != 0) return ReasonPortsTell(uplink);
   timers_.ScheduleUplinkTimer(kLinkSettleS, uplink, LINK_UP, nowNs);
 }
 
@@ -144,6 +162,7 @@ void UplinkMonitor::Settle(const UplinkTimer &timer) {
   // While the watchdog's window is open, all else keeps its bit and its records for the watchdog's decision. Kept: the
   // window stays open behind that decision, unless it finds a transient failure.
   const bool isWatched = timers_.IsTransitionPending(uplink, WATCHDOG);
+  if (isWatched && timer.state != WATCHDOG) Reason("%s waits: the watchdog's window is open", what);
   switch (timer.state) {
     case PG_DOWN:
       return isWatched ? void() : ReportPortGroupLoss(uplink);
@@ -166,13 +185,13 @@ void UplinkMonitor::Settle(const UplinkTimer &timer) {
 
 void UplinkMonitor::SettleLinkDown(const std::string &uplink) {
   timers_.ClearTransitionPending(uplink, LINK_DOWN);
-  if ((timers_.PendingOf(uplink) & (PG_DOWN | DVPORT_DOWN)) != 0) return;
+  if ((timers_.PendingOf(uplink) & (PG_DOWN | DVPORT_DOWN)) != 0) return ReasonPortsTell(uplink);
   PostMessage<kLinkStateDown>(uplink.c_str());
 }
 
 void UplinkMonitor::SettleLinkUp(const std::string &uplink) {
   timers_.ClearTransitionPending(uplink, LINK_UP);
-  if ((timers_.PendingOf(uplink) & (PG_UP | DVPORT_UP)) != 0) return;
+  if ((timers_.PendingOf(uplink) & (PG_UP | DVPORT_UP)) != 0) return ReasonPortsTell(uplink);
   PostMessage<kLinkStateUp>(uplink.c_str());
   for (Ports *ports : {&portGroups_, &dvports_}) {
     ports->connectivityLost.RemoveUplink(uplink);
@@ -194,7 +213,8 @@ void UplinkMonitor::SettleWatchdog(const std::string &uplink) {
   const bool isUp = (pending & (PG_UP | DVPORT_UP | LINK_UP)) != 0;
   const bool isDown = (pending & (PG_DOWN | DVPORT_DOWN | LINK_DOWN)) != 0;
   if (isUp && isDown) return ForgetTransientFailure(uplink, pending);
-  if (isUp || pending == WATCHDOG) return;
+  if (isUp || pending == WATCHDOG)
+    return Reason("uplink %s: no loss within the watchdog's window, which stays", uplink);
   if (!isDown) Panic("Unknown state: %x\n", pending);
   if ((pending & PG_DOWN) != 0) return ReportPortGroupLoss(uplink);
   if ((pending & DVPORT_DOWN) != 0) return ReportDVPortLoss(uplink);
@@ -219,7 +239,7 @@ void UplinkMonitor::ReportPortGroupLoss(const std::string &uplink) {
   const PortRecords records = std::move(found->second);
   portGroups_.downRecords.erase(found);
   const std::string virtualSwitch = SwitchOfPortGroup(records.FirstPort().name);
-  if (virtualSwitch.empty()) return;
+  if (virtualSwitch.empty()) return ReasonNoSwitch(records.FirstPort().name);
   const Affected affected = SortLosses(uplink, records, &portGroups_);
   const char *name = virtualSwitch.c_str();
   if (!affected.connectivityLost.empty()) {
@@ -257,8 +277,9 @@ void UplinkMonitor::RestorePortGroups(const std::string &uplink) {
   const PortRecords records = std::move(found->second);
   portGroups_.upRecords.erase(found);
   const std::string virtualSwitch = SwitchOfPortGroup(records.FirstPort().name);
-  if (virtualSwitch.empty()) return;
+  if (virtualSwitch.empty()) return ReasonNoSwitch(records.FirstPort().name);
   const Names restored = MakeGood(uplink, records, PortLookup(PortGroupExists), &portGroups_, &dvports_);
+  ReasonStillLost(portGroups_, dvports_);
   if (!restored.empty() && portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
     PostMessage<kConnectivityRestored>(virtualSwitch.c_str(), JoinQuotedList(restored).c_str(), uplink.c_str());
   }
@@ -275,6 +296,7 @@ void UplinkMonitor::RestoreDVPorts(const std::string &uplink) {
   timers_.ClearTransitionPending(uplink, DVPORT_UP);
   const Names restored = MakeGood(uplink, found->second, PortLookup(DVPortExists), &dvports_, &portGroups_);
   dvports_.upRecords.erase(found);
+  ReasonStillLost(portGroups_, dvports_);
   if (!restored.empty() && portGroups_.connectivityLost.Empty() && dvports_.connectivityLost.Empty()) {
     PostMessage<kDVPortConnectivityRestored>(JoinQuotedList(restored).c_str(), uplink.c_str());
   }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/basics/clock.h"
+#include "core/basics/reason.h"
 #include "core/basics/timerThread.h"
 
 namespace rynd {
@@ -39,7 +40,10 @@ const char *TransitionName(uint32_t state) {
 }
 
 void UplinkTimers::ScheduleUplinkTimer(int64_t seconds, const std::string &uplink, uint32_t state, int64_t nowNs) {
-  if (IsTransitionPending(uplink, state)) return;
+  if (IsTransitionPending(uplink, state)) {
+    return Reason("uplink %s: \"%s\" is pending already", uplink, TransitionName(state));
+  }
+  Reason("uplink %s: \"%s\" settles in %ld s", uplink, TransitionName(state), seconds);
   pendingTransitions_[uplink] |= state;
   const int64_t deadlineNs = nowNs + seconds * kNsPerSecond;
   const bool isEarliest = uplinkTimers_.empty() || deadlineNs < uplinkTimers_.front().deadlineNs;

@@ -11,6 +11,7 @@
 
 #include "core/agents/handlerTable.h"
 #include "core/basics/log.h"
+#include "core/basics/reason.h"
 #include "correlators/rows/eventMessage.h"
 #include "platform/ryn.h"
 
@@ -107,6 +108,12 @@ struct ReadResult {
   uint32_t field = 0;
 };
 
+/// Why nothing comes of an observation whose arguments can't be read.
+inline void ReasonUnread(const char *extraction, const ReadResult &read) {
+  if (extraction == nullptr) return Reason("argument %u cannot be read: status %d", read.field + 1, read.status);
+  Reason("the arguments cannot be read as \"%s\": status %d", extraction, read.status);
+}
+
 /// Read the arguments of `kRows[kRow]` into a tuple.
 template <const auto &kRows, size_t kRow, typename Values, size_t... kField>
 ReadResult ReadFields(const Observation *observation, Values *values, std::index_sequence<kField...>) {
@@ -171,7 +178,10 @@ void PostRowHandler(Observation *observation) {
   constexpr auto kFields = std::make_index_sequence<post_row::Count(kRows[kRow].fields.types)>();
   auto values = post_row::MakeValues<kRows, kRow>(kFields);
   const post_row::ReadResult read = post_row::ReadFields<kRows, kRow>(observation, &values, kFields);
-  if (read.status != 0) return kFailure(kRows[kRow].id, read.field, read.status);
+  if (read.status != 0) {
+    post_row::ReasonUnread(kRows[kRow].fields.extraction, read);
+    return kFailure(kRows[kRow].id, read.field, read.status);
+  }
   post_row::Post<kRows, kRow>(values);
 }
 
@@ -186,7 +196,10 @@ void SharedRowsHandler(Observation *observation) {
   constexpr auto kFields = std::make_index_sequence<post_row::Count(kRows[0].fields.types)>();
   auto values = post_row::MakeValues<kRows, 0>(kFields);
   const post_row::ReadResult read = post_row::ReadFields<kRows, 0>(observation, &values, kFields);
-  if (read.status != 0) return kFailure(id, read.field, read.status);
+  if (read.status != 0) {
+    post_row::ReasonUnread(kRows[0].fields.extraction, read);
+    return kFailure(id, read.field, read.status);
+  }
   post_row::PostFirstMatch<kRows>(id, values, std::make_index_sequence<kRows.size()>());
 }
 

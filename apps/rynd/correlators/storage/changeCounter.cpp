@@ -1,5 +1,7 @@
 #include "correlators/storage/changeCounter.h"
 
+#include "core/basics/reason.h"
+
 namespace rynd {
 
 void ChangeCounter::Enter(std::string_view path, Change change) {
@@ -27,7 +29,9 @@ bool ChangeCounter::Count(std::string_view path, Change change, int64_t now) {
     });
     sweepS_ = now;
   }
-  return counts_[path] == kAlarmCount;
+  const uint32_t count = counts_[path];
+  Reason("counter of path %s at %u, alarm at %u", path, count, kAlarmCount);
+  return count == kAlarmCount;
 }
 
 }  // namespace rynd

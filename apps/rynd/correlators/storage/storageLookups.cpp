@@ -8,6 +8,7 @@
 
 #include "base/uniqueFd.h"
 #include "core/basics/hostFolders.h"
+#include "core/basics/reason.h"
 #include "platform/hostMgmtStorage.h"
 #include "platform/volumesDirectory.h"
 
@@ -23,6 +24,9 @@ auto Try(const LookUp &lookUp) -> std::optional<decltype(lookUp())> {
     return lookUp();
   } catch (const abi::__forced_unwind &) {
     throw;
+  } catch (const std::exception &failure) {
+    Reason("look-up failed: %s", failure.what());
+    return std::nullopt;
   } catch (...) {
     return std::nullopt;
   }
@@ -76,7 +80,10 @@ std::optional<std::string> DeviceOfPath(const char *path) {
 
 std::optional<std::string> DatastoreList(const char *device) {
   const base::UniqueFd directory = OpenVolumesFolder();
-  if (!directory) return std::nullopt;
+  if (!directory) {
+    Reason("%s cannot be opened: the datastores are not known", kVolumesDirectory);
+    return std::nullopt;
+  }
   return Try([&] { return ListVolumes(directory.Get(), device); });
 }
 

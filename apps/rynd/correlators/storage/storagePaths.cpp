@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/basics/log.h"
+#include "core/basics/reason.h"
 #include "correlators/storage/storageCorrelators.h"
 #include "correlators/storage/storageLookups.h"
 
@@ -71,9 +72,9 @@ std::optional<Affected> AffectedBy(const char *path) {
 
 void StoragePaths::PathDown(const char *path, const char *previousState, const char *device, int64_t now) {
   CountChange(path, ChangeCounter::Change::kState, now);
-  if (!IsOneOf(previousState, "on", "standby")) return;
+  if (!IsOneOf(previousState, "on", "standby")) return Reason("path %s was not in use", AsKey(path));
   const std::optional<int32_t> status = RedundancyStatus(device);
-  if (!status || *status == kNothingToSay) return;
+  if (!status || *status == kNothingToSay) return Reason("device %s: no redundancy status", AsKey(device));
   const std::string datastores = DatastoresOrUnknown(device);
   if (*status == kLastPathDown) {
     PostMessage<kConnectivityLost>(device, path, datastores.c_str());
@@ -88,23 +89,23 @@ void StoragePaths::PathDown(const char *path, const char *previousState, const c
 
 void StoragePaths::PathRestored(const char *path, const char *previousState, int64_t now) {
   CountChange(path, ChangeCounter::Change::kState, now);
-  if (!IsOneOf(previousState, "off", "dead")) return;
+  if (!IsOneOf(previousState, "off", "dead")) return Reason("path %s was not down", AsKey(path));
   const std::optional<std::string> device = DeviceOfPath(path);
   if (!device) return;
   const std::string key = PathAndDevice(path, device->c_str());
   // Kept: a path whose loss was not reported leaves an entry.
-  if (!reportedDown_[key]) return;
+  if (!reportedDown_[key]) return Reason("the loss of path %s to %s was not reported", AsKey(path), *device);
   reportedDown_.Erase(key);
   PostRestored(path, device->c_str());
 }
 
 void StoragePaths::PostRestored(const char *path, const char *device) {
   const std::optional<int32_t> status = RedundancyStatus(device);
-  if (!status || *status == kNothingToSay) return;
+  if (!status || *status == kNothingToSay) return Reason("device %s: no redundancy status", AsKey(device));
   const std::string datastores = DatastoresOrUnknown(device);
   switch (*status) {
     case kLastPathDown:
-      return;
+      return Reason("device %s: its last path is down", AsKey(device));
     case kOnePathLeft:
       return PostMessage<kConnectivityRestored>(device, datastores.c_str(), path);
     case kSeveralPathsLeft:

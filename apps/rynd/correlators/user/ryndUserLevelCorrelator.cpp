@@ -7,6 +7,7 @@
 
 #include "core/agents/runner.h"
 #include "core/basics/clock.h"
+#include "core/basics/reason.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/rebootReason.h"
 #include "correlators/user/userCorrelators.h"
@@ -135,7 +136,7 @@ template <size_t kRow>
 void OnAnnounced(Observation *observation) {
   static constexpr const AnnouncedRow &row = kAnnounced[kRow];
   const char *reason = ReasonText(observation);
-  if (reason == nullptr) return;
+  if (reason == nullptr) return Reason("argument 1 is no text with a colon in front of the reason");
   // Kept: only a negative status stops the handler; what was not read is an empty text.
   const char *user = "";
   if (Ryn_GetStringArg(observation, 1, &user) < 0) return;
@@ -155,7 +156,7 @@ template <size_t kRow>
 void OnConsole(Observation * /*observation*/) {
   static constexpr const ConsoleRow &row = kConsole[kRow];
   PostMessage<kMessages, kAnnounced.size() + kRow>();
-  if (!row.overEarlier && RebootReasonRecorded() != 0) return;
+  if (!row.overEarlier && RebootReasonRecorded() != 0) return Reason("a reason has been recorded already");
   RecordRebootReason({row.type, kUnknownUser, kDontReplicate, RebootTimestamp(WallClockS()).c_str(), row.reason});
 }
 

@@ -5,6 +5,7 @@
 #include "base/immortal.h"
 #include "core/agents/runner.h"
 #include "core/basics/clock.h"
+#include "core/basics/reason.h"
 #include "correlators/rows/defaultHandlers.h"
 #include "correlators/user/crashCounter.h"
 #include "correlators/user/execReports.h"
@@ -144,7 +145,8 @@ void OnExecInstalledOnlyReport(Observation *observation) {
   const char *path = nullptr;
   if (Ryn_GetStringArg(observation, 0, &path) != 0) return;
   const char *report = execReports.Report(path);
-  if (report != nullptr) PostMessage<kMessages, kMessage>(report);
+  if (report == nullptr) return Reason("this file was reported already, or as many as are reported were");
+  PostMessage<kMessages, kMessage>(report);
 }
 
 }  // namespace
