@@ -20,6 +20,9 @@ constexpr Command kCommands[] = {
     {"explain", "Explain an event or an observation: what it means, what to do", ExplainCommand},
     {"stats", "Show what the daemon has counted: agents, and where everything went", StatsCommand},
     {"check", "Is the daemon working? One line a subject, and what to do", CheckCommand},
+    {"replay", "Run a flight recording of the daemon again, and compare", ReplayCommand},
+    {"why", "Why did an event come? What was observed, counted and decided", WhyCommand},
+    {"why-not", "Why did it not? Which observations came, and where they stopped", WhyNotCommand},
     {"catalog", "List the events that the daemon can post, or what it handles", CatalogCommand},
 };
 

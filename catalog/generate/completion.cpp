@@ -20,13 +20,14 @@ _rynctl() {
     esac
   done
   if [[ -z $command || $command == help ]]; then
-    names="help $(rynctl --help 2>/dev/null | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/p')"
+    names="help $(rynctl --help 2>/dev/null | sed -n '/^Commands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')"
   elif [[ $word == -* ]]; then
     names=$(rynctl "$command" --help 2>/dev/null | grep -o -e '--[a-z][a-z-]*' | sort -u)
   else
     case $command in
       explain | catalog | trace) names="$_rynctl_events $_rynctl_observations" ;;
       submit) names=$_rynctl_observations ;;
+      why | why-not) names=$_rynctl_events ;;
     esac
   fi
   mapfile -t COMPREPLY < <(compgen -W "$names" -- "$word")

@@ -30,6 +30,14 @@ int StatsCommand(const Words &words, Console &console);
 /// Is the daemon working? Returns 0 ok, 1 warn, 2 fail.
 int CheckCommand(const Words &words, Console &console);
 
+// These are done by the program rynreplay, which takes the place of this one. They return kUsage when it can't.
+/// Run a flight recording again, and compare.
+int ReplayCommand(const Words &words, Console &console);
+/// Why an event came.
+int WhyCommand(const Words &words, Console &console);
+/// Why one did not.
+int WhyNotCommand(const Words &words, Console &console);
+
 /// What the management agent knows: problems, history, show, ack. None in a build without its store.
 std::span<const Command> AgentCommands();
 
