@@ -45,7 +45,7 @@ bool IsInteger(const EventArgument &argument) {
 /// Hands out the arguments in order and renders them one conversion at a time.
 class Renderer {
  public:
-  Renderer(const std::vector<EventArgument> &arguments, std::string *out) : arguments_(arguments), out_(out) {}
+  Renderer(std::span<const EventArgument> arguments, std::string *out) : arguments_(arguments), out_(out) {}
 
   void Render(Conversion conversion) {
     conversion.width = Resolve(conversion.width);
@@ -115,7 +115,7 @@ class Renderer {
     }
   }
 
-  const std::vector<EventArgument> &arguments_;
+  std::span<const EventArgument> arguments_;
   std::string *out_;
   size_t next_ = 0;
   bool suited_ = true;
@@ -133,7 +133,7 @@ std::vector<EventArgument> DecodeEventArguments(const std::byte *area, size_t le
   return arguments;
 }
 
-bool RenderArguments(const char *format, const std::vector<EventArgument> &arguments, std::string *text) {
+bool RenderArguments(const char *format, std::span<const EventArgument> arguments, std::string *text) {
   Renderer renderer(arguments, text);
   std::string_view literal;
   Conversion conversion;

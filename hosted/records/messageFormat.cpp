@@ -1,10 +1,12 @@
 // Serialises printf arguments for another process and renders them. Stateless: any thread.
 #include "platform/messageFormat.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -118,18 +120,14 @@ class Serializer {
 };
 
 /// The arguments of an area that MsgFmt_Serialize has just written: its strings are still addresses.
-std::vector<EventArgument> DecodePointers(const std::byte *area, uint32_t count) {
-  std::vector<EventArgument> arguments;
-  arguments.reserve(count);
-  for (uint32_t i = 0; i < count; ++i) {
+void DecodePointers(const std::byte *area, std::span<EventArgument> arguments) {
+  for (uint32_t i = 0; i < arguments.size(); ++i) {
     const MsgFmtArg descriptor = MsgFmt_GetArg(area, i);
-    EventArgument argument{descriptor.kind, descriptor.value, descriptor.size == 4 ? 4U : 8U, {}, true};
+    arguments[i] = {descriptor.kind, descriptor.value, descriptor.size == 4 ? 4U : 8U, {}, true};
     if (descriptor.kind == MsgFmtKind::kString) {
-      argument.text = {reinterpret_cast<const char *>(descriptor.value), size_t{descriptor.size} - 1};
+      arguments[i].text = {reinterpret_cast<const char *>(descriptor.value), size_t{descriptor.size} - 1};
     }
-    arguments.push_back(argument);
   }
-  return arguments;
 }
 
 }  // namespace
@@ -155,8 +153,14 @@ MsgFmtArg MsgFmt_GetArg(const std::byte *area, uint32_t index) {
 }
 
 char *MsgFmt_Format(const char *format, const std::byte *area, uint32_t count) try {
+  std::array<hosted::EventArgument, 10> few;
+  std::vector<hosted::EventArgument> many(count > few.size() ? count : 0);
+  const std::span arguments(count > few.size() ? many.data() : few.data(), count);
+  hosted::DecodePointers(area, arguments);
   std::string text;
-  return hosted::RenderArguments(format, hosted::DecodePointers(area, count), &text) ? strdup(text.c_str()) : nullptr;
+  constexpr size_t kUsual = 500;  // of room, so that it is made once
+  text.reserve(kUsual);
+  return hosted::RenderArguments(format, arguments, &text) ? strdup(text.c_str()) : nullptr;
 } catch (const std::bad_alloc &) {
   return nullptr;
 }

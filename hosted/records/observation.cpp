@@ -37,6 +37,14 @@ bool IndexArguments(Observation *observation) {
   return true;
 }
 
+/// The calling thread's last observation that was freed: a thread has one at a time, and makes the next one of it.
+thread_local std::unique_ptr<Observation> spare;
+
+/// A new observation of nothing, or null without memory.
+Observation *NewObservation() {
+  return spare != nullptr ? spare.release() : new (std::nothrow) Observation;
+}
+
 /// Whether an integer can be represented in `bits` (below 64) bits, signed or unsigned.
 bool Fits(const RawArgumentView &view, unsigned bits) {
   const bool negative = view.kind == ArgumentKind::kSigned && static_cast<int64_t>(view.bits) < 0;
@@ -75,7 +83,7 @@ int ReadInteger(const Observation *observation, uint32_t index, size_t width, vo
 int Ryn_MakeRyn(std::byte *bytes, size_t length, Observation **observation) {
   *observation = nullptr;
   if (bytes == nullptr || hosted::CheckRecord(bytes, length) != nullptr) return EINVAL;
-  auto *made = new (std::nothrow) Observation;
+  auto *made = hosted::NewObservation();
   if (made == nullptr) return ENOMEM;
   made->bytes.reset(bytes);
   made->length = length;
@@ -90,7 +98,10 @@ int Ryn_MakeRyn(std::byte *bytes, size_t length, Observation **observation) {
 }
 
 void Ryn_Free(Observation *observation) {
-  delete observation;
+  if (observation == nullptr) return;
+  observation->bytes.reset();
+  observation->manyOffsets.reset();
+  hosted::spare.reset(observation);
 }
 
 int Ryn_GetID(const Observation *observation, const char **id) {
@@ -108,6 +119,13 @@ int Ryn_GetMsg(const Observation *observation, char **message, char **second) {
   // The text may lack its NUL.
   *message = strndup(hosted::TextAt(*observation, hosted::kRecordHeaderSize + header.idLength), header.messageLength);
   return *message == nullptr ? ENOMEM : 0;
+}
+
+const char *Ryn_ViewMsg(const Observation *observation) {
+  if (observation == nullptr) return nullptr;
+  const hosted::RawHeader &header = observation->header;
+  const char *const text = hosted::TextAt(*observation, hosted::kRecordHeaderSize + header.idLength);
+  return header.messageLength > 0 && text[header.messageLength - 1] == '\0' ? text : nullptr;
 }
 
 int Ryn_GetTimestamp(const Observation *observation, uint64_t *microseconds) {

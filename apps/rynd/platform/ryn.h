@@ -56,6 +56,8 @@ constexpr int kRynOutOfRange = 34;  ///< an integer that does not fit the output
 int Ryn_GetID(const Observation *observation, const char **id);
 /// A new copy of the message text, which the caller frees with free(). `second` is set to null; nothing uses it.
 int Ryn_GetMsg(const Observation *observation, char **message, char **second);
+/// The message text, owned by the Observation; null when it lacks its end and has to be copied.
+const char *Ryn_ViewMsg(const Observation *observation);
 /// Microseconds since the epoch.
 int Ryn_GetTimestamp(const Observation *observation, uint64_t *microseconds);
 /// Argument `index` (from 0) as text owned by the Observation; a null string gives a null pointer.

@@ -27,15 +27,15 @@ std::string ThreadName(const char *name) {
 }
 
 /// Dispatch one observation through a copy of `table`, so that rows which the look-up inserts are gone after it, and
-/// free it, also when its handler ends the agent.
-void DispatchAndFree(Handler defaultHandler, const HandlerTable &table, Observation *observation) {
+/// free it, also when its handler ends the agent. `copy` is where, and keeps its memory.
+void DispatchAndFree(Handler defaultHandler, const HandlerTable &table, HandlerTable *copy, Observation *observation) {
   struct Owner {
     Observation *observation;
     ~Owner() { Ryn_Free(observation); }
   } owner{observation};
   try {
-    HandlerTable copy = table;
-    DispatchObservation(defaultHandler, &copy, observation);
+    *copy = table;
+    DispatchObservation(defaultHandler, copy, observation);
   } catch (const std::bad_alloc &) {  // of the table: what a handler throws has been dealt with
     const char *id = nullptr;
     Ryn_GetID(observation, &id);
@@ -77,7 +77,7 @@ void RunThenCleanUp(AgentContext *context, const Loop &loop) {
 
 /// One pass of the loop with extra descriptors. False when the agent cannot go on.
 bool WaitAndServe(AgentContext *context, Handler defaultHandler, const HandlerTable &table, void (*timerCallback)(),
-                  std::vector<pollfd> *set) {
+                  HandlerTable *copy, std::vector<pollfd> *set) {
   for (pollfd &entry : *set) entry.revents = 0;
   Hyk_FlushLog();
   if (CancellablePoll(set->data(), set->size()) < 0) {
@@ -92,7 +92,7 @@ bool WaitAndServe(AgentContext *context, Handler defaultHandler, const HandlerTa
       Log("Failed to get Ryn\n");
       return false;
     }
-    if (complete) DispatchAndFree(defaultHandler, table, observation);
+    if (complete) DispatchAndFree(defaultHandler, table, copy, observation);
   }
   for (size_t i = 1; i < set->size(); ++i) {
     if (((*set)[i].revents & POLLIN) == 0) continue;
@@ -121,7 +121,10 @@ void RunCorrelatorFiltered(const char *name, const std::vector<const char *> &pr
   if (AgentInit(ThreadName(name).c_str(), prefixes, exactIds, &context) != 0) return;
   RunThenCleanUp(context, [&] {
     Observation *observation = nullptr;
-    while (AgentWaitObservation(context, &observation) == 0) DispatchAndFree(defaultHandler, table, observation);
+    HandlerTable copy;
+    while (AgentWaitObservation(context, &observation) == 0) {
+      DispatchAndFree(defaultHandler, table, &copy, observation);
+    }
   });
 }
 
@@ -132,7 +135,8 @@ void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaul
   std::vector<pollfd> set{{context->streamFd, POLLIN, 0}};
   for (int i = 0; i < extraFdCount; ++i) set.push_back({extraFds[i], POLLIN, 0});
   RunThenCleanUp(context, [&] {
-    while (WaitAndServe(context, defaultHandler, table, timerCallback, &set)) {
+    HandlerTable copy;
+    while (WaitAndServe(context, defaultHandler, table, timerCallback, &copy, &set)) {
     }
   });
 }

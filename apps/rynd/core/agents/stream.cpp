@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "base/immortal.h"
-#include "core/basics/rawRecord.h"
 #include "platform/ryn.h"
 
 namespace rynd {
@@ -40,7 +39,8 @@ int MakePipe(int *readEnd, int *writeEnd) {
 
 /// Read at most the wanted bytes once. 0 when none are wanted any more, kIncomplete, or an errno value.
 int ReadWanted(Stream *stream) {
-  const ssize_t count = read(stream->readEnd, stream->buffer.get() + stream->held, stream->wanted);
+  std::byte *const place = stream->buffer == nullptr ? stream->header.data() : stream->buffer.get();
+  const ssize_t count = read(stream->readEnd, place + stream->held, stream->wanted);
   if (count == 0) {
     Panic("EOF trying to read %d bytes from stream %p\n", static_cast<int>(stream->wanted),
           static_cast<void *>(stream));
@@ -53,22 +53,16 @@ int ReadWanted(Stream *stream) {
 
 /// Both phases of reassembly. 0 when the whole record is held, kIncomplete, or an errno value.
 int Reassemble(Stream *stream) {
-  if (stream->buffer == nullptr) {
-    stream->buffer.reset(new (std::nothrow) std::byte[kRecordHeaderSize]);
-    if (stream->buffer == nullptr) return ENOMEM;
-    stream->held = 0;
-    stream->wanted = kRecordHeaderSize;
-  }
+  if (stream->held == 0) stream->wanted = kRecordHeaderSize;
   if (stream->held < kRecordHeaderSize) {
     const int status = ReadWanted(stream);
     if (status != 0) return status;
   }
-  const size_t total = RecordField(stream->buffer.get(), kRecordTotalLengthOffset);
-  if (stream->held == kRecordHeaderSize) {
-    std::unique_ptr<std::byte[]> whole(new (std::nothrow) std::byte[total]);
-    if (whole == nullptr) return ENOMEM;
-    std::memcpy(whole.get(), stream->buffer.get(), kRecordHeaderSize);
-    stream->buffer = std::move(whole);
+  if (stream->buffer == nullptr) {
+    const size_t total = RecordField(stream->header.data(), kRecordTotalLengthOffset);
+    stream->buffer.reset(new (std::nothrow) std::byte[total]);
+    if (stream->buffer == nullptr) return ENOMEM;
+    std::memcpy(stream->buffer.get(), stream->header.data(), kRecordHeaderSize);
     stream->wanted = total - kRecordHeaderSize;
     if (stream->wanted == 0) return 0;
   }
@@ -162,6 +156,7 @@ int StreamRead(Stream *stream, Observation **observation, bool *complete) {
   stream->agent->received.AddAlone();
   stream->agent->receivedBytes.AddAlone(stream->held);
   stream->buffer.reset();
+  stream->held = 0;
   if (!made) {
     stream->agent->unhandled.AddAlone();
     return 2;

@@ -11,6 +11,7 @@
 #include "core/agents/streamLock.h"
 #include "core/agents/subscription.h"
 #include "core/basics/list.h"
+#include "core/basics/rawRecord.h"
 #include "core/basics/statistics.h"
 
 struct Observation;
@@ -29,7 +30,9 @@ struct Stream : ListLinks {           // linked in order of registration
   [[maybe_unused]] std::array<std::byte, 64> apart{};
   int readEnd = -1;
 
-  // Reassembly: `held` bytes of the record that `buffer` will hold, and how many are still `wanted` for this phase.
+  // Reassembly: `held` bytes of the record, first in `header`, then in `buffer` that will hold all of it, and how many
+  // are still `wanted` for this phase.
+  std::array<std::byte, kRecordHeaderSize> header;
   std::unique_ptr<std::byte[]> buffer;
   size_t held = 0;
   size_t wanted = 0;

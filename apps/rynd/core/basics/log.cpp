@@ -53,8 +53,9 @@ void LogObservation(const Observation *observation) {
   uint64_t timestampUs = 0;
   Ryn_GetID(observation, &id);
   Ryn_GetTimestamp(observation, &timestampUs);
-  Ryn_GetMsg(observation, &message, &second);
-  LogObservationText(id == nullptr ? "(null)" : id, message == nullptr ? "(null)" : message, timestampUs);
+  const char *text = Ryn_ViewMsg(observation);
+  if (text == nullptr && Ryn_GetMsg(observation, &message, &second) == 0) text = message;
+  LogObservationText(id == nullptr ? "(null)" : id, text == nullptr ? "(null)" : text, timestampUs);
   free(message);
 }
 
