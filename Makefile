@@ -12,7 +12,7 @@ help:
 	@echo 'make test      install what is missing, build, and run all tests'
 	@echo 'make run       the daemon and its management agent on a root of their own, until Ctrl-C'
 	@echo 'make check     the fast loop: format, lint, build, unit tests'
-	@echo 'make bench     the speed ratios, and a CSV of them'
+	@echo 'make bench     the speed ratios, a CSV of them and a plot'
 	@echo 'make campaign  all campaigns and fuzzers for MINUTES in all (20), from SEED (1)'
 	@echo 'make soak      HOURS of observations while everybody round the daemon comes and goes (1)'
 	@echo 'make packages  the Debian packages, into build/packages'
@@ -40,7 +40,7 @@ check:
 	ctest --preset debug -j $(JOBS) -LE system_test
 
 bench: build
-	$(RELEASE)/bench/rynd_bench --csv $(RELEASE)/bench.csv
+	$(RELEASE)/bench/rynd_bench --csv $(RELEASE)/bench.csv --svg $(RELEASE)/bench.svg
 
 # Two thirds of the time for the campaigns, a third for the fuzzers.
 campaign: deps

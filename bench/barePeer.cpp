@@ -139,6 +139,7 @@ int main(int argc, char **argv) {
   for (;;) {  // until SIGTERM
     Wait(&sockets);
     const ssize_t length = recv(sockets[0].fd, record.data(), record.size(), 0);
+    if (job.mode == "unmatched" && length <= bench::kSentinel) continue;
     if (length < 0 || write(ends[1], record.data(), static_cast<size_t>(length)) != length) Fail("record");
   }
 }

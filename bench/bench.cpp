@@ -13,6 +13,7 @@ namespace {
 
 struct Options {
   std::string csvPath;
+  std::string svgPath;
   bool quick = false;
   bool check = false;
 };
@@ -23,17 +24,38 @@ struct Effort {
   int latencyRuns = 8;  ///< of each program in a round
   int latencySamples = 400;
   int observations = 20'000;
+  int burst = 900;
   int starts = 10;  ///< of each program in a round
+  int clients = 100;
+  int ports = 4000;
 };
-constexpr Effort kQuick = {3, 4, 250, 5000, 5};
+constexpr Effort kQuick = {3, 4, 250, 5000, 300, 5, 20, 400};
+constexpr int kPauseUs = 2000;
 
 struct Measures {
   Measure median{"latency_median_us", 1.15};
   Measure tail{"latency_p99_us", 1.5};
-  Measure throughput{"throughput_per_s", 0.8, true};
+  Measure paused{"latency_paused_median_us"};
+  Measure eventCpu{"event_cpu_us"};
+  Measure matched{"throughput_per_s", 0.8, true};
+  Measure matchedCpu{"handled_cpu_us"};
+  Measure unmatched{"unmatched_per_s"};
+  Measure unmatchedCpu{"unmatched_cpu_us"};
+  Measure burst{"burst_us"};
   Measure start{"start_us", 3};
-  Measure memory{"resident_kib", 8192, false, true};
-  std::vector<const Measure *> All() const { return {&median, &tail, &throughput, &start, &memory}; }
+  Measure firstEvent{"first_event_us"};
+  Measure resident{"resident_kib", 8192, false, true};
+  Measure proportional{"proportional_kib"};
+  Measure idle{"idle_switches_per_s"};
+  Measure traced{"traced_to_untraced_median"};
+  Measure restore{"restore_cpu_us"};
+  Measure allocations[3] = {{"allocations_unmatched"}, {"allocations_handled"}, {"allocations_event"}};
+  std::vector<double> daemonLatency, bareLatency;  ///< every sample, microseconds
+  std::vector<const Measure *> All() const {
+    return {&median,       &tail,    &paused,     &eventCpu,       &matched,       &matchedCpu,   &unmatched,
+            &unmatchedCpu, &burst,   &start,      &firstEvent,     &resident,      &proportional, &idle,
+            &traced,       &restore, allocations, allocations + 1, allocations + 2};
+  }
 };
 
 Options ParseOptions(int argc, char **argv) {
@@ -47,50 +69,101 @@ Options ParseOptions(int argc, char **argv) {
       setenv("RYND_BENCH_BLOCKING", "1", 1);
     } else if (strcmp(argv[i], "--csv") == 0 && i + 1 < argc) {
       options.csvPath = argv[++i];
+    } else if (strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
+      options.svgPath = argv[++i];
     } else {
-      fputs("Usage: rynd_bench [--quick] [--check] [--blocking] [--csv FILE]\n", stderr);
+      fputs("Usage: rynd_bench [--quick] [--check] [--blocking] [--csv FILE] [--svg FILE]\n", stderr);
       exit(2);
     }
   }
   return options;
 }
 
-/// Microseconds.
-void Append(const std::vector<int64_t> &nanoseconds, std::vector<double> *values) {
-  for (const int64_t value : nanoseconds) values->push_back(static_cast<double>(value) / 1000);
+std::vector<double> Microseconds(const std::vector<int64_t> &nanoseconds) {
+  std::vector<double> values;
+  values.reserve(nanoseconds.size());
+  for (const int64_t value : nanoseconds) values.push_back(static_cast<double>(value) / 1000);
+  return values;
 }
 
-void LatencyRound(const Effort &effort, Setting *setting, Measures *measures) {
-  std::vector<double> daemon;
-  std::vector<double> bare;
-  for (int i = 0; i < effort.latencyRuns; ++i) {
-    Append(MeasureLatency(Subject::kDaemon, effort.latencySamples, setting), &daemon);
-    Append(MeasureLatency(Subject::kBare, effort.latencySamples, setting), &bare);
+/// The latencies of a program's runs in a round, and the processor time of an event.
+struct LatencyRun {
+  std::vector<double> values;
+  double cpuUs = 0;
+  void Add(const Latency &latency, int runs) {
+    const std::vector<double> more = Microseconds(latency.samples);
+    values.insert(values.end(), more.begin(), more.end());
+    cpuUs += latency.cpuUs / runs;
   }
-  measures->median.Add(Percentile(daemon, 0.5), Percentile(bare, 0.5));
-  measures->tail.Add(Percentile(daemon, 0.99), Percentile(bare, 0.99));
+};
+
+void LatencyRound(const Effort &effort, Setting *setting, Measures *measures) {
+  LatencyRun daemon, bare;
+  for (int i = 0; i < effort.latencyRuns; ++i) {
+    daemon.Add(MeasureLatency(Subject::kDaemon, effort.latencySamples, 0, setting), effort.latencyRuns);
+    bare.Add(MeasureLatency(Subject::kBare, effort.latencySamples, 0, setting), effort.latencyRuns);
+  }
+  measures->median.Add(Percentile(daemon.values, 0.5), Percentile(bare.values, 0.5));
+  measures->tail.Add(Percentile(daemon.values, 0.99), Percentile(bare.values, 0.99));
+  measures->eventCpu.Add(daemon.cpuUs, bare.cpuUs);
+  measures->daemonLatency.insert(measures->daemonLatency.end(), daemon.values.begin(), daemon.values.end());
+  measures->bareLatency.insert(measures->bareLatency.end(), bare.values.begin(), bare.values.end());
+  const Latency pausedDaemon = MeasureLatency(Subject::kDaemon, effort.latencySamples, kPauseUs, setting);
+  const Latency pausedBare = MeasureLatency(Subject::kBare, effort.latencySamples, kPauseUs, setting);
+  measures->paused.Add(Percentile(Microseconds(pausedDaemon.samples), 0.5),
+                       Percentile(Microseconds(pausedBare.samples), 0.5));
+}
+
+void RateRound(const Effort &effort, Setting *setting, Measures *measures) {
+  const Rate matched = MeasureMatched(Subject::kDaemon, effort.observations, setting);
+  const Rate bareMatched = MeasureMatched(Subject::kBare, effort.observations, setting);
+  measures->matched.Add(matched.perSecond, bareMatched.perSecond);
+  measures->matchedCpu.Add(matched.cpuUs, bareMatched.cpuUs);
+  const Rate unmatched = MeasureUnmatched(Subject::kDaemon, effort.observations, setting);
+  const Rate bareUnmatched = MeasureUnmatched(Subject::kBare, effort.observations, setting);
+  measures->unmatched.Add(unmatched.perSecond, bareUnmatched.perSecond);
+  measures->unmatchedCpu.Add(unmatched.cpuUs, bareUnmatched.cpuUs);
+  const double burst = MeasureBurst(Subject::kDaemon, effort.burst, setting);
+  measures->burst.Add(burst, MeasureBurst(Subject::kBare, effort.burst, setting));
 }
 
 void StartRound(const Effort &effort, Setting *setting, Measures *measures) {
-  std::vector<double> daemon;
-  std::vector<double> bare;
+  std::vector<double> ready[2], first[2], resident[2], proportional[2];
   for (int i = 0; i < effort.starts; ++i) {
-    Append({MeasureStart(Subject::kDaemon, setting)}, &daemon);
-    Append({MeasureStart(Subject::kBare, setting)}, &bare);
+    for (const Subject subject : {Subject::kDaemon, Subject::kBare}) {
+      const auto side = static_cast<size_t>(subject);
+      const Footprint start = MeasureStart(subject, setting);
+      ready[side].push_back(static_cast<double>(start.readyNs) / 1e3);
+      first[side].push_back(static_cast<double>(start.firstEventNs) / 1e3);
+      resident[side].push_back(static_cast<double>(start.residentKib));
+      proportional[side].push_back(static_cast<double>(start.proportionalKib));
+    }
   }
-  measures->start.Add(Percentile(daemon, 0.5), Percentile(bare, 0.5));
+  measures->start.Add(Percentile(ready[0], 0.5), Percentile(ready[1], 0.5));
+  measures->firstEvent.Add(Percentile(first[0], 0.5), Percentile(first[1], 0.5));
+  measures->resident.Add(Percentile(resident[0], 0.5), Percentile(resident[1], 0.5));
+  measures->proportional.Add(Percentile(proportional[0], 0.5), Percentile(proportional[1], 0.5));
+}
+
+/// What only the daemon has a figure of.
+void MeasureDaemon(const Effort &effort, Setting *setting, Measures *measures) {
+  measures->idle.daemon.push_back(MeasureIdle(setting));
+  const double untraced = Percentile(Microseconds(MeasureTraced(0, effort.latencySamples, setting)), 0.5);
+  const double traced = Percentile(Microseconds(MeasureTraced(effort.clients, effort.latencySamples, setting)), 0.5);
+  measures->traced.daemon.push_back(traced / untraced);
+  measures->restore.daemon.push_back(MeasureRestore(4, effort.ports, setting));
+  const std::vector<double> allocations = MeasureAllocations(setting);
+  for (size_t i = 0; i < allocations.size(); ++i) measures->allocations[i].daemon.push_back(allocations[i]);
 }
 
 Measures MeasureAll(const Effort &effort, Setting *setting) {
   Measures measures;
   for (int round = 0; round < effort.rounds; ++round) {
     LatencyRound(effort, setting, &measures);
-    const double rate = MeasureThroughput(Subject::kDaemon, effort.observations, setting);
-    measures.throughput.Add(rate, MeasureThroughput(Subject::kBare, effort.observations, setting));
+    RateRound(effort, setting, &measures);
     StartRound(effort, setting, &measures);
-    const auto resident = static_cast<double>(MeasureMemory(Subject::kDaemon, setting));
-    measures.memory.Add(resident, static_cast<double>(MeasureMemory(Subject::kBare, setting)));
   }
+  MeasureDaemon(effort, setting, &measures);
   return measures;
 }
 
@@ -111,6 +184,9 @@ int main(int argc, char **argv) {
   const bench::Measures measures = bench::MeasureAll(options.quick ? bench::kQuick : bench::Effort(), &setting);
   bench::PrintTable(measures.All());
   if (!options.csvPath.empty() && !bench::WriteCsv(options.csvPath, measures.All())) bench::Fail(options.csvPath);
+  if (!options.svgPath.empty() && !bench::WriteSvg(options.svgPath, measures.daemonLatency, measures.bareLatency)) {
+    bench::Fail(options.svgPath);
+  }
   if (!options.check) return 0;
   for (const bench::Measure *measure : measures.All()) {
     if (!measure->WithinLimit()) return 1;

@@ -2,29 +2,26 @@
 
 #include <sys/socket.h>
 
+#include <chrono>
 #include <thread>
+#include <utility>
 
 #include "bench/barePeer.h"
-#include "hosted/records/rawRecord.h"
+#include "bench/records.h"
 
 namespace bench {
 namespace {
 
 constexpr int kWarmUp = 30;  ///< observations that are sent and not counted
 
+constexpr char kHandledId[] = "ryn.storage.apd.timeout";
+constexpr char kMessage[] = "a message of usual length for it";
+
 /// A handled observation; without its integer the handler ends before it posts.
 std::vector<std::byte> MakeObservation(bool posting) {
-  hosted::RawRecord record;
-  record.microseconds = 1'700'000'000'000'000;
-  record.id = "ryn.storage.apd.timeout";
-  record.message = "a message of usual length for it";
-  record.arguments.push_back({hosted::ArgumentKind::kString, 0, 0, "naa.600508b1001c4d"});
-  if (posting) record.arguments.push_back({hosted::ArgumentKind::kSigned, 4, 140, {}});
-  return hosted::EncodeRecord(record);
-}
-
-void Submit(const base::UniqueFd &kernel, const std::vector<std::byte> &record) {
-  if (send(kernel.Get(), record.data(), record.size(), MSG_NOSIGNAL) < 0) Fail("submit");
+  std::vector<hosted::RawArgument> arguments{Text("naa.600508b1001c4d")};
+  if (posting) arguments.push_back(Number(140));
+  return MakeRecord(kHandledId, kMessage, std::move(arguments));
 }
 
 std::string ReadyText(Subject subject) {
@@ -60,33 +57,38 @@ void Probe(Setting *setting) {
   setting->postingLogs = LogLengths(&setting->log);
 }
 
-std::vector<int64_t> MeasureLatency(Subject subject, int count, Setting *setting) {
+Latency MeasureLatency(Subject subject, int count, int pauseUs, Setting *setting) {
   const Program program(Arguments(subject, "latency", setting->eventLength, setting->postingLogs, *setting),
                         ReadyText(subject), &setting->log);
   const base::UniqueFd kernel = ConnectKernel();
   const std::vector<std::byte> record = MakeObservation(true);
-  std::vector<int64_t> samples;
-  samples.reserve(static_cast<size_t>(count));
+  Latency latency;
+  latency.samples.reserve(static_cast<size_t>(count));
+  int64_t cpu = 0;
   for (int i = -kWarmUp; i < count; ++i) {
+    if (i == 0) cpu = program.CpuTime();
+    if (pauseUs > 0) std::this_thread::sleep_for(std::chrono::microseconds(pauseUs));
     const int64_t start = Now();
     Submit(kernel, record);
     int64_t arrival = 0;
     setting->events.Receive(&arrival);
-    if (i >= 0) samples.push_back(arrival - start);
+    if (i >= 0) latency.samples.push_back(arrival - start);
     // Everything of this observation is over before the next one is submitted.
     for (size_t left = setting->postingLogs.size(); left > 0; --left) {
       if (!setting->log.Skip()) Fail("no log record");
     }
   }
-  return samples;
+  latency.cpuUs = static_cast<double>(program.CpuTime() - cpu) / 1e3 / count;
+  return latency;
 }
 
-double MeasureThroughput(Subject subject, int count, Setting *setting) {
+Rate MeasureMatched(Subject subject, int count, Setting *setting) {
   const Program program(Arguments(subject, "throughput", 0, setting->silentLogs, *setting), ReadyText(subject),
                         &setting->log);
   const base::UniqueFd kernel = ConnectKernel();
   const std::vector<std::byte> record = MakeObservation(false);
   const size_t wanted = static_cast<size_t>(count) * setting->silentLogs.size();
+  const int64_t cpu = program.CpuTime();
   const int64_t start = Now();
   std::thread sender([&] {
     for (int i = 0; i < count; ++i) Submit(kernel, record);
@@ -96,17 +98,55 @@ double MeasureThroughput(Subject subject, int count, Setting *setting) {
   }
   const int64_t end = Now();
   sender.join();
-  return static_cast<double>(count) * 1e9 / static_cast<double>(end - start);
+  return {count * 1e9 / static_cast<double>(end - start), static_cast<double>(program.CpuTime() - cpu) / 1e3 / count};
 }
 
-int64_t MeasureStart(Subject subject, Setting *setting) {
-  const Program program(Arguments(subject, "start", 0, {}, *setting), ReadyText(subject), &setting->log);
-  return program.StartTime();
+Rate MeasureUnmatched(Subject subject, int count, Setting *setting) {
+  const Program program(Arguments(subject, "unmatched", 0, setting->silentLogs, *setting), ReadyText(subject),
+                        &setting->log);
+  const base::UniqueFd kernel = ConnectKernel();
+  const std::vector<std::byte> record = MakeRecord("ryn.nobody.wants.it", kMessage, {Text("naa.600508b1001c4d")});
+  const std::vector<std::byte> last = MakeRecord(kHandledId, std::string(kSentinel, 'm'), {Text("naa.600508b1001c4d")});
+  const int64_t cpu = program.CpuTime();
+  const int64_t start = Now();
+  for (int i = 0; i < count; ++i) Submit(kernel, record);
+  Submit(kernel, last);
+  if (!setting->log.Skip()) Fail("no log record");
+  const int64_t end = Now();
+  return {count * 1e9 / static_cast<double>(end - start), static_cast<double>(program.CpuTime() - cpu) / 1e3 / count};
 }
 
-long MeasureMemory(Subject subject, Setting *setting) {
-  const Program program(Arguments(subject, "start", 0, {}, *setting), ReadyText(subject), &setting->log);
-  return program.Status("VmRSS");
+double MeasureBurst(Subject subject, int count, Setting *setting) {
+  const Program program(Arguments(subject, "latency", setting->eventLength, setting->postingLogs, *setting),
+                        ReadyText(subject), &setting->log);
+  const base::UniqueFd kernel = ConnectKernel();
+  const std::vector<std::byte> record = MakeObservation(true);
+  const LogDrain drain(&setting->log);
+  const int64_t start = Now();
+  std::thread sender([&] {
+    for (int i = 0; i < count; ++i) Submit(kernel, record);
+  });
+  int64_t arrival = 0;
+  for (int i = 0; i < count; ++i) setting->events.Receive(&arrival);
+  sender.join();
+  return static_cast<double>(arrival - start) / 1e3;
+}
+
+Footprint MeasureStart(Subject subject, Setting *setting) {
+  const Program program(Arguments(subject, "latency", setting->eventLength, setting->postingLogs, *setting),
+                        ReadyText(subject), &setting->log);
+  Footprint start;
+  const int64_t ready = Now();
+  start.readyNs = program.StartTime();
+  start.residentKib = program.Status("VmRSS");
+  start.proportionalKib = program.ProportionalKib();
+  const int64_t looked = Now();
+  const base::UniqueFd kernel = ConnectKernel();
+  Submit(kernel, MakeObservation(true));
+  int64_t arrival = 0;
+  setting->events.Receive(&arrival);
+  start.firstEventNs = start.readyNs + (ready - looked) + (arrival - ready);
+  return start;
 }
 
 }  // namespace bench

@@ -26,14 +26,45 @@ enum class Subject { kDaemon, kBare };
 /// Find out by one run of the daemon what it does for one observation.
 void Probe(Setting *setting);
 
-/// Nanoseconds from an observation's submission to its event's arrival, `count` times, one after the other. A daemon
-/// passes a thousand events a minute: `count` is at most 950.
-std::vector<int64_t> MeasureLatency(Subject subject, int count, Setting *setting);
-/// Observations per second that are handled and post nothing, over `count` of them.
-double MeasureThroughput(Subject subject, int count, Setting *setting);
-/// Nanoseconds from a process's start to the record that says that it is ready.
-int64_t MeasureStart(Subject subject, Setting *setting);
-/// Resident KiB when ready.
-long MeasureMemory(Subject subject, Setting *setting);
+/// What a run of observations that post showed.
+struct Latency {
+  std::vector<int64_t> samples;  ///< nanoseconds from an observation's submission to its event's arrival
+  double cpuUs = 0;              ///< processor time of one, microseconds
+};
+/// `count` observations, one after the other, each `pauseUs` after all of the one before is over. A daemon passes a
+/// thousand events a minute: `count` is at most 950.
+Latency MeasureLatency(Subject subject, int count, int pauseUs, Setting *setting);
+
+/// What many observations at once showed.
+struct Rate {
+  double perSecond = 0;
+  double cpuUs = 0;  ///< processor time of one, microseconds
+};
+/// `count` observations that are handled and post nothing.
+Rate MeasureMatched(Subject subject, int count, Setting *setting);
+/// `count` observations that no agent wants.
+Rate MeasureUnmatched(Subject subject, int count, Setting *setting);
+/// Microseconds from the first of `count` (at most 950) observations, submitted as fast as they are taken, to the last
+/// event.
+double MeasureBurst(Subject subject, int count, Setting *setting);
+
+/// A start and what it holds then.
+struct Footprint {
+  int64_t readyNs = 0;       ///< from the process's start to the record that says that it is ready
+  int64_t firstEventNs = 0;  ///< to the event of an observation that is submitted then
+  long residentKib = 0;
+  long proportionalKib = 0;
+};
+Footprint MeasureStart(Subject subject, Setting *setting);
+/// Context switches of all threads of a daemon that has nothing to do, in a second.
+double MeasureIdle(Setting *setting);
+
+/// Microseconds that the daemon's network agent takes for what `uplinks` lost uplinks of `ports` distributed ports each
+/// bring about when they return.
+double MeasureRestore(int uplinks, int ports, Setting *setting);
+/// How often the daemon allocates for an observation that no agent wants, for one that is handled, and for an event.
+std::vector<double> MeasureAllocations(Setting *setting);
+/// Latencies, in nanoseconds, of `count` events with `clients` clients at the trace socket that read all they get.
+std::vector<int64_t> MeasureTraced(int clients, int count, Setting *setting);
 
 }  // namespace bench

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <time.h>
 
 #include <atomic>
 #include <cerrno>
@@ -136,6 +137,33 @@ long Program::Status(const std::string &key) const {
     if (line.starts_with(key + ":")) return std::stol(line.substr(key.size() + 1));
   }
   return 0;
+}
+
+long Program::ProportionalKib() const {
+  std::ifstream maps("/proc/" + std::to_string(pid_) + "/smaps_rollup");
+  for (std::string line; std::getline(maps, line);) {
+    if (line.starts_with("Pss:")) return std::stol(line.substr(4));
+  }
+  return 0;
+}
+
+int64_t Program::CpuTime() const {
+  clockid_t clock;
+  timespec time{};
+  if (clock_getcpuclockid(pid_, &clock) != 0 || clock_gettime(clock, &time) != 0) Fail("processor time");
+  return time.tv_sec * 1'000'000'000 + time.tv_nsec;
+}
+
+long Program::Switches() const {
+  long sum = 0;
+  for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+    std::ifstream status(task.path() / "status");
+    for (std::string line; std::getline(status, line);) {
+      const size_t colon = line.find(':');
+      if (line.find("ctxt_switches") < colon) sum += std::stol(line.substr(colon + 1));
+    }
+  }
+  return sum;
 }
 
 base::UniqueFd ConnectKernel() {

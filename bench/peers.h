@@ -49,6 +49,8 @@ class EventSocket {
   EventSocket();
   /// Accept one connection and read its record. Returns its length; `*arrival` is when its bytes were read.
   size_t Receive(int64_t *arrival);
+  /// Its descriptor, for who waits for more than it.
+  int Fd() const { return socket_.Get(); }
 
  private:
   base::UniqueFd socket_;
@@ -67,6 +69,12 @@ class Program {
   int64_t StartTime() const { return startTime_; }
   /// A number of its /proc status, such as "VmRSS" in KiB.
   long Status(const std::string &key) const;
+  /// Its share of what it has in memory, KiB.
+  long ProportionalKib() const;
+  /// Nanoseconds of processor time that all of its threads have taken.
+  int64_t CpuTime() const;
+  /// How often its threads have gone to sleep or were put aside.
+  long Switches() const;
 
  private:
   pid_t pid_ = -1;

@@ -9,7 +9,7 @@ namespace {
 
 std::vector<double> Ratios(const Measure &measure) {
   std::vector<double> ratios;
-  for (size_t i = 0; i < measure.daemon.size(); ++i) ratios.push_back(measure.daemon[i] / measure.bare[i]);
+  for (size_t i = 0; i < measure.bare.size(); ++i) ratios.push_back(measure.daemon[i] / measure.bare[i]);
   return ratios;
 }
 
@@ -32,17 +32,30 @@ double Measure::Ratio() const {
   return Percentile(Ratios(*this), 0.5);
 }
 
+std::pair<double, double> Measure::Spread() const {
+  return {Percentile(Ratios(*this), 0), Percentile(Ratios(*this), 1)};
+}
+
 bool Measure::WithinLimit() const {
+  if (limit == 0) return true;
   const double value = absolute ? Percentile(daemon, 0.5) : Ratio();
   return atLeast ? value >= limit : value <= limit;
 }
 
 void PrintTable(const std::vector<const Measure *> &measures) {
-  printf("%-20s %12s %12s %8s %10s\n", "measure", "daemon", "bare", "ratio", "limit");
+  printf("%-26s %11s %11s %6s %14s %10s\n", "measure", "daemon", "bare", "ratio", "(rounds)", "limit");
   for (const Measure *measure : measures) {
-    printf("%-20s %12.1f %12.1f %8.3f %2s %7g  %s\n", measure->name.c_str(), Percentile(measure->daemon, 0.5),
-           Percentile(measure->bare, 0.5), measure->Ratio(), measure->atLeast ? ">=" : "<=", measure->limit,
-           measure->WithinLimit() ? "ok" : "NOT ok");
+    printf("%-26s %11.1f", measure->name.c_str(), Percentile(measure->daemon, 0.5));
+    if (measure->bare.empty()) {
+      printf(" %11s %6s %14s", "", "", "");
+    } else {
+      const auto [least, most] = measure->Spread();
+      printf(" %11.1f %6.3f (%.2f to %.2f)", Percentile(measure->bare, 0.5), measure->Ratio(), least, most);
+    }
+    if (measure->limit != 0) {
+      printf(" %2s %7g  %s", measure->atLeast ? ">=" : "<=", measure->limit, measure->WithinLimit() ? "ok" : "NOT ok");
+    }
+    putchar('\n');
   }
 }
 
@@ -52,9 +65,13 @@ bool WriteCsv(const std::string &path, const std::vector<const Measure *> &measu
   fputs("measure,round,daemon,bare,ratio\n", file);
   for (const Measure *measure : measures) {
     const std::vector<double> ratios = Ratios(*measure);
-    for (size_t i = 0; i < ratios.size(); ++i) {
-      fprintf(file, "%s,%zu,%.3f,%.3f,%.4f\n", measure->name.c_str(), i + 1, measure->daemon[i], measure->bare[i],
-              ratios[i]);
+    for (size_t i = 0; i < measure->daemon.size(); ++i) {
+      fprintf(file, "%s,%zu,%.3f", measure->name.c_str(), i + 1, measure->daemon[i]);
+      if (measure->bare.empty()) {
+        fputs(",,\n", file);
+      } else {
+        fprintf(file, ",%.3f,%.4f\n", measure->bare[i], ratios[i]);
+      }
     }
   }
   return fclose(file) == 0;
