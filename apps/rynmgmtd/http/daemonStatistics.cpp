@@ -17,7 +17,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kRequest = "stats\n";
-constexpr auto kLimit = std::chrono::seconds(1);
+constexpr auto kPatience = std::chrono::seconds(1);
 constexpr auto kCached = std::chrono::seconds(5);
 constexpr size_t kMostAnswerBytes = size_t{4} << 20;
 
@@ -60,7 +60,7 @@ nlohmann::json DaemonStatistics::Fetch() const {
     return nullptr;
   }
   std::string text;
-  if (!ReadAll(fd.Get(), Clock::now() + kLimit, &text)) return nullptr;
+  if (!ReadAll(fd.Get(), Clock::now() + kPatience, &text)) return nullptr;
   // Lines of the feed that came before the daemon had read the request stand in front of the answer.
   const size_t end = text.find_last_not_of('\n');
   if (end == std::string::npos) return nullptr;
