@@ -134,7 +134,7 @@ TEST(MemoryErrors, AreToldOneByOneWithTheirAddress) {
 TEST(PoisonedPages, EachNumberAboveTheThresholdIsToldOnceABoot) {
   Recorder recorder;
   PoisonedPages first("boot1", &recorder);
-  for (const uint64_t pages : {0, 2, 3, 3, 4}) first.Take(pages, 2);
+  for (const uint64_t pages : {0UL, 2UL, 3UL, 3UL, 4UL}) first.Take(pages, 2);
   EXPECT_EQ(recorder.Take(),
             "pageretire.selectedmpnthreshold.host.exceeded 3\npageretire.selectedmpnthreshold.host.exceeded 4\n");
   PoisonedPages second("boot2", &recorder);
