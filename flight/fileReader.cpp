@@ -85,6 +85,7 @@ bool FileReader::SkipZeros() {
 bool FileReader::Next(EntryHeader *header, Bytes *payload) {
   at_ += std::exchange(entrySize_, 0);
   const uint64_t from = Offset();
+  bool isOfKill = false;  // a first word of zeros: what may stand behind it is of an entry that was never finished
   for (;;) {
     if (Available() < kMaxEntrySize && !isAtEnd_) Fill(Offset());
     if (Available() == 0) break;
@@ -97,10 +98,11 @@ bool FileReader::Next(EntryHeader *header, Bytes *payload) {
     }
     const uint64_t before = Offset();
     if (!SkipZeros()) {
-      if (before > from) Find(from, before - from, "damaged");
+      if (before > from && !isOfKill) Find(from, before - from, "damaged");
       return false;
     }
     if (Offset() > before) {
+      isOfKill = isOfKill || before == from;
       // The file may have grown between the reading of its zeros and of what stands behind them.
       if (before != from || std::exchange(lookedAgainAt_, before) == before) continue;
       filled_ = 0;
@@ -116,7 +118,7 @@ bool FileReader::Next(EntryHeader *header, Bytes *payload) {
       return false;
     }
   }
-  if (Offset() > from) Find(from, Offset() - from, "damaged or cut");
+  if (Offset() > from && !isOfKill) Find(from, Offset() - from, "damaged or cut");
   return false;
 }
 
