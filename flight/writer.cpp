@@ -18,7 +18,7 @@ Piece PieceOf(const Text &text) {
 
 /// Calls `put` with the kind and the payload of an entry, whatever it is.
 template <typename Put>
-struct Payload {
+struct Putter {
   const Put &put;
 
   bool operator()(const Start &start) const {
@@ -111,7 +111,7 @@ bool Writer::Append(const Entry &entry) {
   const auto put = [&](Kind kind, std::initializer_list<Piece> payload) {
     return Put({kind, thread, entry.monotonicNs, entry.wallUs}, {payload.begin(), payload.size()});
   };
-  return std::visit(Payload<decltype(put)>{put}, entry.what);
+  return std::visit(Putter<decltype(put)>{put}, entry.what);
 }
 
 }  // namespace flight

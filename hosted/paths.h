@@ -12,6 +12,7 @@ constexpr char kUserSocket[] = "/var/run/corvane/ryn-user.sock";
 constexpr char kTraceSocket[] = "/var/run/corvane/rynd-trace.sock";
 constexpr char kEventSocket[] = "/var/run/corvane/mgmtd-kprob.sock";
 constexpr char kHostTree[] = "/var/lib/corvane/host";
+constexpr char kFlightFolder[] = "/var/lib/corvane/flight";
 constexpr char kActionsLog[] = "/var/lib/corvane/actions.log";
 constexpr char kLogSocket[] = "/dev/log";
 constexpr char kJournalSocket[] = "/run/systemd/journal/socket";

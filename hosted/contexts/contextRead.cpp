@@ -15,6 +15,7 @@
 #include "hosted/contexts/contextCounters.h"
 #include "hosted/contexts/contexts.h"
 #include "hosted/contexts/discardLog.h"
+#include "hosted/flight/recorder.h"
 #include "hosted/records/rawRecord.h"
 
 namespace hosted {
@@ -103,6 +104,7 @@ int ReadKernelRecords(uint32_t id, int fd, std::byte *buffer, size_t size, size_
       continue;
     }
     CountRecord(id, gotLength);
+    RecordObservation(id, place, gotLength);
     *length += gotLength;
     ++records;
   }

@@ -16,6 +16,7 @@
 #include "hosted/contexts/descriptorCloser.h"
 #include "hosted/contexts/discardLog.h"
 #include "hosted/contexts/refusalLog.h"
+#include "hosted/flight/recorder.h"
 #include "hosted/records/rawRecord.h"
 
 namespace hosted {
@@ -169,6 +170,7 @@ int ReadUserRecord(int fd, std::byte *buffer, size_t size, size_t *length) {
     if (wrong == nullptr) {
       *length = static_cast<size_t>(got);
       CountRecord(kRynUserContext, *length);
+      RecordObservation(kRynUserContext, buffer, *length, pending.sender.pid, pending.sender.uid);
       return 0;
     }
     DiscardRecord(kRynUserContext, wrong, pending.sender);

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/uniqueFd.h"
+#include "hosted/flight/recorder.h"
 #include "hosted/log/log.h"
 #include "hosted/paths.h"
 
@@ -92,7 +93,7 @@ int RecordAction(std::string_view operation, const std::vector<ActionField> &fie
     error = AppendLine(path, MicrosecondsNow().append("\t").append(operation).append(line));
   }
   if (error != 0) Log("Cannot write %s: %s", path.c_str(), std::strerror(error));
-  return error;
+  return RecordHost(flight::HostKind::kAction, operation, error, std::string_view(line).substr(0, line.size() - 1));
 }
 
 }  // namespace hosted

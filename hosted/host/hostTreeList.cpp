@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "hosted/flight/recorder.h"
 #include "hosted/host/hostTree.h"
 #include "hosted/log/log.h"
 
@@ -32,9 +33,8 @@ bool DecodeComponent(const std::string &component, std::string *name) {
   return HostComponent(name->c_str()) == component;
 }
 
-}  // namespace
-
-int ListHostFolder(std::string_view path, std::vector<std::string> *names) {
+/// ListHostFolder.
+int List(std::string_view path, std::vector<std::string> *names) {
   names->clear();
   const std::string whole = HostTreePath(path);
   const std::unique_ptr<DIR, CloseFolder> folder(opendir(whole.c_str()));
@@ -57,6 +57,21 @@ int ListHostFolder(std::string_view path, std::vector<std::string> *names) {
   if (error == ENOENT) return 0;
   if (error != 0) Log("Cannot list %s: %s", whole.c_str(), std::strerror(error));
   return error;
+}
+
+/// Names as they stand in paths, each with a line end.
+std::string Lines(const std::vector<std::string> &names) {
+  std::string lines;
+  for (const std::string &name : names) lines += HostComponent(name.c_str()) + '\n';
+  return lines;
+}
+
+}  // namespace
+
+int ListHostFolder(std::string_view path, std::vector<std::string> *names) {
+  const int status = List(path, names);
+  if (recorder::IsOn()) RecordHost(flight::HostKind::kList, path, status, Lines(*names));
+  return status;
 }
 
 }  // namespace hosted

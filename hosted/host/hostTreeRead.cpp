@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/uniqueFd.h"
+#include "hosted/flight/recorder.h"
 #include "hosted/host/hostTree.h"
 #include "hosted/log/log.h"
 
@@ -45,9 +46,8 @@ int ReadAll(const std::string &path, std::string *content) {
   }
 }
 
-}  // namespace
-
-int ReadHostText(std::string_view path, std::string *text) {
+/// ReadHostText.
+int ReadText(std::string_view path, std::string *text) {
   const int error = ReadAll(HostTreePath(path), text);
   // No file can have a name that is too long.
   if (error == ENOENT || error == ENAMETOOLONG) return ENOENT;
@@ -58,8 +58,16 @@ int ReadHostText(std::string_view path, std::string *text) {
   return 0;
 }
 
+}  // namespace
+
+int ReadHostText(std::string_view path, std::string *text) {
+  const int status = ReadText(path, text);
+  return RecordHost(flight::HostKind::kText, path, status, *text);
+}
+
 int HostPathExists(std::string_view path) {
-  return access(HostTreePath(path).c_str(), F_OK) == 0 ? 0 : errno;
+  const int status = access(HostTreePath(path).c_str(), F_OK) == 0 ? 0 : errno;
+  return RecordHost(flight::HostKind::kExists, path, status);
 }
 
 }  // namespace hosted

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "base/uniqueFd.h"
+#include "hosted/flight/recorder.h"
 #include "hosted/host/hostTree.h"
 #include "hosted/log/log.h"
 #include "hosted/paths.h"
@@ -68,7 +69,8 @@ int ReplaceFile(const std::string &path, std::string_view content) {
 }
 
 int WriteHostText(std::string_view path, std::string_view text) {
-  return ReplaceFile(HostTreePath(path), std::string(text) + '\n');
+  const int status = ReplaceFile(HostTreePath(path), std::string(text) + '\n');
+  return RecordHost(flight::HostKind::kWrite, path, status, text);
 }
 
 }  // namespace hosted

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "hosted/flight/recorder.h"
 #include "hosted/host/machine.h"
 
 namespace hosted {
@@ -54,7 +55,9 @@ std::string DigitsOfHostName() {
 
 std::string MachineUuid() {
   std::string id;
-  return WithDashes(ReadMachineId(&id) ? id : DigitsOfHostName());
+  std::string uuid = WithDashes(ReadMachineId(&id) ? id : DigitsOfHostName());
+  RecordHost(flight::HostKind::kText, "machine/uuid", 0, uuid);
+  return uuid;
 }
 
 }  // namespace hosted

@@ -7,6 +7,7 @@
 #include <new>
 #include <string_view>
 
+#include "hosted/flight/recorder.h"
 #include "hosted/records/littleEndian.h"
 
 namespace hosted {
@@ -94,11 +95,13 @@ int Ryn_MakeRyn(std::byte *bytes, size_t length, Observation **observation) {
     return ENOMEM;
   }
   *observation = made;
+  hosted::RecordTaken(bytes, length);
   return 0;
 }
 
 void Ryn_Free(Observation *observation) {
   if (observation == nullptr) return;
+  hosted::RecordDone();
   observation->bytes.reset();
   observation->manyOffsets.reset();
   hosted::spare.reset(observation);

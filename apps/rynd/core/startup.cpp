@@ -20,6 +20,7 @@
 #include "core/options.h"
 #include "core/pollLoop.h"
 #include "core/serviceNotify.h"
+#include "platform/flight.h"
 #include "platform/hsi.h"
 #include "post/ryndKprobQueue.h"
 
@@ -65,6 +66,7 @@ int EnableRyns() {
 /// Everything from the signal handlers to the read buffer, in order. 0, or the return code to end with.
 int SetUp(const Options &options, std::span<const AgentFunction> table, Daemon *daemon) {
   if (const int status = InstallSignalHandlers(); status != 0) return status;
+  Hyk_FlightStart(RYND_VERSION);
   const int timerStatus = StartTimerThread();
   if (timerStatus != 0)
     Log("Cannot start the timer thread: %s. Nothing settles and nothing is retried.\n", strerror(timerStatus));
@@ -130,6 +132,7 @@ int Run(int argc, char **argv, std::span<const AgentFunction> table) {
   daemon.fixedSet.reset();
   CloseTraceSocket();
   CloseContexts(daemon.contexts);
+  Hyk_FlightStop(rc);
   Log("Exiting. rc:%d\n", rc);
   return rc;
 }

@@ -32,6 +32,15 @@ struct HykLogStatistics {
   uint64_t dropped;  ///< given up
 };
 
+/// The flight recorder.
+struct HykFlightStatistics {
+  bool isOn;
+  uint64_t megabytes;  ///< of the ring; 0 while it is off
+  uint64_t entries;    ///< written
+  uint64_t bytes;      ///< of those
+  uint64_t lost;       ///< entries that there was no room for
+};
+
 /// Why records were discarded that `discarded[index]` counts, as static text, the same for all contexts; null for an
 /// index that nothing was counted under yet.
 const char *RynLib_DiscardReason(size_t index);
@@ -39,3 +48,4 @@ const char *RynLib_DiscardReason(size_t index);
 int RynLib_GetContextStatistics(uint32_t id, RynContextStatistics *statistics);
 void RynLib_GetUserStatistics(RynUserStatistics *statistics);
 void Hyk_GetLogStatistics(HykLogStatistics *statistics);
+void Hyk_GetFlightStatistics(HykFlightStatistics *statistics);

@@ -6,13 +6,13 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string_view>
 
 #include "core/basics/clock.h"
 #include "core/basics/log.h"
 #include "core/basics/statistics.h"
 #include "core/feed/traceFeed.h"
 #include "core/feed/traceLines.h"
+#include "platform/flight.h"
 #include "platform/messageFormat.h"
 #include "platform/system.h"
 #include "post/eventRecord.h"
@@ -79,12 +79,13 @@ void FillFixedPart(std::byte *record, const char *eventNamespace, const char *sh
 }
 
 /// Count and show that the event `name` is not delivered.
-void Dropped(const std::string_view eventNamespace, const char *shortId, DropReason reason) {
+void Dropped(const char *eventNamespace, const char *shortId, DropReason reason) {
   Stats().events.dropped[static_cast<size_t>(reason)].Add();
   CurrentAgentStatistics()->dropped.Add();
+  Hyk_RecordDrop(eventNamespace, shortId, DropReasonName(reason));
   if (!Feed().Wants(TraceFormat::kJson)) return;
   char name[kMaxEventNameLength];  // a longer one is cut
-  snprintf(name, sizeof name, "%.*s%s", static_cast<int>(eventNamespace.size()), eventNamespace.data(), shortId);
+  snprintf(name, sizeof name, "%s%s", eventNamespace, shortId);
   TraceDrop(name, DropReasonName(reason));
 }
 
@@ -171,6 +172,7 @@ void EventPostCore(const char *eventNamespace, const char *shortId, const char *
   const size_t length = nameLength + kEventFixedLength + used;
   PutField(record, kEventTotalLengthOffset, length);
   PutField(record, kEventArgumentCountOffset, count);
+  Hyk_RecordEvent(record, length);
   TraceEvent({HeaderField(record, 0), HeaderField(record, kEventSequenceOffset), name, message.get(), area, count});
   Deliver(record, length, name, message.get());
 }

@@ -16,6 +16,7 @@
 #include "core/basics/clock.h"
 #include "core/basics/log.h"
 #include "core/basics/statistics.h"
+#include "platform/flight.h"
 #include "platform/ryn.h"
 #include "platform/system.h"
 
@@ -50,14 +51,14 @@ void CallHandler(Handler handler, Observation *observation, const char *id, Coun
   Cause cause{id, 0, nullptr};
   Ryn_GetTimestamp(observation, &cause.observationUs);
   const CauseScope scope(cause);
-  const int64_t startNs = MonotonicNs();
+  const int64_t startNs = UnrecordedNs();
   calls->AddAlone();
   try {
     handler(observation);
   } catch (const std::exception &) {
     agent->exceptions.AddAlone();
   }
-  agent->busyNs.AddAlone(static_cast<uint64_t>(MonotonicNs() - startNs));
+  agent->busyNs.AddAlone(static_cast<uint64_t>(UnrecordedNs() - startNs));
 }
 
 /// Run `loop` and release the context behind it, also when an exception ends the agent: the poll loop must not wait for
@@ -99,7 +100,9 @@ bool WaitAndServe(AgentContext *context, Handler defaultHandler, const HandlerTa
     // Kept: always the first extra descriptor, whichever one is readable; the one user passes exactly one.
     char ticks[10];
     if (read((*set)[1].fd, ticks, sizeof ticks) < 0) Log("Failed to read the timer's pipe - %s\n", strerror(errno));
+    Hyk_RecordTimer("woken");
     timerCallback();
+    Hyk_RecordTimerDone();
   }
   return true;
 }

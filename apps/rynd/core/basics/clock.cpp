@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "platform/flight.h"
+
 namespace rynd {
 namespace {
 
@@ -11,10 +13,15 @@ int64_t ReadNs(clockid_t clock) {
   return int64_t{now.tv_sec} * kNsPerSecond + now.tv_nsec;
 }
 
+int64_t Recorded(HykClock clock, int64_t value) {
+  Hyk_RecordClock(clock, value);
+  return value;
+}
+
 }  // namespace
 
 int64_t WallClockS() {
-  return ReadNs(CLOCK_REALTIME) / kNsPerSecond;
+  return Recorded(HykClock::kWallS, ReadNs(CLOCK_REALTIME) / kNsPerSecond);
 }
 
 uint64_t WallClockUs() {
@@ -22,13 +29,17 @@ uint64_t WallClockUs() {
 }
 
 int64_t MonotonicNs() {
+  return Recorded(HykClock::kMonotonicNs, UnrecordedNs());
+}
+
+int64_t UnrecordedNs() {
   return ReadNs(CLOCK_MONOTONIC);
 }
 
 int64_t WindowClockS() {
   static NeverSetBack clock;
   const int64_t wallNs = ReadNs(CLOCK_REALTIME);
-  return clock.NowS(wallNs, MonotonicNs());
+  return Recorded(HykClock::kWindowS, clock.NowS(wallNs, UnrecordedNs()));
 }
 
 }  // namespace rynd

@@ -18,6 +18,9 @@ uint64_t WallClockUs();
 /// Nanoseconds of a clock that nobody sets: what intervals and deadlines are measured with.
 int64_t MonotonicNs();
 
+/// The same, for what decides nothing: a flight recording leaves it out.
+int64_t UnrecordedNs();
+
 /// Whole seconds of wall-clock time that is never set back: what windows of time are measured with.
 int64_t WindowClockS();
 

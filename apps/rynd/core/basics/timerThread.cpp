@@ -10,6 +10,7 @@
 #include "core/basics/clock.h"
 #include "core/basics/conditionVariable.h"
 #include "core/basics/statistics.h"
+#include "platform/flight.h"
 #include "platform/system.h"
 
 namespace rynd {
@@ -37,7 +38,7 @@ Timers &AllTimers() {
 
 /// What timers are told: a clock that nobody sets, so that an interval is one whatever happens to the wall clock.
 int64_t NowS() {
-  return MonotonicNs() / kNsPerSecond;
+  return UnrecordedNs() / kNsPerSecond;
 }
 
 /// Wait for the next timer that is due and take it.
@@ -64,7 +65,9 @@ void *RunTimers(void *) {
     const Owner due = WaitForDue();
     SetCurrentAgentStatistics(due.agent);
     const CauseScope cause({nullptr, 0, "timer"});
+    Hyk_RecordTimer(due.name);
     due.callback();
+    Hyk_RecordTimerDone();
   }
 }
 

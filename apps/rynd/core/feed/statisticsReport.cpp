@@ -107,6 +107,15 @@ void AppendOthers(JsonScope *report) {
   lines.Number("records", log.records);
   lines.Number("dropped", log.dropped);
   lines.Close();
+  HykFlightStatistics flight{};
+  Hyk_GetFlightStatistics(&flight);
+  JsonScope recorder(report->Key("flight").Out(), '{');
+  recorder.Flag("on", flight.isOn);
+  recorder.Number("megabytes", flight.megabytes);
+  recorder.Number("entries", flight.entries);
+  recorder.Number("bytes", flight.bytes);
+  recorder.Number("lost", flight.lost);
+  recorder.Close();
   const TraceStatistics &trace = Stats().trace;
   JsonScope feed(report->Key("trace").Out(), '{');
   feed.Number("clients", trace.clients);

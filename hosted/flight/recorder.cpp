@@ -1,0 +1,434 @@
+#include "hosted/flight/recorder.h"
+
+#include <pthread.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <initializer_list>
+#include <mutex>
+#include <semaphore>
+#include <span>
+
+#include "base/immortal.h"
+#include "flight/encode.h"
+#include "hosted/flight/ringFiles.h"
+#include "hosted/log/log.h"
+#include "platform/statistics.h"
+#include "platform/system.h"
+
+namespace hosted {
+namespace {
+
+using flight::Kind;
+using flight::Piece;
+
+constexpr size_t kStep = size_t{128} << 10;  ///< bytes after which the recorder's thread looks after the pages
+constexpr size_t kAhead = 2 * kStep;         ///< bytes that are ready to be written
+constexpr uint16_t kMostThreads = 256;       ///< that are told apart
+constexpr size_t kNameSize = 64;
+constexpr size_t kLongestPath = 4096;
+constexpr auto kLongestEnd = std::chrono::milliseconds(200);
+
+/// Appending takes a fraction of a microsecond, so whoever finds the lock taken had better look again at once.
+class ShortMutex {
+ public:
+  void lock() { pthread_mutex_lock(&mutex_); }
+  void unlock() { pthread_mutex_unlock(&mutex_); }
+
+ private:
+  pthread_mutex_t mutex_ = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
+};
+
+/// Counted by who holds the lock, read by anybody.
+class Count {
+ public:
+  void Add(uint64_t more) { count_.store(Get() + more, std::memory_order_relaxed); }
+  uint64_t Get() const { return count_.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<uint64_t> count_ = 0;
+};
+
+struct Recorder {
+  ShortMutex mutex;  ///< guards what follows, up to the options; nothing nests in it
+  bool isOpen = false;
+  RingFile current;         ///< appended to
+  RingFile next;            ///< made by the recorder's thread; none: not ready
+  RingFile full;            ///< to be unmapped by the recorder's thread
+  size_t wakeAt = 0;        ///< of the current file, when the thread has to look after it
+  int64_t wallAheadNs = 0;  ///< of the monotonic clock, when both were read last
+  uint64_t lostSince = 0;   ///< entries since the last one
+  uint64_t run = 0;         ///< rises with each start
+  uint64_t startWallUs = 0, startMonotonicNs = 0;
+  uint16_t threads = 0;                                         ///< numbers that were given
+  std::array<std::array<char, kNameSize>, kMostThreads> names;  ///< of the threads, by number
+
+  FlightOptions options;  ///< constant while it is open
+  RingFiles files;        ///< of the recorder's thread while that runs
+  std::counting_semaphore<> wake{0};
+  std::binary_semaphore ended{1};  ///< given while the recorder's thread does not run
+  std::atomic<bool> isEnding = false;
+};
+
+Count entriesCount, bytesCount, lostCount;  // raised under the recorder's lock
+std::atomic<uint64_t> megabytesNow = 0;     // of the ring
+std::atomic<size_t> longestContent = 0;     // of an answer of the host: half a file
+
+Recorder &TheRecorder() {
+  static base::Immortal<Recorder> recorder;  // threads may outlive main()
+  return *recorder;
+}
+
+int64_t ReadNs(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+/// The times of an entry that is written now. The wall clock is read for those kinds alone that are worth it.
+void TakeTimes(Recorder *recorder, flight::Front *front) {
+  const int64_t monotonicNs = ReadNs(CLOCK_MONOTONIC);
+  const bool isReckoned = front->kind == Kind::kTaken || front->kind == Kind::kDone || front->kind == Kind::kClock;
+  if (!isReckoned) recorder->wallAheadNs = ReadNs(CLOCK_REALTIME) - monotonicNs;
+  front->monotonicNs = static_cast<uint64_t>(monotonicNs);
+  front->wallUs = static_cast<uint64_t>((monotonicNs + recorder->wallAheadNs) / 1000);
+}
+
+void PutHere(Recorder *recorder, Kind kind, uint16_t thread, std::span<const Piece> payload) {
+  flight::Front front = {kind, thread, 0, 0};
+  TakeTimes(recorder, &front);
+  RingFile &file = recorder->current;
+  flight::PutEntry(file.base + file.at, front, file.seed, payload);
+  const size_t length = flight::Padded(flight::EntryLength(payload));
+  file.at += length;
+  entriesCount.Add(1);
+  bytesCount.Add(length);
+}
+
+void PutName(Recorder *recorder, uint16_t thread) {
+  const char *name = recorder->names[thread].data();
+  const Piece piece = {name, strnlen(name, kNameSize)};
+  PutHere(recorder, Kind::kName, thread, {&piece, 1});
+}
+
+/// The front of a file, or of a run in it.
+void PutStart(Recorder *recorder, bool isContinued) {
+  const FlightOptions &options = recorder->options;
+  const auto length = [](const std::string &text) { return static_cast<uint32_t>(text.size()); };
+  const flight::StartPart part = {
+      isContinued ? 1u : 0u,
+      static_cast<int32_t>(getpid()),
+      recorder->startWallUs,
+      recorder->startMonotonicNs,
+      {length(options.version), length(options.build), length(options.root), length(options.bootId)}};
+  const Piece pieces[] = {{&part, sizeof part},
+                          {options.version.data(), options.version.size()},
+                          {options.build.data(), options.build.size()},
+                          {options.root.data(), options.root.size()},
+                          {options.bootId.data(), options.bootId.size()}};
+  PutHere(recorder, Kind::kStart, 0, pieces);
+  for (uint16_t thread = 1; thread <= recorder->threads; ++thread) PutName(recorder, thread);
+}
+
+/// Go on with the next file. False when it is not ready.
+bool TurnOver(Recorder *recorder) {
+  if (recorder->next.base == nullptr || recorder->full.base != nullptr) return false;
+  recorder->full = recorder->current;
+  recorder->current = recorder->next;
+  recorder->next = {};
+  recorder->wakeAt = 0;  // a next file is wanted
+  PutStart(recorder, true);
+  return true;
+}
+
+/// Whether `length` bytes can be appended, if need be to the next file.
+bool HasRoom(Recorder *recorder, size_t length) {
+  const RingFile &file = recorder->current;
+  return length <= file.size - file.at || (TurnOver(recorder) && length <= file.size - file.at);
+}
+
+/// Give the calling thread a number, and tell its name when either is new. False when there is no room for that.
+bool KnowThread(Recorder *recorder, recorder::ThreadState *state) {
+  if (state->run != recorder->run) {
+    state->run = recorder->run;
+    state->number = recorder->threads + 1 < kMostThreads ? ++recorder->threads : 0;
+    if (state->number != 0) recorder->names[state->number][0] = '\0';
+  }
+  if (state->number == 0) return true;
+  char *known = recorder->names[state->number].data();
+  const char *name = Hyk_GetThreadName();
+  if (std::strncmp(known, name, kNameSize) == 0) return true;
+  if (!HasRoom(recorder, sizeof(flight::EntryHeader) + kNameSize)) return false;
+  std::memcpy(known, name, strnlen(name, kNameSize - 1) + 1);
+  PutName(recorder, state->number);
+  return true;
+}
+
+/// Append under the lock. False when the entry is lost.
+bool PutLocked(Recorder *recorder, Kind kind, std::span<const Piece> payload) {
+  recorder::ThreadState &state = recorder::threadState;
+  constexpr size_t kLostSize = sizeof(flight::EntryHeader) + sizeof(flight::LostPart);
+  const size_t length = flight::Padded(flight::EntryLength(payload)) + kLostSize;
+  if (!HasRoom(recorder, length) || !KnowThread(recorder, &state) || !HasRoom(recorder, length)) return false;
+  if (recorder->lostSince > 0) {
+    const flight::LostPart part = {recorder->lostSince};
+    const Piece piece = {&part, sizeof part};
+    recorder->lostSince = 0;
+    PutHere(recorder, Kind::kLost, 0, {&piece, 1});
+  }
+  PutHere(recorder, kind, state.number, payload);
+  return true;
+}
+
+void Put(Kind kind, std::initializer_list<Piece> pieces) {
+  Recorder &recorder = TheRecorder();
+  bool isDue = false;
+  {
+    const std::lock_guard lock(recorder.mutex);
+    if (!recorder.isOpen) return;
+    if (!PutLocked(&recorder, kind, {pieces.begin(), pieces.size()})) {
+      ++recorder.lostSince;
+      lostCount.Add(1);
+    }
+    isDue = recorder.current.at >= recorder.wakeAt;
+    if (isDue) recorder.wakeAt = recorder.current.at + kStep;
+  }
+  if (isDue) recorder.wake.release();
+}
+
+/// Stop recording because of `why`. The recorder's thread.
+void GiveUp(Recorder *recorder, const std::string &why) {
+  recorder::isOn = false;
+  {
+    const std::lock_guard lock(recorder->mutex);
+    recorder->isOpen = false;
+  }
+  Log("The flight recording ends: %s", why.c_str());
+}
+
+/// The recorder's thread: looks after pages and files as often as it is woken.
+class Keeper {
+ public:
+  explicit Keeper(Recorder *recorder) : recorder_(recorder) {}
+
+  /// False when recording has ended.
+  bool Round() {
+    RingFile current, full;
+    bool wantsNext = false;
+    {
+      const std::lock_guard lock(recorder_->mutex);
+      if (!recorder_->isOpen) return false;
+      current = recorder_->current;
+      full = std::exchange(recorder_->full, {});
+      wantsNext = recorder_->next.base == nullptr;
+    }
+    Unmap(&full);
+    return KeepPages(current) && (!wantsNext || MakeNext());
+  }
+
+ private:
+  /// Have pages ready in front of the writer, and none behind it.
+  bool KeepPages(const RingFile &current) {
+    const bool isNew = serial_ != current.serial;
+    if (isNew) {
+      ready_ = current.at;
+      released_ = 0;
+    }
+    serial_ = current.serial;
+    if (!Prepare(current, std::max(ready_, current.at), current.at + kAhead)) {
+      GiveUp(recorder_, std::string("no room for it: ") + std::strerror(errno));
+      return false;
+    }
+    ready_ = current.at + kAhead;
+    Release(current, released_, current.at);
+    released_ = current.at;
+    if (isNew) recorder_->options.lookAtSettings();
+    return true;
+  }
+
+  bool MakeNext() {
+    RingFile next;
+    if (const std::string failure = recorder_->files.Make(&next); !failure.empty()) {
+      GiveUp(recorder_, failure);
+      return false;
+    }
+    Prepare(next, next.at, next.at + kAhead);
+    const std::lock_guard lock(recorder_->mutex);
+    recorder_->next = next;
+    return true;
+  }
+
+  Recorder *recorder_;
+  uint64_t serial_ = 0;  ///< of the file that the two below are about
+  size_t ready_ = 0;     ///< bytes in front of it are ready
+  size_t released_ = 0;  ///< bytes below it were given back
+};
+
+void *RunKeeper(void *) {
+  Recorder &recorder = TheRecorder();
+  recorder::threadState.isRecorder = true;
+  Hyk_SetThreadName("FlightRecorder");
+  Keeper keeper(&recorder);
+  try {
+    while (!recorder.isEnding && keeper.Round()) recorder.wake.acquire();
+  } catch (const std::exception &failure) {
+    GiveUp(&recorder, failure.what());
+  }
+  recorder.ended.release();
+  return nullptr;
+}
+
+/// Start the recorder's thread. 0 or an errno value.
+int StartKeeper(Recorder *recorder) {
+  recorder->isEnding = false;
+  while (recorder->wake.try_acquire()) continue;
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  const int error = pthread_create(&thread, &attributes, RunKeeper, nullptr);
+  pthread_attr_destroy(&attributes);
+  return error;
+}
+
+/// Unmap everything. Nobody else touches it any more.
+void Forget(Recorder *recorder) {
+  Unmap(&recorder->current);
+  Unmap(&recorder->next);
+  Unmap(&recorder->full);
+  recorder->files.Close();
+}
+
+}  // namespace
+
+std::string StartRecorder(const FlightOptions &options) {
+  Recorder &recorder = TheRecorder();
+  if (!recorder.ended.try_acquire()) return "the last recording has not ended yet";
+  Forget(&recorder);
+  recorder.options = options;
+  std::string failure = recorder.files.Open(options.folder, options.megabytes);
+  if (failure.empty()) recorder.files.Continue(&recorder.current, &recorder.next);
+  if (recorder.current.size - recorder.current.at < kStep) {  // full, or none
+    Unmap(&recorder.current);
+    recorder.current = std::exchange(recorder.next, {});
+  }
+  if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current);
+  if (failure.empty() && !Prepare(recorder.current, recorder.current.at, recorder.current.at + kAhead)) {
+    failure = options.folder + ": " + std::strerror(errno);
+  }
+  if (!failure.empty()) {
+    Forget(&recorder);
+    recorder.ended.release();
+    return failure;
+  }
+  {
+    const std::lock_guard lock(recorder.mutex);
+    ++recorder.run;
+    recorder.threads = 0;
+    recorder.lostSince = 0;
+    recorder.wakeAt = 0;
+    recorder.startMonotonicNs = static_cast<uint64_t>(ReadNs(CLOCK_MONOTONIC));
+    recorder.startWallUs = static_cast<uint64_t>(ReadNs(CLOCK_REALTIME) / 1000);
+    recorder.isOpen = true;
+    PutStart(&recorder, false);
+  }
+  longestContent = recorder.current.size / 2;
+  megabytesNow = options.megabytes;
+  if (const int error = StartKeeper(&recorder); error != 0) {
+    recorder.isOpen = false;
+    Forget(&recorder);
+    recorder.ended.release();
+    return std::string("no thread for it: ") + std::strerror(error);
+  }
+  recorder::isOn = true;
+  return "";
+}
+
+void StopRecorder(int status) {
+  if (!recorder::IsOn()) return;
+  Recorder &recorder = TheRecorder();
+  const flight::StopPart part = {status};
+  Put(Kind::kStop, {{&part, sizeof part}});
+  recorder::isOn = false;
+  {
+    const std::lock_guard lock(recorder.mutex);
+    recorder.isOpen = false;
+  }
+  recorder.isEnding = true;
+  recorder.wake.release();
+  // It may wait for a disk; then the end of the process takes its mappings.
+  if (!recorder.ended.try_acquire_for(kLongestEnd)) return;
+  Forget(&recorder);
+  recorder.ended.release();
+}
+
+namespace recorder {
+
+void PutObservation(uint32_t context, int32_t pid, uint32_t uid, const std::byte *record, size_t length) {
+  const flight::ObservationPart part = {context, pid, uid, static_cast<uint32_t>(length)};
+  Put(Kind::kObservation, {{&part, sizeof part}, {record, length}});
+}
+
+void PutTaken(const std::byte *record, size_t length) {
+  if (!threadState.isNamed) threadState.isNamed = std::strcmp(Hyk_GetThreadName(), "rynd") != 0;
+  if (!threadState.isNamed) return;
+  const flight::TakenPart part = {flight::RecordHash(record, length), length};
+  threadState.isBusy = true;
+  Put(Kind::kTaken, {{&part, sizeof part}});
+}
+
+void PutDone() {
+  threadState.isBusy = false;
+  if (IsOn()) Put(Kind::kDone, {});
+}
+
+void PutHost(flight::HostKind what, std::string_view path, int status, std::string_view content) {
+  if (threadState.isRecorder && what != flight::HostKind::kText)
+    return;  // how it finds the settings is nobody's business
+  const bool isCut = content.size() > longestContent.load(std::memory_order_relaxed);
+  if (isCut) content = {};
+  path = path.substr(0, kLongestPath);
+  const flight::HostPart part = {static_cast<uint32_t>(what),
+                                 (threadState.isRecorder ? flight::kIsSetting : 0) | (isCut ? flight::kIsCut : 0),
+                                 status,
+                                 static_cast<uint32_t>(path.size()),
+                                 static_cast<uint32_t>(content.size()),
+                                 0};
+  Put(Kind::kHost, {{&part, sizeof part}, {path.data(), path.size()}, {content.data(), content.size()}});
+}
+
+void PutTimer(std::string_view name) {
+  threadState.isBusy = true;
+  Put(Kind::kTimer, {{name.data(), name.size()}});
+}
+
+void PutClock(flight::ClockKind clock, int64_t value) {
+  const flight::ClockPart part = {static_cast<uint32_t>(clock), 0, value};
+  Put(Kind::kClock, {{&part, sizeof part}});
+}
+
+void PutEvent(const std::byte *record, size_t length) {
+  Put(Kind::kEvent, {{record, length}});
+}
+
+void PutDrop(std::pair<std::string_view, std::string_view> name, std::string_view reason) {
+  name.second = name.second.substr(0, kLongestPath);
+  const flight::DropPart part = {
+      {static_cast<uint32_t>(name.first.size() + name.second.size()), static_cast<uint32_t>(reason.size())}};
+  Put(Kind::kDrop, {{&part, sizeof part},
+                    {name.first.data(), name.first.size()},
+                    {name.second.data(), name.second.size()},
+                    {reason.data(), reason.size()}});
+}
+
+}  // namespace recorder
+}  // namespace hosted
+
+void Hyk_GetFlightStatistics(HykFlightStatistics *statistics) {
+  const bool isOn = hosted::recorder::IsOn();
+  *statistics = {isOn, isOn ? hosted::megabytesNow.load() : 0, hosted::entriesCount.Get(), hosted::bytesCount.Get(),
+                 hosted::lostCount.Get()};
+}

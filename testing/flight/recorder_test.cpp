@@ -1,0 +1,255 @@
+// The flight recorder in the running daemon: what it keeps, kills at random instants, rings that are full, disks that
+// are.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <set>
+
+#include "flight/reader.h"
+#include "hosted/records/rawRecord.h"
+#include "testing/flight/recordedDaemon.h"
+
+namespace testing_support {
+namespace {
+
+const char kReady[] = "rynd setup completed. Start polling loop.";
+
+/// What stands in a recording, and whether it can be.
+struct Content {
+  size_t starts = 0, stops = 0, observations = 0, taken = 0, events = 0;
+  uint64_t lost = 0, findings = 0;
+  std::vector<std::string> wrong;
+  std::map<std::string, std::string> threads;  ///< the kinds of each thread's entries, a letter each
+  std::map<std::string, std::string> settings;
+
+  void Blame(const std::string &problem) {
+    if (wrong.size() < 5) wrong.push_back(problem);
+  }
+};
+
+/// Follows the entries of a recording.
+class Check {
+ public:
+  explicit Check(Content *content) : content_(*content) {}
+
+  void operator()(const flight::Entry &entry) {
+    if (entry.monotonicNs < lastNs_) content_.Blame("the time goes back");
+    lastNs_ = entry.monotonicNs;
+    constexpr char kLetters[] = "SotTdchexls";
+    content_.threads[std::string(entry.thread)] += kLetters[entry.what.index()];
+    thread_ = entry.threadNumber;
+    std::visit([this](const auto &what) { See(what); }, entry.what);
+  }
+
+ private:
+  void See(const flight::Start &start) {
+    if (start.isContinued) return;
+    ++content_.starts;
+    isWhole_ = true;
+    next_.clear();
+    busy_.clear();
+    hashes_.clear();
+  }
+  void See(const flight::Observation &seen) {
+    ++content_.observations;
+    if (const char *wrong = hosted::CheckRecord(seen.record.data(), seen.record.size()); wrong != nullptr) {
+      content_.Blame(wrong);
+      return;
+    }
+    hashes_.insert(flight::RecordHash(seen.record.data(), seen.record.size()));
+    // Each sender numbers its records, so that a gap is an observation that was not recorded.
+    const uint64_t number = hosted::DecodeRecord(seen.record.data(), seen.record.size()).sequence;
+    if (const auto [known, isFirst] = next_.emplace(seen.context, number + 1); !isFirst) {
+      if (known->second != number && isWhole_) content_.Blame("an observation is missing");
+      known->second = number + 1;
+    }
+  }
+  void See(const flight::Taken &taken) {
+    ++content_.taken;
+    if (!hashes_.contains(taken.hash) && isWhole_) content_.Blame("an unknown observation was taken");
+    if (!busy_.insert(thread_).second && isWhole_) content_.Blame("a thread takes two at once");
+  }
+  void See(const flight::Done &) { busy_.erase(thread_); }
+  void See(const flight::Event &event) {
+    ++content_.events;
+    if (event.record.size() < 72) content_.Blame("an event is no record");
+  }
+  void See(const flight::HostAnswer &host) {
+    if (host.isSetting) content_.settings[std::string(host.path)] = host.content;
+  }
+  void See(const flight::Lost &lost) {
+    content_.lost += lost.count;
+    isWhole_ = false;
+  }
+  void See(const flight::Stop &) { ++content_.stops; }
+  template <typename Other>
+  void See(const Other &) {}
+
+  Content &content_;
+  bool isWhole_ = false;  ///< nothing of this run was lost or overwritten
+  uint64_t lastNs_ = 0;
+  uint16_t thread_ = 0;
+  std::map<uint32_t, uint64_t> next_;
+  std::set<uint64_t> hashes_;
+  std::set<uint16_t> busy_;
+};
+
+Content ContentOf(const TestRoot &root) {
+  Content content;
+  std::string error;
+  const std::unique_ptr<flight::Reader> reader = flight::Reader::Open(FlightFolder(root), &error);
+  if (reader == nullptr) content.Blame(error);
+  Check check(&content);
+  for (flight::Entry entry; reader != nullptr && reader->Next(&entry);) check(entry);
+  content.findings = reader == nullptr ? 1 : reader->FindingCount();
+  for (const flight::Finding &finding : reader == nullptr ? std::vector<flight::Finding>() : reader->Findings()) {
+    content.Blame(finding.file + " " + std::to_string(finding.offset) + ": " + finding.what);
+  }
+  return content;
+}
+
+uint64_t RingBytes(const TestRoot &root) {
+  uint64_t bytes = 0;
+  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root))) bytes += file.file_size();
+  return bytes;
+}
+
+/// Sends numbered observations over `fd`, of all kinds of agents and lengths, until it can't.
+void Send(const base::UniqueFd &fd, unsigned seed, const std::atomic<bool> &stop) {
+  constexpr std::array kIds = {"ryn.storage.apd.start", "ryn.net.hynic.linkstate.down",
+                               "ryn.storage.vfat.full", "ryn.hardware.cpu.unknown",
+                               "ryn.clock.unknown",     "ryn.storage.velfs.unknown"};
+  std::mt19937 random(seed);
+  for (uint64_t number = 0; !stop; ++number) {
+    hosted::RawRecord record;
+    record.sequence = number;
+    record.id = kIds[random() % kIds.size()];
+    record.message = std::string(random() % 64 == 0 ? random() % 60000 : random() % 100, 'm');
+    record.arguments = {{hosted::ArgumentKind::kString, 0, 0, "naa." + std::to_string(random() % 50)}};
+    if (!SendRecord(fd, hosted::EncodeRecord(record))) return;
+  }
+}
+
+/// Starts a daemon below `root`, has many contexts send, and kills it a random while later.
+void RunAndKill(const TestRoot &root, const LogListener &log, size_t run, std::mt19937 *random) {
+  Daemon daemon(root);
+  ASSERT_TRUE(log.Lines().WaitFor(kReady, run));
+  std::atomic<bool> stop = false;
+  std::vector<std::thread> senders;
+  for (unsigned context = 0; context < 8; ++context) {
+    senders.emplace_back([&stop, context, fd = ConnectKernel(root, context)] { Send(fd, context, stop); });
+  }
+  std::this_thread::sleep_for(std::chrono::microseconds((*random)() % 120'000));
+  daemon.Signal(SIGKILL);
+  EXPECT_EQ(daemon.WaitForExit(), 128 + SIGKILL);
+  stop = true;
+  for (std::thread &sender : senders) sender.join();
+}
+
+size_t Kills() {
+  const char *wanted = std::getenv("RYND_KILLS");
+  return wanted != nullptr ? std::stoul(wanted) : IsSlowBuild() ? 4 : 12;
+}
+
+TEST(Recorder, AKillAtAnyInstantLeavesWholeEntries) {
+  for (const unsigned megabytes : {256, 2}) {  // a ring that holds all, and one that turns over all the time
+    const TestRoot root;
+    const LogListener log(root / "/dev/log");
+    const EventListener events(root / "/var/run/corvane/mgmtd-kprob.sock");
+    TurnOnRecorder(root, megabytes);
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (size_t run = 1; run <= Kills(); ++run) {
+      RunAndKill(root, log, run, &random);
+      const Content content = ContentOf(root);
+      ASSERT_TRUE(content.wrong.empty()) << "run " << run << ": " << content.wrong[0];
+      if (RingBytes(root) < uint64_t{150} << 20 && megabytes > 2) {  // nothing was overwritten yet
+        ASSERT_EQ(content.starts, run);
+      }
+      ASSERT_LE(RingBytes(root), megabytes << 20);
+    }
+    const Content content = ContentOf(root);
+    EXPECT_GT(content.observations, 100u);
+    EXPECT_GT(content.taken, 100u);
+    // And one that ends as it should, behind all of them.
+    Daemon last(root);
+    ASSERT_TRUE(log.Lines().WaitFor(kReady, Kills() + 1));
+    EXPECT_EQ(last.Stop(), 0);
+    EXPECT_EQ(ContentOf(root).stops, 1u);
+  }
+}
+
+TEST(Recorder, KeepsWhatAnAgentSawAndSaid) {
+  const TestRoot root;
+  TurnOnRecorder(root);
+  WriteFile(root / "/var/lib/corvane/host/sysinfo/config/intOpts/Net/LinkFlappingThreshold", "7\n");
+  const LogListener log(root / "/dev/log");
+  const EventListener events(root / "/var/run/corvane/mgmtd-kprob.sock");
+  Daemon daemon(root);
+  ASSERT_TRUE(log.Lines().WaitFor(kReady));
+  ASSERT_TRUE(SendRecord(ConnectKernel(root, 3), MakeRecord("ryn.storage.apd.start", {"naa.1"})));
+  ASSERT_TRUE(SendRecord(ConnectKernel(root, 4), MakeRecord("ryn.net.hynic.linkstate.down", {"hynic0"})));
+  ASSERT_TRUE(events.Records().WaitFor("hynic.linkstate.down"));
+  ASSERT_TRUE(WaitUntil([&] { return ContentOf(root).threads["netCorrelator"].ends_with("d"); }));
+  EXPECT_EQ(daemon.Stop(), 0);
+  const Content content = ContentOf(root);
+  EXPECT_TRUE(content.wrong.empty()) << content.wrong[0];
+  EXPECT_EQ(content.threads.at("APDCorrelator"), "tced");
+  // It reads its threshold and two clocks, waits for its timer, and then reads, posts and ends.
+  const std::string net = content.threads.at("netCorrelator");
+  EXPECT_EQ(net.substr(0, 1), "t") << net;
+  EXPECT_NE(net.find('h'), std::string::npos) << net;
+  EXPECT_NE(net.find("dTc"), std::string::npos) << net;
+  EXPECT_TRUE(net.ends_with("ed")) << net;
+  EXPECT_EQ(content.threads.at("TimerThread").substr(0, 2), "Td");
+  EXPECT_EQ(content.settings.at("sysinfo/config/intOpts/Net/LinkFlappingThreshold"), "7");
+  EXPECT_EQ(content.starts + content.stops, 2u);
+  EXPECT_EQ(std::filesystem::status(FlightFolder(root)).permissions(), std::filesystem::perms(0750));
+}
+
+TEST(Recorder, WhatPreventsItIsSaidAndHarmsNobody) {
+  struct Case {
+    const char *setting, *line;
+  };
+  for (const auto &[setting, line] : {Case{"64\n", "Nothing is recorded: "}, Case{"65537\n", "from 0 to 65536"},
+                                      Case{"many\n", "Cannot read "}, Case{"0\n", kReady}}) {
+    const TestRoot root;
+    const LogListener log(root / "/dev/log");
+    WriteFile(root / "/var/lib/corvane/host/sysinfo/config/intOpts/Flight/Megabytes", setting);
+    WriteFile(FlightFolder(root), "no folder");
+    Daemon daemon(root);
+    ASSERT_TRUE(log.Lines().WaitFor(kReady));
+    EXPECT_EQ(log.Lines().CountOf(line), 1u) << setting;
+    EXPECT_EQ(daemon.Stop(), 0);
+  }
+}
+
+TEST(Recorder, AFullDiskTurnsItOff) {
+  const TestRoot root;
+  const LogListener log(root / "/dev/log");
+  TurnOnRecorder(root, 2);
+  Daemon daemon(root, {}, "", -1, [] { signal(SIGXFSZ, SIG_IGN); });
+  ASSERT_TRUE(log.Lines().WaitFor(kReady));
+  const rlimit none{1000, 1000};  // bytes of a file: each further one fails as on a full disk
+  ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_FSIZE, &none, nullptr), 0);
+  std::atomic<bool> stop = false;
+  std::thread sender([&, fd = ConnectKernel(root, 0)] { Send(fd, 0, stop); });
+  EXPECT_TRUE(log.Lines().WaitFor("The flight recording ends: "));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  stop = true;
+  sender.join();
+  EXPECT_EQ(daemon.Stop(), 0);
+  EXPECT_EQ(log.Lines().CountOf("The flight recording ends: "), 1u);
+  const Content content = ContentOf(root);
+  EXPECT_TRUE(content.wrong.empty()) << content.wrong[0];
+  EXPECT_GT(content.observations, 0u);
+}
+
+}  // namespace
+}  // namespace testing_support
