@@ -64,6 +64,22 @@ TEST(RynctlHealth, EveryFaultIsNamedWithWhatToDo) {
   EXPECT_NE(text.text.find("naa.1/redundancy: 7 is not from 0 to 3"), std::string::npos) << text.text;
   EXPECT_NE(text.text.find("'often' is no integer"), std::string::npos) << text.text;
   std::filesystem::remove_all(tree);
+  // Wanted only now: it begins with the next start.
+  EXPECT_NE(Rynctl(running.root, "check").text.find("off; it begins when "), std::string::npos) << text.text;
+  WriteFile(tree + "/sysinfo/config/intOpts/Flight/Megabytes", "8\n");
+  EXPECT_EQ(Complaints(running.root), Strings{"flight recorder warn"});
+  {
+    const TestRoot recorded;
+    WriteFile(recorded / "/var/lib/corvane/host/sysinfo/config/intOpts/Flight/Megabytes", "8\n");
+    const LogListener log(recorded / "/dev/log");
+    Daemon daemon(recorded);
+    ASSERT_TRUE(log.Lines().WaitFor("Start polling loop."));
+    EXPECT_TRUE(WaitUntil([&] {
+      const std::string told = Rynctl(recorded, "check").text;
+      return told.find("on, a ring of 8 MiB, 2 MiB held, the oldest entry of ") != std::string::npos;
+    }));
+  }
+  std::filesystem::remove_all(tree);
 
   for (int i = 0; i < 1001; ++i) ASSERT_TRUE(SendRecord(kernel, MakeRecord("ryn.storage.apd.start", {"naa.1"})));
   ExpectLedgerCloses(running.root);

@@ -205,6 +205,7 @@ std::vector<HealthCheck> RunHealthChecks(std::ostream &err) {
   const std::string error = FetchStatistics(&patience, &statistics);
   if (error.empty()) {
     checks = CheckStatistics(statistics);
+    if (statistics.contains("flight")) checks.push_back(CheckFlightRecorder(statistics));
     checks.push_back(CheckRoundTrip(err));
   } else {
     checks.push_back(

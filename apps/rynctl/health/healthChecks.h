@@ -25,6 +25,8 @@ std::vector<HealthCheck> RunHealthChecks(std::ostream &err);
 std::vector<HealthCheck> CheckStatistics(const nlohmann::json &statistics);
 /// The management agent's socket, and who serves it, with what the statistics say of it.
 HealthCheck CheckManagementAgent(const nlohmann::json &statistics);
+/// The flight recorder, by the daemon's statistics and its files.
+HealthCheck CheckFlightRecorder(const nlohmann::json &statistics);
 /// The files of the host tree: which can't be read, which hold what they may not.
 std::vector<HealthCheck> CheckHostTree();
 /// Which of the host's own interfaces rynlinuxd watches; nothing where it never ran.

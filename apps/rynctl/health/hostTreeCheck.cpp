@@ -30,6 +30,7 @@ struct FileForm {
 };
 constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
 constexpr auto kForms = std::to_array<FileForm>({
+    {"sysinfo/config/intOpts/Flight/Megabytes", 1, 0, 65536},
     {"sysinfo/config/intOpts/*/*", 1, std::numeric_limits<int64_t>::min(), kMost},
     {"sysinfo/system/ntpclock/rynReportInterval", 1, 0, kMost},
     {"sysinfo/system/pageRetire/threshold", 1, 0, kMost},
