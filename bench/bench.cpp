@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench/measures.h"
+#include "bench/recording.h"
 #include "bench/report.h"
 
 namespace bench {
@@ -50,11 +51,17 @@ struct Measures {
   Measure traced{"traced_to_untraced_median"};
   Measure restore{"restore_cpu_us"};
   Measure allocations[3] = {{"allocations_unmatched"}, {"allocations_handled"}, {"allocations_event"}};
+  // The daemon with its flight recorder on, and, in the bare program's place, with it off.
+  Measure recorded{"recorded_per_s", 0.97, true};
+  Measure recordedCpu{"recorded_cpu_us"};
+  Measure recordedMemory{"recorded_proportional_kib", 8192, false, true};
+  Measure recordedCalls{"recorded_system_calls", 1.01};
   std::vector<double> daemonLatency, bareLatency;  ///< every sample, microseconds
   std::vector<const Measure *> All() const {
-    return {&median,       &tail,    &paused,     &eventCpu,       &matched,       &matchedCpu,   &unmatched,
-            &unmatchedCpu, &burst,   &start,      &firstEvent,     &resident,      &proportional, &idle,
-            &traced,       &restore, allocations, allocations + 1, allocations + 2};
+    return {&median,         &tail,         &paused,      &eventCpu,       &matched,      &matchedCpu,
+            &unmatched,      &unmatchedCpu, &burst,       &start,          &firstEvent,   &resident,
+            &proportional,   &idle,         &traced,      &restore,        allocations,   allocations + 1,
+            allocations + 2, &recorded,     &recordedCpu, &recordedMemory, &recordedCalls};
   }
 };
 
@@ -127,6 +134,28 @@ void RateRound(const Effort &effort, Setting *setting, Measures *measures) {
   measures->burst.Add(burst, MeasureBurst(Subject::kBare, effort.burst, setting));
 }
 
+/// The daemon that records, and the one that does not, in turns.
+void RecordedRound(const Effort &effort, Setting *setting, Measures *measures) {
+  constexpr int kTraced = 2000;
+  std::vector<double> rates[2], cpus[2];
+  double kib[2]{}, calls[2]{};
+  for (int i = 0; i < effort.starts; ++i) {
+    for (const size_t isOff : {size_t{0}, size_t{1}}) {
+      SetRecorder(isOff == 0);
+      const Rate rate = MeasureMatched(Subject::kDaemon, effort.observations, setting);
+      rates[isOff].push_back(rate.perSecond);
+      cpus[isOff].push_back(rate.cpuUs);
+      if (i > 0) continue;
+      kib[isOff] = static_cast<double>(MeasureStart(Subject::kDaemon, setting).proportionalKib);
+      calls[isOff] = MeasureSystemCalls(kTraced, setting);
+    }
+  }
+  measures->recorded.Add(Percentile(rates[0], 0.5), Percentile(rates[1], 0.5));
+  measures->recordedCpu.Add(Percentile(cpus[0], 0.5), Percentile(cpus[1], 0.5));
+  measures->recordedMemory.Add(kib[0], kib[1]);
+  measures->recordedCalls.Add(calls[0], calls[1]);
+}
+
 void StartRound(const Effort &effort, Setting *setting, Measures *measures) {
   std::vector<double> ready[2], first[2], resident[2], proportional[2];
   for (int i = 0; i < effort.starts; ++i) {
@@ -162,6 +191,7 @@ Measures MeasureAll(const Effort &effort, Setting *setting) {
     LatencyRound(effort, setting, &measures);
     RateRound(effort, setting, &measures);
     StartRound(effort, setting, &measures);
+    RecordedRound(effort, setting, &measures);
   }
   MeasureDaemon(effort, setting, &measures);
   return measures;

@@ -69,6 +69,7 @@ class Program {
   int64_t StartTime() const { return startTime_; }
   /// A number of its /proc status, such as "VmRSS" in KiB.
   long Status(const std::string &key) const;
+  pid_t Pid() const { return pid_; }
   /// Its share of what it has in memory, KiB.
   long ProportionalKib() const;
   /// Nanoseconds of processor time that all of its threads have taken.
