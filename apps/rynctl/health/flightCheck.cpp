@@ -14,7 +14,7 @@
 namespace rynctl {
 namespace {
 
-constexpr const char *kSubject = "flight recorder";
+constexpr const char *kRecorderSubject = "flight recorder";
 constexpr uint64_t kMiB = uint64_t{1} << 20;
 
 std::string SettingPath() {
@@ -47,17 +47,19 @@ HealthCheck CheckFlightRecorder(const nlohmann::json &statistics) {
   if (flight.at("on")) {
     const uint64_t lost = flight.at("lost");
     std::string text = "on, a ring of " + flight.at("megabytes").dump() + " MiB" + Held(statistics.at("nowUs"));
-    if (lost == 0) return {kSubject, HealthState::kOk, text, ""};
+    if (lost == 0) return {kRecorderSubject, HealthState::kOk, text, ""};
     text += ", " + std::to_string(lost) + " entries lost";
-    return {kSubject, HealthState::kWarn, text, "the disk was too slow for it: a larger Flight/Megabytes helps"};
+    return {kRecorderSubject, HealthState::kWarn, text,
+            "the disk was too slow for it: a larger Flight/Megabytes helps"};
   }
   int64_t wanted = 0;
   std::ifstream(SettingPath()) >> wanted;
   if (wanted != 0) {
-    return {kSubject, HealthState::kWarn, "off, although " + SettingPath() + " wants it",
+    return {kRecorderSubject, HealthState::kWarn, "off, although " + SettingPath() + " wants it",
             "the daemon's log says why; restart rynd afterwards"};
   }
-  return {kSubject, HealthState::kOk, "off; it begins when " + SettingPath() + " holds 64 and rynd restarts", ""};
+  return {kRecorderSubject, HealthState::kOk, "off; it begins when " + SettingPath() + " holds 64 and rynd restarts",
+          ""};
 }
 
 }  // namespace rynctl
