@@ -157,7 +157,7 @@ size_t Kills() {
 }
 
 TEST(Recorder, AKillAtAnyInstantLeavesWholeEntries) {
-  for (const unsigned megabytes : {256, 2}) {  // a ring that holds all, and one that turns over all the time
+  for (const unsigned megabytes : {256u, 2u}) {  // a ring that holds all, and one that turns over all the time
     const TestRoot root;
     const LogListener log(root / "/dev/log");
     const EventListener events(root / "/var/run/corvane/mgmtd-kprob.sock");
