@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <iterator>
-#include <tuple>
 
 #include "core/basics/timerThread.h"
 #include "correlators/network/networkCorrelators.h"
@@ -17,30 +16,6 @@ std::string EventOf(const std::string &id, const Arguments &arguments) {
   const Events events = EventsOf(NetHandlers(), id, arguments);
   EXPECT_LE(events.size(), 1u) << id;
   return events.empty() ? "" : events[0];
-}
-
-TEST(NetCorrelator, AFenceFailureIsPostedByItsStatus) {
-  const std::tuple<int64_t, const char *, const char *> rows[] = {
-      {0x0BAD0007, "port.badfenceid", "invalid fenceId"},
-      {0x0BAD0002, "switch.unavailable", "dvSwitch fence property is not set"},
-      {5, "resource.limited", "maximum number of fence networks or ports have been reached"}};
-  for (const auto &[status, name, reason] : rows) {
-    EXPECT_EQ(EventOf("ryn.net.fence.port.fail", {Str("p"), Str("sw"), Int(5), Int(status)}),
-              std::string("amb.problem.net.fence.") + name +
-                  " Hykernel fails to set fenceId 5 on distributed virtual port p on switch sw, reason: " + reason);
-  }
-  EXPECT_EQ(EventOf("ryn.net.fence.port.fail", {Str("p"), Str("sw"), Int(5)}), "");
-}
-
-TEST(NetCorrelator, TheMachineOfAnOffloadIsNamedOrNothingIsPosted) {
-  EXPECT_EQ(EventOf("ryn.net.e1000.tso6.notsupported", {Int(31)}), "");
-  PutHost("sysinfo/vm/vmmGroupInfo/31", "web 100%s\n");
-
-  EXPECT_EQ(EventOf("ryn.net.e1000.tso6.notsupported", {Int(31)}),
-            "amb.problem.net.e1000.tso6.notsupported Guest-initiated IPv6 TCP Segmentation Offload (TSO) packets "
-            "ignored. Manually disable TSO inside the guest operating system in Virtual Machine web 100%s, or use a "
-            "different virtual adapter.");
-  EXPECT_EQ(EventOf("ryn.net.e1000.tso6.notsupported", {Str("31")}), "");
 }
 
 TEST(NetCorrelator, UplinkTransitionsStartTheirTimerOnceAllArgumentsAreRead) {
@@ -93,20 +68,6 @@ TEST(NetCorrelatorDeathTest, WithoutATimerItDoesNotRunAndWithoutAPipeItIsFatal) 
         RyndNetCorrelator();
       },
       "Failed to initialize pipes for this thread: Too many open files\n");
-}
-
-TEST(MigrateCorrelator, PostsItsTwoFailures) {
-  const std::string shutdown = "ryn.migrate.zmove.server.pending.cnx.listen.socket.shutdown";
-  const auto status = [&](const hosted::RawArgument &argument) {
-    const Events events = EventsOf(MigrateHandlers(), shutdown, {argument});
-    EXPECT_EQ(events.size(), 1u);
-    return events[0].substr(events[0].find(" Failure status: "));
-  };
-  EXPECT_EQ(status(Str("Limit 100%d")), " Failure status: Limit 100%d");
-  EXPECT_EQ(status(NullStr()), " Failure status: unknown");
-
-  EXPECT_EQ(EventsOf(MigrateHandlers(), shutdown, {}), Events{});
-  EXPECT_EQ(EventsOf(MigrateHandlers(), "ryn.migrate.zmove.default.heap.create.failed", {}).size(), 1u);
 }
 
 }  // namespace

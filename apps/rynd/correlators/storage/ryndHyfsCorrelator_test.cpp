@@ -5,8 +5,6 @@
 namespace rynd {
 namespace {
 
-const char kUuidText[] = "00000001-00000002-0003-040506070809";
-
 /// `front`, a UUID's nine numbers, `rear`.
 Arguments WithUuid(Arguments front, const Arguments &rear,
                    const std::vector<uint32_t> &numbers = {1, 2, 3, 4, 5, 6, 7, 8, 9}) {
@@ -31,35 +29,6 @@ TEST(HyfsCorrelator, PutsAnyUuidIntoText) {
   }
   EXPECT_EQ(textOf({1, 2, 0x10000, 4, 5, 6, 7, 8, 9}), "none");
   EXPECT_EQ(textOf({1, 2, 3, 4, 5, 6, 7, 8, 256}), "none");
-}
-
-TEST(HyfsCorrelator, PutsTheUuidWhereEachMessageHasIt) {
-  const CapturedLog log;
-  const std::string uuid = kUuidText;
-  for (const char *id : {"heartbeat.timedout", "heartbeat.recovered", "journal.createfailed", "heartbeat.unrecoverable",
-                         "metadata.corruptondisk"}) {
-    EXPECT_EQ(EventsOf(HyfsHandlers(), std::string("ryn.hyfs.") + id, WithUuid({}, {Str("vol")})),
-              Events{std::string("amb.problem.hyfs.") + id + " " + uuid + " vol"});
-  }
-  const Arguments server = WithUuid({Str("one"), Str("two")}, {Str("three")});
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.server.disconnect", server),
-            Events{"amb.problem.hyfs.nfs.server.disconnect one two " + uuid + " three"});
-  EXPECT_EQ(EventsOf(HyfsHandlers(), "ryn.hyfs.nfs.server.restored", server),
-            Events{"amb.clear.hyfs.nfs.server.restored one two " + uuid + " three"});
-  const auto shows = [](const std::string &id, const Arguments &arguments, const std::string &part) {
-    const Events events = EventsOf(HyfsHandlers(), "ryn.hyfs." + id, arguments);
-    EXPECT_TRUE(events.size() == 1 && events[0].starts_with("amb.problem.hyfs." + id + " ")) << id;
-    EXPECT_NE(events[0].find(part), std::string::npos) << events[0];
-  };
-  shows("ats.incompatibility.detected", WithUuid({Str("vol")}, {}), " 'vol' (" + uuid + ") ");
-  shows("spanstate.incompatibility.detected", WithUuid({NullStr()}, {}), " '(null)' (" + uuid + "): ");
-  const Arguments modes = WithUuid({Str("vol")}, {Str("was"), Str("is"), Str("own")});
-  for (const std::string kind : {"", "spanned."}) {
-    shows(kind + "lockmode.inconsistency.detected", modes,
-          " 'vol' (" + uuid +
-              "): volume was configured for was lockmode at time of open and now it is configured for is lockmode but "
-              "this host is not using own lockmode. ");
-  }
 }
 
 /// Hand an observation `id` to the handler of `handlerOf`.

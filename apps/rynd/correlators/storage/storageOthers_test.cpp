@@ -1,4 +1,4 @@
-// The handlers of the iSCSI, virtual SCSI, system swap, VFAT and velfs correlators that are more than a row.
+// The handlers of the system swap, VFAT and velfs correlators, which remember what they have told.
 
 #include <filesystem>
 
@@ -8,56 +8,6 @@
 
 namespace rynd {
 namespace {
-
-TEST(IscsiCorrelator, TranslatesALoginsStatus) {
-  const CapturedLog log;
-  const std::string front =
-      "amb.problem.storage.iscsi.target.login.error Login to iSCSI target iqn.t on hba64 failed. Target returned "
-      "login error: ";
-  const std::pair<uint32_t, const char *> rows[] = {
-      {0x0000, "Login is proceeding okay."},
-      {0x0101, "Requested ITN has moved temporarily to the address provided."},
-      {0x0201, "Initiator could not be successfully authenticated."},
-      {0x020b, "Invalid request type during login."},
-      {0x0302, "Target has insufficient session, connection or other resources."},
-      {0x10201, "Initiator could not be successfully authenticated."},
-      {0xffff0300, "Target hardware or software error."},
-      {0x020c, "Unknown login response received."},
-      {0x0100, "Unknown login response received."},
-      {0x0400, "Unknown login response received."},
-  };
-  for (const auto &[status, text] : rows) {
-    EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("hba64"), Str("iqn.t"), Long(status)}),
-              Events{front + text});
-  }
-  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.discovery.login.error", {Str("hba64"), Str("10.0.0.1"), Int(0x300)}),
-            Events{"amb.problem.storage.iscsi.discovery.login.error iSCSI discovery to 10.0.0.1 on hba64 failed. The "
-                   "Discovery target returned login error: Target hardware or software error."});
-  EXPECT_EQ(EventsOf(IscsiHandlers(), "ryn.iscsi.target.login.error", {Str("hba64"), Str("iqn.t")}), Events{});
-}
-
-TEST(VscsiCorrelator, PostsAlsoWhatItCannotRead) {
-  CapturedLog log;
-  EXPECT_EQ(EventsOf(VscsiHandlers(), "ryn.vscsi.shared.hydk.virtual.machine.power.on.failed", {Str("vm1")}),
-            Events{"amb.problem.vscsi.shared.hydk.virtual.machine.power.on.failed Two or more VMs (vm1 and ) sharing "
-                   "same virtual disk are not allowed to be Powered-On on same host."});
-  EXPECT_EQ(log.Messages().back(), "Failed to get VM-2 name: 75");
-  EXPECT_EQ(EventsOf(VscsiHandlers(), "ryn.vscsi.npiv.configuration.dropped", {Int(3), Long(UINT32_MAX), Str("vm1")}),
-            Events{"amb.problem.vscsi.npiv.configuration.dropped NPIV settings dropped for VDISK - scsi3:4294967295 "
-                   "(VMName: vm1)."});
-  EXPECT_EQ(
-      EventsOf(VscsiHandlers(), "ryn.vscsi.npiv.configuration.dropped", {Str("x"), Int(4), Int(5)}),
-      Events{"amb.problem.vscsi.npiv.configuration.dropped NPIV settings dropped for VDISK - scsi0:4 (VMName: )."});
-  EXPECT_EQ(log.CountOf("Failed to get adapter ID: 22"), 1u);
-  EXPECT_EQ(log.CountOf("Failed to get target ID: "), 0u);
-  EXPECT_EQ(log.CountOf("Failed to get VM Name: 22"), 1u);
-  EXPECT_EQ(EventsOf(VscsiHandlers(), "ryn.vscsi.shared.hydk.no.free.slot.available", {}),
-            Events{"amb.problem.vscsi.shared.hydk.no.free.slot.available No Free slot available. Maximum number of VMs "
-                   "supported in MSCS cluster are 0"});
-  EXPECT_EQ(log.Messages().back(), "Failed to get args: 75");
-  EXPECT_TRUE(
-      EventsOf(VscsiHandlers(), "ryn.vscsi.shared.hydk.add.failure.max.count", {Int(64)})[0].ends_with("are 64"));
-}
 
 TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
   CapturedLog log;

@@ -11,36 +11,30 @@ Events Dumped(const std::string &id, const std::string &name, const Arguments &m
 }
 
 TEST(UserWorld, CountsCrashesByNameAndKind) {
-  const auto dumped = [](int count) {
-    return Events{"amb.problem.application.core.dumped An application (app) running on Ambi host has crashed (" +
-                  std::to_string(count) + " time(s) so far). A core file may have been created at /core."};
+  const auto counted = [](const char *kind, const std::string &name, const Arguments &more = {}) {
+    const Events events = Dumped(std::string("ryn.uw.core.") + kind, name, more);
+    return events.empty() ? "" : events[0].substr(0, events[0].find(')'));
   };
-  EXPECT_EQ(Dumped("ryn.uw.core.dumped", "app"), dumped(1));
-  EXPECT_EQ(Dumped("ryn.uw.core.dumped.encrypted", "app"),
-            dumped(2));  // no key: not encrypted
-  EXPECT_TRUE(Dumped("ryn.uw.core.dumpFailed", "app")[0].starts_with(
-      "amb.problem.application.core.dumpFailed An application (app) running on Ambi host has crashed (1 "));
-  EXPECT_TRUE(Dumped("ryn.uw.core.dumped", "app", {Str("k1")})[0].ends_with(
-      "(3 time(s) so far). An encrypted core file using keyId k1 may have been created at /core."));
-
+  const std::string app = "amb.problem.application.core.", said = " An application (app";
+  EXPECT_EQ(counted("dumped", "app"), app + "dumped" + said);
+  const auto ends = [](const Events &events, const char *back) {
+    return events.size() == 1 && events[0].ends_with(back);
+  };
+  EXPECT_TRUE(ends(Dumped("ryn.uw.core.dumped.encrypted", "app"),
+                   "(2 time(s) so far). A core file may have been "
+                   "created at /core."))
+      << "without a key it is not encrypted";
+  EXPECT_EQ(counted("dumpFailed", "app"), app + "dumpFailed" + said) << "counted apart";
   // A key that is none drops the observation, uncounted.
-  EXPECT_EQ(Dumped("ryn.uw.core.dumped", "app", {Int(1)}), Events{});
+  EXPECT_EQ(counted("dumped", "app", {Int(1)}), "");
   EXPECT_EQ(EventsOf(UserWorldHandlers(), "ryn.uw.core.dumped", {Str("app"), Int(1)}), Events{});
-  EXPECT_EQ(Dumped("ryn.uw.core.dumped", "app"), dumped(4));
-}
-
-TEST(UserWorld, WordsCrashesOfAgentsByPartOfTheirName) {
-  for (const std::string agent : {"mgmtd", "fleetd"}) {
-    const std::string name = "x-" + agent + "-worker", front = "amb.problem." + agent + ".core.dumped";
-    EXPECT_TRUE(Dumped("ryn.uw.core.dumped.encrypted", name)[0].starts_with(
-        front + " " + name + " crashed (1 time(s) so far) and a core file "));
-    EXPECT_TRUE(Dumped("ryn.uw.core.dumped", name, {Str("k")})[0].starts_with(
-        front + ".encrypted " + name +
-        " crashed (2 time(s) so far) and an encrypted core file using keyId k may have been created at /core."));
-  }
-
-  EXPECT_TRUE(Dumped("ryn.uw.core.dumped", "fleetd and mgmtd")[0].starts_with("amb.problem.mgmtd.core.dumped "));
+  EXPECT_TRUE(ends(Dumped("ryn.uw.core.dumped", "app", {Str("k1")}),
+                   "(3 time(s) so far). An encrypted core file "
+                   "using keyId k1 may have been created at /core."));
   EXPECT_EQ(EventsOf(UserWorldHandlers(), "ryn.uw.core.dumped", {NullStr(), Int(1), NullStr()}).size(), 1u);
+  // Agents go by part of their name.
+  EXPECT_EQ(counted("dumped", "x-fleetd-worker"), "amb.problem.fleetd.core.dumped x-fleetd-worker crashed (1 time(s");
+  EXPECT_EQ(counted("dumped", "fleetd and mgmtd").find("amb.problem.mgmtd.core.dumped "), 0u);
 }
 
 TEST(UserWorld, ReportsTenForeignFiles) {
