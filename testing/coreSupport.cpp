@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <new>
 
 #include "base/unixAddress.h"
@@ -132,8 +133,10 @@ Stream *OpenStream(const char *prefix) {
 }
 
 int LockedFanOut(const std::vector<std::byte> &bytes) {
+  const std::unique_ptr<std::byte[]> copy(new std::byte[bytes.size()]);
+  std::copy(bytes.begin(), bytes.end(), copy.get());
   streamLock.Acquire();
-  const int status = FanOut(bytes.data(), bytes.size());
+  const int status = FanOut(copy.get(), bytes.size());
   streamLock.Release();
   return status;
 }

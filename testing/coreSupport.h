@@ -47,7 +47,7 @@ Observation *MakeObservation(const std::string &id, const std::vector<std::strin
 
 /// A stream that is subscribed to `prefix`.
 Stream *OpenStream(const char *prefix);
-/// Fan `bytes` out under the stream lock.
+/// Fan `bytes` out under the stream lock, from memory that ends with them: a sanitizer sees a read beyond.
 int LockedFanOut(const std::vector<std::byte> &bytes);
 /// Read one whole observation from a stream and return its id; "" when nothing waits.
 std::string ReadId(Stream *stream);

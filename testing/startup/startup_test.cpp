@@ -79,10 +79,24 @@ TEST_F(StartupTest, ASignalEndsItCleanly) {
   EXPECT_TRUE(world.written.empty());
 }
 
-TEST_F(StartupTest, SignalInstallationFails) {
-  world.signalStatus = EINVAL;
-  EXPECT_EQ(RunDaemon(), EINVAL);
-  ExpectFailure(EINVAL);
+TEST_F(StartupTest, EachStepThatFailsEndsItWithItsStatus) {
+  const struct {
+    std::function<void()> fail;
+    int status;
+    size_t opened;
+  } steps[] = {{[] { world.signalStatus = EINVAL; }, EINVAL, 0}, {[] { world.failingContext = 0; }, 93, 0},
+               {[] { world.failingContext = 13; }, 93, 13},      {[] { world.failingContext = 28; }, 93, 28},
+               {[] { world.failingContext = 29; }, 93, 29},      {[] { world.lockStatus = EAGAIN; }, EAGAIN, 30}};
+  for (const auto &step : steps) {
+    SetUp();
+    step.fail();
+    EXPECT_EQ(RunDaemon(), step.status);
+    ExpectFailure(step.status);
+    EXPECT_EQ(world.opened.size(), step.opened);
+    EXPECT_EQ(agentsSeen, 0);
+  }
+  SetUp();
+  EXPECT_EQ(RunDaemon({"-h"}), 0);
   EXPECT_TRUE(world.opened.empty());
 }
 
@@ -109,25 +123,6 @@ TEST_F(StartupTest, EnablingIsWrittenOnceAndItsFailureIsConverted) {
   EXPECT_EQ(world.lists, 0u);
 }
 
-TEST_F(StartupTest, AContextThatDoesNotOpenEndsItWithItsStatus) {
-  for (const uint32_t id : {0u, 13u, 28u, 29u}) {
-    world.failingContext = id;
-    world.opened.clear();
-    world.closed.clear();
-    EXPECT_EQ(RunDaemon(), 93);
-    ExpectFailure(93);
-    EXPECT_EQ(world.opened.size(), id);
-  }
-  EXPECT_EQ(agentsSeen, 0);
-}
-
-TEST_F(StartupTest, TheStreamLockFails) {
-  world.lockStatus = EAGAIN;
-  EXPECT_EQ(RunDaemon(), EAGAIN);
-  ExpectFailure(EAGAIN);
-  EXPECT_EQ(agentsSeen, 0);
-}
-
 TEST_F(StartupTest, WithoutMemory) {
   if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
   {
@@ -151,15 +146,6 @@ TEST_F(StartupTest, WithoutMemory) {
   const FailingAllocation noLoopSet(kAllSlots * sizeof(pollfd));
   EXPECT_EQ(RunDaemon(), 0);
   EXPECT_EQ(slots, kFixedSlots);
-}
-
-TEST_F(StartupTest, PollFails) {
-  world.onPoll = [](pollfd *, nfds_t) {
-    errno = ENOMEM;
-    return -1;
-  };
-  EXPECT_EQ(RunDaemon(), -1);
-  EXPECT_EQ(log_.Messages().back(), "Exiting. rc:-1");
 }
 
 TEST_F(StartupTest, AKernelContextThatFailsStopsTheDaemon) {

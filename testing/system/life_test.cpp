@@ -14,17 +14,6 @@ namespace {
 
 const char kReady[] = "rynd setup completed. Start polling loop.";
 
-TEST(Life, UsageGoesToStandardOutputWithStatusZero) {
-  for (const char *option : {"-h", "-t", "--loglevel", "--nothing"}) {
-    const TestRoot root;
-    Daemon daemon(root, {option});
-    EXPECT_EQ(daemon.WaitForExit(), 0) << option;
-    EXPECT_TRUE(
-        ReadFile(root / "/stdout").ends_with(" [options]\nvalid options are:\n\t--help|-h - display this help\n"));
-    EXPECT_FALSE(std::filesystem::exists(root / "/var")) << "nothing is opened";
-  }
-}
-
 TEST(Life, StopsByEitherSignalAndSurvivesABrokenPipe) {
   for (const int number : {SIGTERM, SIGINT}) {
     RunningDaemon running;

@@ -1,7 +1,6 @@
 #include "core/fanOut.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,32 +18,6 @@
 
 namespace rynd {
 namespace {
-
-/// Bytes whose end is the end of readable memory: a read beyond them ends the process.
-class GuardedBytes {
- public:
-  explicit GuardedBytes(const std::vector<std::byte> &bytes) : size_(bytes.size()) {
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    room_ = (size_ + page - 1) / page * page + page;
-    map_ = static_cast<std::byte *>(mmap(nullptr, room_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(map_ + room_ - page, page, PROT_NONE);
-    data_ = map_ + room_ - page - size_;
-    std::copy(bytes.begin(), bytes.end(), data_);
-  }
-  ~GuardedBytes() { munmap(map_, room_); }
-  int FanOut() const {
-    streamLock.Acquire();
-    const int status = rynd::FanOut(data_, size_);
-    streamLock.Release();
-    return status;
-  }
-
- private:
-  size_t size_;
-  size_t room_;
-  std::byte *map_;
-  std::byte *data_;
-};
 
 void PutField(std::vector<std::byte> *record, size_t offset, uint32_t value) {
   std::memcpy(record->data() + offset, &value, sizeof value);
@@ -96,7 +69,7 @@ TEST_F(FanOutTest, ABadRecordCostsItselfOnly) {
   for (const auto &bad :
        {damage(kRecordIdLengthOffset, 0), damage(kRecordIdLengthOffset, 0xffffffff), damage(kRecordIdLengthOffset, 5),
         damage(kRecordMessageLengthOffset, 0xfffffff0), damage(kRecordMessageLengthOffset, 10'000), unterminated}) {
-    EXPECT_EQ(GuardedBytes(before_ + bad + after_).FanOut(), -1);
+    EXPECT_EQ(LockedFanOut(before_ + bad + after_), -1);
     EXPECT_EQ(ReadAll(), (Ids{"ryn.a.before", "ryn.a.after"}));
   }
 }
@@ -105,7 +78,7 @@ TEST_F(FanOutTest, AnUnusableLengthCostsWhatIsBehindIt) {
   for (const uint32_t total : {0u, 1u, 31u, 131072u, 0x7fffffffu, 0xffffffffu}) {
     auto bad = MakeRecord("ryn.a.bad");
     PutField(&bad, kRecordTotalLengthOffset, total);
-    EXPECT_EQ(GuardedBytes(before_ + bad + after_).FanOut(), -1) << total;
+    EXPECT_EQ(LockedFanOut(before_ + bad + after_), -1) << total;
     EXPECT_EQ(ReadAll(), Ids{"ryn.a.before"}) << total;
   }
 }
@@ -114,7 +87,7 @@ TEST_F(FanOutTest, NothingIsReadOutsideOfTruncatedBytes) {
   const auto record = MakeRecord("ryn.a.whole", {"text"});
   for (size_t length = 0; length < record.size(); ++length) {
     const std::vector<std::byte> cut(record.begin(), record.begin() + static_cast<ptrdiff_t>(length));
-    EXPECT_EQ(GuardedBytes(cut).FanOut(), length == 0 ? 0 : -1);
+    EXPECT_EQ(LockedFanOut(cut), length == 0 ? 0 : -1);
   }
 }
 
