@@ -7,22 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "core/agents/runner.h"
 #include "correlators/agentTable.h"
 #include "platform/ryn.h"
 #include "testing/postedEvents.h"
+#include "testing/recordedAgents.h"
 
 namespace rynd {
 namespace {
-
-/// The request of the agent that ran last.
-struct Request {
-  std::string name;
-  std::vector<std::string> prefixes;
-  Handler defaultHandler = nullptr;
-  HandlerTable table;
-};
-Request last;
 
 /// What an agent's default handler logs and posts about "ryn.t.other".
 std::vector<std::string> Answer(Handler handler, CapturedLog *log) {
@@ -38,24 +29,6 @@ std::vector<std::string> Answer(Handler handler, CapturedLog *log) {
 
 }  // namespace
 
-void RunCorrelatorFiltered(const char *name, const std::vector<const char *> &prefixes,
-                           const std::vector<const char *> &exactIds, Handler defaultHandler, HandlerTable table) {
-  EXPECT_TRUE(exactIds.empty());
-  last = {name, {prefixes.begin(), prefixes.end()}, defaultHandler, std::move(table)};
-}
-void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
-                           HandlerTable table) {
-  RunCorrelatorFiltered(name, prefixes, {}, defaultHandler, std::move(table));
-}
-void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table) {
-  RunCorrelatorFiltered(name, {prefix}, {}, defaultHandler, std::move(table));
-}
-void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table,
-                            void (* /*timerCallback*/)(), const int *extraFds, int extraFdCount) {
-  EXPECT_EQ(extraFdCount, 1);
-  EXPECT_GE(extraFds[0], 0);
-  RunCorrelator(name, prefix, defaultHandler, std::move(table));
-}
 void DispatchObservation(Handler /*defaultHandler*/, HandlerTable * /*table*/, Observation * /*observation*/) {}
 
 namespace {
@@ -96,10 +69,12 @@ TEST(AgentTable, AgentsStartInOrderAndHearTheirSubsystem) {
   CapturedLog log;
   ASSERT_EQ(AgentTable().size(), std::size(rows));
   for (size_t i = 0; i < std::size(rows); ++i) {
-    last = {};
     AgentTable()[i]();
+    ASSERT_EQ(recordedAgents.size(), i + 1);
+    const RecordedAgent &last = recordedAgents.back();
     EXPECT_EQ(last.name, rows[i].name);
     EXPECT_EQ(last.prefixes, rows[i].prefixes) << last.name;
+    EXPECT_TRUE(last.exactIds.empty());
     EXPECT_EQ(last.table.Size() == 0, last.name == "Fabra") << last.name;
     ASSERT_NE(last.defaultHandler, nullptr) << last.name;
     EXPECT_EQ(Answer(last.defaultHandler, &log), rows[i].answer) << last.name;
@@ -150,7 +125,7 @@ TEST(AgentTable, NoHandlerTripsOverItsArguments) {
   size_t tried = 0;
   for (const AgentFunction agent : AgentTable()) {
     agent();
-    HandlerTable table = last.table;
+    HandlerTable table = recordedAgents.back().table;
     for (const std::string_view id : table.Ids()) {
       for (const hosted::RawArgument &same : {NullStr(), Str(""), Int(-1), Long(~uint64_t{0})}) {
         for (size_t count = 0; count <= 12; ++count, ++tried) Try(table[id], id, Arguments(count, same), &log);
