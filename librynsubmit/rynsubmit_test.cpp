@@ -20,12 +20,10 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/records/rawRecord.h"
+#include "testing/records.h"
 #include "testing/testRoot.h"
 
 namespace {
-
-using hosted::ArgumentKind;
 
 class RynSubmit : public testing::Test {
  protected:
@@ -43,14 +41,7 @@ class RynSubmit : public testing::Test {
   void Accept() { caller_.Reset(accept(context_.Get(), nullptr, nullptr)); }
 
   /// The next record of the accepted caller; one with an empty id when there is none.
-  hosted::RawRecord Receive() {
-    std::vector<std::byte> bytes(hosted::kMaxRecordSize + 1);
-    const ssize_t length = recv(caller_.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (length <= 0) return {};
-    const char *wrong = hosted::CheckRecord(bytes.data(), static_cast<size_t>(length));
-    EXPECT_EQ(wrong, nullptr) << wrong;
-    return wrong == nullptr ? hosted::DecodeRecord(bytes.data(), static_cast<size_t>(length)) : hosted::RawRecord{};
-  }
+  hosted::RawRecord Receive() { return testing_support::ReceiveRecord(caller_.Get()); }
   int Submit(const char *id, const std::vector<rynsubmit_argument> &arguments = {}, const char *message = nullptr) {
     return rynsubmit_submit(connection_, id, message, arguments.data(), arguments.size());
   }
@@ -74,26 +65,9 @@ TEST_F(RynSubmit, SendsWhatItIsGiven) {
   EXPECT_EQ(record.message, "what happened");
   EXPECT_EQ(record.sequence, 1u);
   EXPECT_NEAR(static_cast<double>(record.microseconds), static_cast<double>(time(nullptr)) * 1e6, 60e6);
-  ASSERT_EQ(record.arguments.size(), 8u);
-  const struct {
-    ArgumentKind kind;
-    unsigned width;
-    uint64_t bits;
-    const char *text;
-  } rows[] = {{ArgumentKind::kSigned, 4, static_cast<uint64_t>(-5), ""},
-              {ArgumentKind::kSigned, 8, uint64_t{1} << 63, ""},
-              {ArgumentKind::kUnsigned, 4, UINT32_MAX, ""},
-              {ArgumentKind::kUnsigned, 8, UINT64_MAX, ""},
-              {ArgumentKind::kString, 0, 0, "text"},
-              {ArgumentKind::kString, 0, 0, ""},
-              {ArgumentKind::kNullString, 0, 0, ""},
-              {ArgumentKind::kSigned, 1, static_cast<uint64_t>(-128), ""}};
-  for (size_t i = 0; i < record.arguments.size(); ++i) {
-    EXPECT_EQ(record.arguments[i].kind, rows[i].kind) << i;
-    EXPECT_EQ(record.arguments[i].width, rows[i].width) << i;
-    EXPECT_EQ(record.arguments[i].bits, rows[i].bits) << i;
-    EXPECT_EQ(record.arguments[i].text, rows[i].text) << i;
-  }
+  EXPECT_EQ(testing_support::Shown(record),
+            (std::vector<std::string>{"i4:-5", "i8:-9223372036854775808", "u4:4294967295", "u8:18446744073709551615",
+                                      "s:text", "s:", "null", "i1:-128"}));
 }
 
 TEST_F(RynSubmit, RefusesWhatTheDaemonWouldDiscard) {

@@ -1,26 +1,10 @@
 #include "testing/arrivals.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "eventRecord/eventDecoder.h"
-#include "hosted/contexts/unixSocket.h"
 
 namespace testing_support {
-namespace {
-
-std::string ReadAll(int fd) {
-  std::string bytes;
-  char part[65536];
-  for (ssize_t count; (count = read(fd, part, sizeof part)) > 0;) bytes.append(part, static_cast<size_t>(count));
-  return bytes;
-}
-
-}  // namespace
-
 void Arrivals::Blame(const std::string &problem) {
   if (problems_.size() < 20) problems_.push_back(problem);
 }
@@ -65,23 +49,6 @@ std::vector<uint64_t> Arrivals::Missing(const std::string &name, uint64_t end) c
 std::vector<std::string> Arrivals::Problems() const {
   const std::lock_guard lock(mutex_);
   return problems_;
-}
-
-BookkeepingAgent::BookkeepingAgent(const std::string &path, Arrivals *arrivals) : path_(path) {
-  EXPECT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0660, &socket_), 0);
-  thread_ = std::thread([this, arrivals] {
-    for (;;) {
-      const base::UniqueFd connection(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-      if (!connection) return;
-      arrivals->Take(ReadAll(connection.Get()));
-    }
-  });
-}
-
-BookkeepingAgent::~BookkeepingAgent() {
-  unlink(path_.c_str());
-  shutdown(socket_.Get(), SHUT_RDWR);  // nobody comes in any more; who waits is still accepted
-  thread_.join();
 }
 
 }  // namespace testing_support

@@ -1,14 +1,11 @@
-// A management agent that keeps a book of numbered events, and loses none when it goes.
+// The book that a management agent keeps of numbered events.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
-
-#include "base/uniqueFd.h"
 
 namespace testing_support {
 
@@ -37,20 +34,6 @@ class Arrivals {
   uint64_t events_ = 0;
   std::map<std::string, Series> series_;
   std::vector<std::string> problems_;
-};
-
-/// Serves the event socket at `path` from its first line to its last: who goes takes in what the kernel has.
-class BookkeepingAgent {
- public:
-  BookkeepingAgent(const std::string &path, Arrivals *arrivals);
-  ~BookkeepingAgent();
-  BookkeepingAgent(const BookkeepingAgent &) = delete;
-  BookkeepingAgent &operator=(const BookkeepingAgent &) = delete;
-
- private:
-  const std::string path_;
-  base::UniqueFd socket_;
-  std::thread thread_;
 };
 
 }  // namespace testing_support

@@ -1,16 +1,11 @@
 #include "testing/daemon.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 
@@ -21,8 +16,6 @@
 
 namespace testing_support {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 [[noreturn]] void Fail(const std::string &what) {
   perror(what.c_str());
@@ -42,32 +35,6 @@ base::UniqueFd Connect(const std::string &path, int type) {
   errno = hosted::ConnectUnixSocket(path, type, &fd);
   if (errno != 0) Fail(path);
   return fd;
-}
-
-void Ring(const base::UniqueFd &stop) {
-  const uint64_t one = 1;
-  if (write(stop.Get(), &one, sizeof one) < 0) Fail("eventfd");
-}
-
-/// False when `stop` rings before `fd` is readable.
-bool WaitReadable(int fd, int stop) {
-  pollfd set[] = {{fd, POLLIN, 0}, {stop, POLLIN, 0}};
-  while (poll(set, 2, -1) < 0) {
-  }
-  return set[0].revents != 0;
-}
-
-std::string ReadToEnd(int fd) {
-  std::string bytes;
-  char part[65536];
-  for (ssize_t count; (count = read(fd, part, sizeof part)) > 0;) bytes.append(part, static_cast<size_t>(count));
-  return bytes;
-}
-
-void RedirectTo(int fd, const std::string &path) {
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-  if (file < 0 || dup2(file, fd) < 0) _exit(126);
-  close(file);
 }
 
 }  // namespace
@@ -118,34 +85,37 @@ int Collector::IndexOf(const std::string &part) const {
 }
 
 LogListener::LogListener(const std::string &path)
-    : socket_(Serve(path, SOCK_DGRAM)), stop_(eventfd(0, EFD_CLOEXEC)), thread_([this] {
+    : socket_(Serve(path, SOCK_DGRAM)), thread_([this] {
         std::vector<char> record(300000);
-        while (WaitReadable(socket_.Get(), stop_.Get())) {
-          const ssize_t length = recv(socket_.Get(), record.data(), record.size(), MSG_DONTWAIT);
-          if (length >= 0) lines_.Add(std::string(record.data(), static_cast<size_t>(length)));
+        for (ssize_t length; (length = recv(socket_.Get(), record.data(), record.size(), 0)) > 0;) {
+          lines_.Add(std::string(record.data(), static_cast<size_t>(length)));
         }
       }) {}
 
 LogListener::~LogListener() {
-  Ring(stop_);
+  shutdown(socket_.Get(), SHUT_RDWR);
   thread_.join();
 }
 
-EventListener::EventListener(const std::string &path)
-    : socket_(Serve(path, SOCK_STREAM)),
-      stop_(eventfd(0, EFD_CLOEXEC)),
-      thread_([this] {
-        while (WaitReadable(socket_.Get(), stop_.Get())) {
+EventListener::EventListener(const std::string &path, const std::function<void(std::string)> &take)
+    : path_(path), socket_(Serve(path, SOCK_STREAM)), thread_([this, take] {
+        for (;;) {
           const base::UniqueFd connection(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-          if (connection) records_.Add(ReadToEnd(connection.Get()));
+          if (!connection) return;
+          std::string record = ReadToEnd(connection.Get());
+          take ? take(std::move(record)) : records_.Add(std::move(record));
         }
-      }),
-      path_(path) {}
+      }) {}
 
 EventListener::~EventListener() {
-  Ring(stop_);
-  thread_.join();
   unlink(path_.c_str());
+  shutdown(socket_.Get(), SHUT_RDWR);  // nobody comes in any more; who waits is still accepted
+  thread_.join();
+}
+
+HangingAgent::HangingAgent(const TestRoot &root) : socket(Serve(root / hosted::kEventSocket, SOCK_STREAM)) {
+  listen(socket.Get(), 0);
+  filler = Connect(root / hosted::kEventSocket, SOCK_STREAM);
 }
 
 std::vector<std::string> EventListener::Names() const {
@@ -156,52 +126,33 @@ std::vector<std::string> EventListener::Names() const {
   return names;
 }
 
-Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below,
-               int standardError, const std::function<void()> &inChild)
-    : root_(root) {
+namespace {
+
+std::vector<std::string> CommandLine(const std::vector<std::string> &arguments) {
   std::vector<std::string> words;
   std::istringstream emulator(RYND_EMULATOR);
   for (std::string word; std::getline(emulator, word, ' ');) words.push_back(word);
   words.push_back(RYND_PROGRAM);
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char *> argv;
-  for (std::string &word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  const std::string out = root / "/stdout";
-  const std::string err = root / "/stderr";
-  const std::string path = root / below;
-  pid_ = fork();
-  if (pid_ < 0) Fail("fork");
-  if (pid_ > 0) return;
-  RedirectTo(STDOUT_FILENO, out);
-  if (standardError < 0) {
-    RedirectTo(STDERR_FILENO, err);
-  } else {
-    dup2(standardError, STDERR_FILENO);
-  }
-  setenv("CORVANE_ROOT", path.c_str(), 1);
-  if (inChild) inChild();
-  execvp(argv[0], argv.data());
-  _exit(127);
+  return words;
 }
 
-Daemon::~Daemon() {
-  if (pid_ <= 0) return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
-}
+}  // namespace
 
-void Daemon::Signal(int number) const {
-  if (pid_ > 0) kill(pid_, number);  // never the whole session of one that has ended
-}
-
-int Daemon::WaitForExit(double seconds) {
-  int status = 0;
-  const bool ended = WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, seconds);
-  if (!ended) return -1;
-  pid_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below,
+               int standardError, const std::function<void()> &inChild)
+    : Process(CommandLine(arguments),
+              [out = root / "/stdout", err = root / "/stderr", path = root / below, standardError, &inChild] {
+                RedirectTo(STDOUT_FILENO, out);
+                if (standardError < 0) {
+                  RedirectTo(STDERR_FILENO, err);
+                } else {
+                  dup2(standardError, STDERR_FILENO);
+                }
+                setenv("CORVANE_ROOT", path.c_str(), 1);
+                if (inChild) inChild();
+              }),
+      root_(root) {}
 
 int Daemon::Stop(double seconds) {
   ExpectLedgerCloses(root_);
@@ -241,13 +192,11 @@ bool SendRecord(const base::UniqueFd &fd, const std::vector<std::byte> &record) 
   return send(fd.Get(), record.data(), record.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(record.size());
 }
 
-bool WaitUntil(const std::function<bool()> &condition, double seconds) {
-  const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-  while (!condition()) {
-    if (Clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
+std::string ReadToEnd(int fd) {
+  std::string bytes;
+  char part[65536];
+  for (ssize_t count; (count = read(fd, part, sizeof part)) > 0;) bytes.append(part, static_cast<size_t>(count));
+  return bytes;
 }
 
 RunningDaemon::RunningDaemon() {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/uniqueFd.h"
+#include "testing/processState.h"
 #include "testing/testRoot.h"
 
 namespace testing_support {
@@ -49,14 +50,14 @@ class LogListener {
  private:
   Collector lines_;
   base::UniqueFd socket_;
-  base::UniqueFd stop_;
   std::thread thread_;
 };
 
-/// The management agent's end: accepts connections at `path` and collects the bytes of each up to its end.
+/// The management agent's end: accepts connections at `path` and hands the bytes of each, up to its end, to `take`, or
+/// collects them. When it goes it takes in what the kernel has accepted for it.
 class EventListener {
  public:
-  explicit EventListener(const std::string &path);
+  explicit EventListener(const std::string &path, const std::function<void(std::string)> &take = nullptr);
   ~EventListener();
   /// Whole records, as bytes.
   const Collector &Records() const { return records_; }
@@ -64,32 +65,31 @@ class EventListener {
   std::vector<std::string> Names() const;
 
  private:
+  const std::string path_;
   Collector records_;
   base::UniqueFd socket_;
-  base::UniqueFd stop_;
   std::thread thread_;
-  std::string path_;
+};
+
+/// A management agent's socket that nobody serves: its backlog is full.
+struct HangingAgent {
+  explicit HangingAgent(const TestRoot &root);
+  base::UniqueFd socket, filler;
 };
 
 /// One running daemon below its own root.
-class Daemon {
+class Daemon : public Process {
  public:
   /// Start the daemon below the folder `below` of `root` with `arguments`; standard output and error go to
   /// `root`/stdout and `root`/stderr, the latter to the descriptor `standardError` where that is given. `inChild` is
   /// called last, in the process that it becomes.
   Daemon(const TestRoot &root, const std::vector<std::string> &arguments = {}, const std::string &below = "",
          int standardError = -1, const std::function<void()> &inChild = nullptr);
-  ~Daemon();  ///< kills what still runs
-  pid_t Pid() const { return pid_; }
-  void Signal(int number) const;
-  /// Wait for its end: the exit status, or 128 + the signal's number; -1 when it still runs after `seconds`.
-  int WaitForExit(double seconds = 30);
   /// Expect that at rest everything is accounted for, signal SIGTERM and wait.
   int Stop(double seconds = 30);
 
  private:
   const TestRoot &root_;
-  pid_t pid_ = -1;
 };
 
 /// A connected sender to kernel context `id` of the daemon below `root`. Sends block while the context's queue is full.
@@ -105,8 +105,8 @@ std::vector<std::byte> MakeRecord(const std::string &id, const std::vector<std::
 /// Send one record; false with errno when it could not be sent.
 bool SendRecord(const base::UniqueFd &fd, const std::vector<std::byte> &record);
 
-/// Wait until `condition` holds. False after `seconds`.
-bool WaitUntil(const std::function<bool()> &condition, double seconds = 30);
+/// All bytes that come from `fd` until its end.
+std::string ReadToEnd(int fd);
 
 /// A daemon that is ready, with its log and its management agent.
 struct RunningDaemon {

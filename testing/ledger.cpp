@@ -36,11 +36,7 @@ json ReadStatistics(const TestRoot &root) {
   const timeval patience{10, 0};
   setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   if (send(client.Get(), "stats\n", 6, MSG_NOSIGNAL) != 6) return nullptr;
-  std::string text;
-  char part[4096];
-  for (ssize_t count; (count = recv(client.Get(), part, sizeof part, 0)) > 0;) {
-    text.append(part, static_cast<size_t>(count));
-  }
+  const std::string text = ReadToEnd(client.Get());
   const size_t start = text.find('{');  // lines of the feed may stand in front of it
   return start == std::string::npos ? json() : json::parse(text.substr(start), nullptr, false);
 }
@@ -70,6 +66,16 @@ std::string LedgerGap(const json &statistics) {
   const uint64_t accounted =
       Sum(events.at("dropped"), nullptr) + events.at("sent").get<uint64_t>() + events.at("waiting").get<uint64_t>();
   return gap + Difference("events posted against dropped, sent and waiting", events.at("posted"), accounted);
+}
+
+uint64_t ReadFromKernel(const json &statistics) {
+  uint64_t read = 0;
+  for (const json &context : statistics.at("contexts")) {
+    if (context.at("name") == "user") continue;
+    read += context.at("records").get<uint64_t>() + context.at("resetRecords").get<uint64_t>();
+    read += Sum(context.at("discarded"), nullptr);
+  }
+  return read;
 }
 
 void ExpectLedgerCloses(const TestRoot &root) {

@@ -17,6 +17,9 @@ bool IsWhole(const TestRoot &root);
 /// What does not add up in `statistics`, as it must when the daemon is at rest; "" when all does.
 std::string LedgerGap(const nlohmann::json &statistics);
 
+/// The records that the kernel contexts have given, discarded or lost to a reset.
+uint64_t ReadFromKernel(const nlohmann::json &statistics);
+
 /// Expect the daemon below `root` to come to rest with everything accounted for.
 void ExpectLedgerCloses(const TestRoot &root);
 

@@ -138,7 +138,8 @@ void ServeEvents(const TestRoot &root, Arrivals *arrivals, PeerCounts *counts, c
   while (!stop) {
     ++counts->agentStarts;
     {
-      const BookkeepingAgent agent(root / hosted::kEventSocket, arrivals);
+      const EventListener agent(root / hosted::kEventSocket,
+                                [&](const std::string &record) { arrivals->Take(record); });
       SleepFor(Between(&random, 1'000, 60'000), stop);
     }
     SleepFor(Between(&random, 0, 3'000), stop);

@@ -1,10 +1,12 @@
 #include "testing/testRoot.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 namespace testing_support {
 
@@ -18,6 +20,15 @@ TestRoot::TestRoot() : path_("/tmp/rynd-test-XXXXXX") {
 TestRoot::~TestRoot() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+bool WaitUntil(const std::function<bool()> &condition, double seconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
 }
 
 const TestRoot &ProcessRoot() {

@@ -1,6 +1,7 @@
-// A private root folder for a test, removed when it goes.
+// What all tests share: a private root folder, removed when it goes, its files, and waiting.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace testing_support {
@@ -23,6 +24,9 @@ class TestRoot {
 
 /// The root that this test process runs under: CORVANE_ROOT names it before any test starts.
 const TestRoot &ProcessRoot();
+
+/// Wait until `condition` holds. False after `seconds`.
+bool WaitUntil(const std::function<bool()> &condition, double seconds = 30);
 
 /// Write `text` to `path`, making its folders.
 void WriteFile(const std::string &path, const std::string &text);

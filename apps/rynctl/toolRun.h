@@ -36,11 +36,4 @@ class BackgroundTool {
   std::thread thread_;
 };
 
-/// Wait up to 10 s until `done` holds. False when it does not come to hold.
-template <typename Condition>
-bool Eventually(Condition done) {
-  for (int i = 0; i < 2000 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  return done();
-}
-
 }  // namespace rynctl

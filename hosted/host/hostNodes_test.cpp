@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <limits>
 
 #include "hosted/host/hostTree.h"
 #include "hosted/host/machine.h"
@@ -19,43 +18,31 @@ namespace {
 using HostMgmt::Lib::HostMgmtException;
 using HykCtl::Util::Sysinfo;
 
-class HostNodes : public HostTreeTest {
- protected:
-  /// The errno value of reading a node without an instance.
-  template <typename T>
-  static int Get(const char *node, T *value) {
-    return HYK_ReturnStatusToErrno(HSI_Get(node, nullptr, value, sizeof *value));
-  }
-};
+using HostNodes = HostTreeTest;
 
 TEST_F(HostNodes, NumbersHaveTheirRangesAndDefaults) {
-  int32_t interval = 7;
-  EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), ENOENT);
-  EXPECT_EQ(interval, 7);
-  PutHost("sysinfo/system/ntpclock/rynReportInterval", "-60\n");
-  EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), 0);
-  EXPECT_EQ(interval, -60);
-  PutHost("sysinfo/system/ntpclock/rynReportInterval", "2147483648");
-  EXPECT_EQ(Get("system/ntpclock/rynReportInterval", &interval), ERANGE);
-
-  uint64_t threshold = 0;
-  EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), 0);
-  EXPECT_EQ(threshold, 1000u);
-  PutHost("sysinfo/system/pageRetire/threshold", "9223372036854775807");
-  EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), 0);
-  EXPECT_EQ(threshold, uint64_t{std::numeric_limits<int64_t>::max()});
-  PutHost("sysinfo/system/pageRetire/threshold", "-1");
-  EXPECT_EQ(Get("system/pageRetire/threshold", &threshold), EINVAL);
-  EXPECT_EQ(Get("system/pageRetire/threshold", &interval), EINVAL);  // four bytes
-
-  uint8_t enabled = 9;
-  EXPECT_EQ(Get("sched/offline/enabled", &enabled), 0);
-  EXPECT_EQ(enabled, 0);
-  PutHost("sysinfo/sched/offline/enabled", "1");
-  EXPECT_EQ(Get("sched/offline/enabled", &enabled), 0);
-  EXPECT_EQ(enabled, 1);
-  PutHost("sysinfo/sched/offline/enabled", "2");
-  EXPECT_EQ(Get("sched/offline/enabled", &enabled), EINVAL);
+  const struct {
+    const char *node, *content;  ///< null: there is no file
+    size_t size;
+    int error;
+    int64_t value;
+  } rows[] = {{"system/ntpclock/rynReportInterval", nullptr, 4, ENOENT, 7},
+              {"system/ntpclock/rynReportInterval", "-60\n", 4, 0, -60},
+              {"system/ntpclock/rynReportInterval", "2147483648", 4, ERANGE, 7},
+              {"system/pageRetire/threshold", nullptr, 8, 0, 1000},
+              {"system/pageRetire/threshold", "9223372036854775807", 8, 0, INT64_MAX},
+              {"system/pageRetire/threshold", "-1", 8, EINVAL, 7},
+              {"system/pageRetire/threshold", "5", 4, EINVAL, 7},
+              {"sched/offline/enabled", nullptr, 1, 0, 0},
+              {"sched/offline/enabled", "1", 1, 0, 1},
+              {"sched/offline/enabled", "2", 1, EINVAL, 7}};
+  for (const auto &row : rows) {
+    if (row.content != nullptr) PutHost(std::string("sysinfo/") + row.node, row.content);
+    int64_t value = 7;
+    EXPECT_EQ(HYK_ReturnStatusToErrno(HSI_Get(row.node, nullptr, &value, row.size)), row.error) << row.node;
+    if (row.size == 4) value = static_cast<int32_t>(value);
+    EXPECT_EQ(value, row.value) << row.node << " " << (row.content == nullptr ? "none" : row.content);
+  }
 }
 
 TEST_F(HostNodes, PagesHaveAStatusEach) {

@@ -18,9 +18,14 @@
 #include "hosted/log/logTime.h"
 #include "hosted/testSupport.h"
 #include "platform/statistics.h"
+#include "testing/journalListener.h"
+#include "testing/unread.h"
 
 namespace hosted {
 namespace {
+
+using testing_support::JournalListener;
+using testing_support::Unread;
 
 [[gnu::format(printf, 2, 3)]] void Emit(const HykSyslogParam *params, const char *format, ...) {
   va_list arguments;
@@ -36,30 +41,18 @@ void LogText(const std::string &text) {
 }
 
 TEST(LogTime, IsTheGregorianCalendars) {
-  const std::pair<time_t, std::string> rows[] = {
-      {0, "1970-01-01T00:00:00"},
-      {951'782'399, "2000-02-28T23:59:59"},
-      {951'782'400, "2000-02-29T00:00:00"},
-      {951'868'800, "2000-03-01T00:00:00"},
-      {1'735'689'599, "2024-12-31T23:59:59"},
-      {4'107'542'399, "2100-02-28T23:59:59"},
-      {4'107'542'400, "2100-03-01T00:00:00"},
-      {-1, "1969-12-31T23:59:59"},
-      {253'402'300'799, "9999-12-31T23:59:59"},
-  };
-  for (const auto &[seconds, text] : rows) {
+  const auto format = [](timespec time) {
     std::string out(kLogTimeSize, '\0');
-    FormatLogTime({seconds, 1'002'999}, out.data());
-    EXPECT_EQ(out, text + ".001002Z");
-  }
-  for (time_t seconds = -86'400LL * 800; seconds < 86'400LL * 365 * 140; seconds += 86'400 * 13 + 3'601) {
+    FormatLogTime(time, out.data());
+    return out;
+  };
+  EXPECT_EQ(format({253'402'300'799, 1'002'999}), "9999-12-31T23:59:59.001002Z");
+  for (time_t seconds = -86'400LL * 800; seconds < 86'400LL * 365 * 140; seconds += 86'399) {
     tm civil{};
     gmtime_r(&seconds, &civil);
     char expected[32];
     strftime(expected, sizeof expected, "%FT%T.000000Z", &civil);
-    std::string out(kLogTimeSize, '\0');
-    FormatLogTime({seconds, 0}, out.data());
-    ASSERT_EQ(out, expected);
+    ASSERT_EQ(format({seconds, 0}), expected);
   }
 }
 
@@ -275,30 +268,6 @@ TEST(SystemLog, LosesNothingUncountedToASlowListener) {
   EXPECT_EQ(TakeDropped(&messages) + messages.size(), records + 1);
 }
 
-/// What can stand behind standard error and not take any more, as the end to write to and the end that nobody reads.
-struct Unread {
-  const char *what;
-  base::UniqueFd write, read;
-};
-
-Unread UnreadPipe() {
-  int ends[2];
-  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  return {"a pipe", base::UniqueFd(ends[1]), base::UniqueFd(ends[0])};
-}
-
-Unread UnreadSocket() {
-  int ends[2];
-  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  return {"a socket", base::UniqueFd(ends[1]), base::UniqueFd(ends[0])};
-}
-
-Unread UnreadTerminal() {
-  base::UniqueFd screen(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  EXPECT_EQ(grantpt(screen.Get()) + unlockpt(screen.Get()), 0);
-  return {"a terminal", base::UniqueFd(open(ptsname(screen.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC)), std::move(screen)};
-}
-
 /// All that can be read from `fd` now.
 std::string Drain(int fd) {
   std::string all;
@@ -312,15 +281,15 @@ std::string Drain(int fd) {
 }
 
 TEST(SystemLog, DoesNotWaitForGoodOnStandardError) {
-  for (const auto &make : {UnreadPipe, UnreadSocket, UnreadTerminal}) {
-    const Unread unread = make();
+  for (const auto kind : {Unread::Kind::kPipe, Unread::Kind::kSocket, Unread::Kind::kTerminal}) {
+    const Unread unread(kind);
     {
       const StandardErrorAs redirected(unread.write.Get());
       EXPECT_LT(TimeOf([] {
                   for (int i = 0; i < 100; ++i) LogText(std::string(5000, 'x'));
                 }),
                 std::chrono::seconds(10));
-      EXPECT_EQ(fcntl(unread.write.Get(), F_GETFL) & O_NONBLOCK, 0) << unread.what << " is others' too";
+      EXPECT_EQ(fcntl(unread.write.Get(), F_GETFL) & O_NONBLOCK, 0) << "it is others' too";
       Drain(unread.read.Get());
       // What was given up half way spoils no line behind it.
       std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // until records may wait again
@@ -328,14 +297,14 @@ TEST(SystemLog, DoesNotWaitForGoodOnStandardError) {
     }
     const std::string text = Drain(unread.read.Get());
     EXPECT_TRUE(std::regex_search(text, std::regex("(^|\n)rynd: passes \\(\\d+ records dropped\\)\r?\n$")))
-        << unread.what << ": " << text.substr(text.size() - std::min<size_t>(text.size(), 200));
+        << static_cast<int>(kind) << ": " << text.substr(text.size() - std::min<size_t>(text.size(), 200));
   }
 }
 
 /// poll() finds room for a writer, and another takes it before the write.
 TEST(SystemLog, DoesNotWaitForOtherWritersOnStandardError) {
   for (int round = 0; round < 30; ++round) {
-    const Unread shared = UnreadPipe();
+    const Unread shared(Unread::Kind::kPipe);
     const StandardErrorAs redirected(shared.write.Get());
     std::atomic<bool> stop{false};
     const auto write = [&] {
@@ -363,7 +332,7 @@ TEST(SystemLog, DoesNotWaitForOtherWritersOnStandardError) {
 
 /// A terminal of another user's, as under "su": it can't be opened anew. In a process that has no rights.
 TEST(SystemLog, DoesNotWaitForWhatItMayNotOpen) {
-  const Unread unread = UnreadPipe();
+  const Unread unread(Unread::Kind::kPipe);
   ASSERT_EQ(fchmod(unread.write.Get(), 0), 0);
   const pid_t child = fork();
   if (child == 0) {
@@ -393,42 +362,6 @@ TEST(SystemLog, GivesATerminalNothingThatSteersIt) {
   EXPECT_EQ(StandardErrorOf([] { EXPECT_TRUE(Hyk_WriteStandardError("two\nlines", 9)); }), "two\\nlines\n");
 }
 
-/// Listens at the journal's socket as long as it lives.
-class JournalListener {
- public:
-  JournalListener() {
-    EXPECT_EQ(MakeFolders(path_.substr(0, path_.rfind('/')), 0755), 0);
-    EXPECT_EQ(ServeUnixSocket(path_, SOCK_DGRAM, 0666, &fd_), 0);
-    constexpr int kOn = 1;
-    setsockopt(fd_.Get(), SOL_SOCKET, base::kPassRights, &kOn, sizeof kOn);
-  }
-  ~JournalListener() { unlink(path_.c_str()); }
-
-  /// The next record; "" when there is none. `*asFile`: whether it came as a file.
-  std::string Next(bool *asFile = nullptr) {
-    std::string text(300'000, '\0');
-    iovec part{text.data(), text.size()};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-    msghdr message{nullptr, 0, &part, 1, control, sizeof control, 0};
-    const ssize_t got = recvmsg(fd_.Get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    text.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
-    const cmsghdr *header = got < 0 ? nullptr : CMSG_FIRSTHDR(&message);
-    if (asFile != nullptr) *asFile = header != nullptr;
-    if (header == nullptr) return text;
-    int file = -1;
-    std::memcpy(&file, CMSG_DATA(header), sizeof file);
-    const base::UniqueFd owner(file);
-    EXPECT_EQ(fcntl(file, F_GET_SEALS), F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL);
-    text.resize(static_cast<size_t>(lseek(file, 0, SEEK_END)));
-    EXPECT_EQ(pread(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-    return text;
-  }
-
- private:
-  const std::string path_ = RootPath(kJournalSocket);
-  base::UniqueFd fd_;
-};
-
 TEST(Journal, TakesRecordsAsFieldsWhereItIs) {
   LogText("takes the time of the last look for a journal");
   const LogListener syslog;
@@ -446,10 +379,9 @@ TEST(Journal, TakesRecordsAsFieldsWhereItIs) {
   // No datagram holds 230 KB where the send buffer has its usual size.
   for (const size_t size : {size_t{100'000}, size_t{230'000}}) {
     if (RYND_EMULATED && size > 200'000) break;  // the emulator loses what comes with an empty datagram
-    bool asFile = false;
     LogText(std::string(size, 'y'));
-    EXPECT_TRUE(journal.Next(&asFile) == head + std::string(size, 'y') + tail);
-    EXPECT_EQ(asFile, size > 200'000);
+    EXPECT_TRUE(journal.Next() == head + std::string(size, 'y') + tail);
+    EXPECT_EQ(journal.files, size > 200'000 ? 1 : 0);
   }
 }
 

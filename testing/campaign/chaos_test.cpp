@@ -1,12 +1,10 @@
 // Everything round the daemon fails in turn while numbered observations flow: the book closes all the same.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <thread>
@@ -19,38 +17,12 @@
 #include "testing/peers.h"
 #include "testing/processState.h"
 #include "testing/settableClock.h"
+#include "testing/smallDisk.h"
 
 namespace testing_support {
 namespace {
 
 using std::chrono::milliseconds;
-
-/// A disk of its own below `path`, small enough to be filled; only root can have one.
-class SmallDisk {
- public:
-  explicit SmallDisk(const std::string &path) : path_(path) {
-    std::filesystem::create_directories(path);
-    isMounted_ = mount("none", path.c_str(), "tmpfs", 0, "size=128k") == 0;
-    static const bool isTold = [this] {
-      if (!isMounted_) std::cout << "without a full disk: " << strerror(errno) << std::endl;
-      return true;
-    }();
-    static_cast<void>(isTold);
-  }
-  ~SmallDisk() {
-    if (isMounted_) umount2(path_.c_str(), MNT_DETACH);
-  }
-  SmallDisk(const SmallDisk &) = delete;
-  SmallDisk &operator=(const SmallDisk &) = delete;
-  void Fill() const {
-    if (isMounted_) std::ofstream(path_ + "/filler") << std::string(1 << 20, '.');
-  }
-  void Empty() const { unlink((path_ + "/filler").c_str()); }
-
- private:
-  const std::string path_;
-  bool isMounted_;
-};
 
 /// A management agent that is killed with an event in its hands, stopped, or gone; `killed` counts such events.
 void ServeEventsBadly(const TestRoot &root, uint64_t seed, Arrivals *arrivals, std::atomic<uint64_t> *killed,
@@ -60,7 +32,8 @@ void ServeEventsBadly(const TestRoot &root, uint64_t seed, Arrivals *arrivals, s
   while (!stop) {
     std::this_thread::sleep_for(milliseconds(random() % 300));
     if (random() % 3 != 0) {
-      const BookkeepingAgent agent(root / hosted::kEventSocket, arrivals);
+      const EventListener agent(root / hosted::kEventSocket,
+                                [&](const std::string &record) { arrivals->Take(record); });
       std::this_thread::sleep_for(milliseconds(random() % 1'500));
       continue;
     }
@@ -114,9 +87,10 @@ struct Scene {
         Exhaust(RLIMIT_DATA, 0, time);
         break;
       case 3:
-        disk.Fill();
+        if (!disk.IsMounted()) break;
+        std::ofstream(root / "/var/lib/filler") << std::string(1 << 20, '.');
         std::this_thread::sleep_for(time);
-        disk.Empty();
+        unlink((root / "/var/lib/filler").c_str());
         break;
       default:
         ExhaustThreads();
@@ -127,12 +101,7 @@ struct Scene {
     const nlohmann::json statistics = ReadStatistics(root);
     std::string gap = LedgerGap(statistics);
     if (!gap.empty()) return gap;
-    uint64_t read = 0;
-    for (const auto &context : statistics.at("contexts")) {
-      if (context.at("name") == "user") continue;
-      read += context.at("records").get<uint64_t>() + context.at("resetRecords").get<uint64_t>();
-      for (const auto &discarded : context.at("discarded")) read += discarded.get<uint64_t>();
-    }
+    const uint64_t read = ReadFromKernel(statistics);
     if (read != counts.observations) return std::to_string(read) + " of " + std::to_string(counts.observations);
     const auto &events = statistics.at("events");
     if (events.at("sent") != arrivals.Events() + killed) return events.at("sent").dump() + " events sent";
@@ -147,7 +116,7 @@ struct Scene {
 
   const TestRoot root;
   const uint64_t seed;
-  SmallDisk disk{root / "/var/lib"};
+  SmallDisk disk{root / "/var/lib", "128k"};
   SettableClock clock{root / "/clock"};
   Arrivals arrivals;
   PeerCounts counts;

@@ -25,28 +25,6 @@ namespace {
 constexpr long kThreads = 27;
 constexpr uid_t kNobodyElse = 61'234;  ///< a user without any process
 
-/// The service manager's end.
-class ServiceManager {
- public:
-  explicit ServiceManager(const std::string &path) {
-    EXPECT_EQ(hosted::ServeUnixSocket(path, SOCK_DGRAM, 0666, &socket_), 0);
-    chmod(path.c_str(), 0666);
-    setenv("NOTIFY_SOCKET", path.c_str(), 1);
-  }
-  ~ServiceManager() { unsetenv("NOTIFY_SOCKET"); }
-  ServiceManager(const ServiceManager &) = delete;
-  ServiceManager &operator=(const ServiceManager &) = delete;
-  /// True when the daemon has said that it is ready since the last call.
-  bool HeardReady() {
-    char text[64];
-    const ssize_t length = recv(socket_.Get(), text, sizeof text, MSG_DONTWAIT);
-    return length > 0 && std::string_view(text, static_cast<size_t>(length)).starts_with("READY=1");
-  }
-
- private:
-  base::UniqueFd socket_;
-};
-
 /// The last words that the program itself ends with by abort().
 bool IsAPanicOfItsOwn(const std::string &text) {
   static const std::regex panic(
@@ -60,12 +38,15 @@ bool IsAPanicOfItsOwn(const std::string &text) {
 void LiveWithout(const std::function<void()> &inChild, Rounds *rounds) {
   const TestRoot root;
   chmod(root.Path().c_str(), 0777);
-  ServiceManager manager(root / "/notify");
+  const LogListener manager(root / "/notify");
+  chmod((root / "/notify").c_str(), 0666);
+  setenv("NOTIFY_SOCKET", (root / "/notify").c_str(), 1);
   Daemon daemon(root, {}, "", -1, inChild);
+  unsetenv("NOTIFY_SOCKET");
   bool ready = false;
   const bool spoke = WaitUntil(
       [&] {
-        ready = ready || manager.HeardReady();
+        ready = manager.Lines().CountOf("READY=1") > 0;
         return ready || ReadProcessState(daemon.Pid()).residentKib == 0 ||
                ReadFile(root / "/stderr").find("Start polling loop.") != std::string::npos;
       },

@@ -15,51 +15,20 @@
 #include "hosted/paths.h"
 #include "testing/campaign/campaign.h"
 #include "testing/daemon.h"
+#include "testing/flood.h"
 
 namespace testing_support {
 namespace {
 
-/// A listening socket that is served, or not.
-class Peer {
- public:
-  enum class Mode { kServes, kDeaf, kStuck, kAbsent };
-  Peer(const TestRoot &root, Mode mode) : path_(root / hosted::kEventSocket) {
-    hosted::MakeFolders(root / "/var/run/corvane", 0755);
-    if (mode == Mode::kServes) serving_ = std::make_unique<EventListener>(path_);
-    if (mode != Mode::kDeaf && mode != Mode::kStuck) return;
-    EXPECT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0660, &socket_), 0);
-    listen(socket_.Get(), mode == Mode::kDeaf ? 4096 : 0);  // deaf: it never reads; stuck: nobody comes in either
-    if (mode == Mode::kStuck) Connect();
+/// The management agent: it serves, takes connections that it never reads, lets nobody in, or is not there.
+struct Agent {
+  Agent(const TestRoot &root, uint64_t mode) {
+    if (mode == 0) serving = std::make_unique<EventListener>(root / hosted::kEventSocket);
+    if (mode == 1 || mode == 2) hanging = std::make_unique<HangingAgent>(root);
+    if (mode == 1) listen(hanging->socket.Get(), 4096);
   }
-
- private:
-  void Connect() { EXPECT_EQ(hosted::ConnectUnixSocket(path_, SOCK_STREAM, &filler_), 0); }
-
-  std::string path_;
-  std::unique_ptr<EventListener> serving_;
-  base::UniqueFd socket_, filler_;
-};
-
-/// Sends on every descriptor of `fds` without end.
-class Flood {
- public:
-  Flood(std::vector<base::UniqueFd> fds, std::vector<std::vector<std::byte>> records)
-      : fds_(std::move(fds)), records_(std::move(records)), thread_([this] {
-          for (size_t i = 0; !stop_; ++i) {
-            const auto &record = records_[i / fds_.size() % records_.size()];
-            send(fds_[i % fds_.size()].Get(), record.data(), record.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-          }
-        }) {}
-  ~Flood() {
-    stop_ = true;
-    thread_.join();
-  }
-
- private:
-  std::atomic<bool> stop_ = false;
-  std::vector<base::UniqueFd> fds_;
-  std::vector<std::vector<std::byte>> records_;
-  std::thread thread_;
+  std::unique_ptr<EventListener> serving;
+  std::unique_ptr<HangingAgent> hanging;
 };
 
 /// Observations for several agents: posting, only handled, large ones, and one that nobody wants.
@@ -88,7 +57,7 @@ base::UniqueFd StalledPipe(base::UniqueFd *readEnd) {
 struct Scene {
   explicit Scene(Rounds *rounds)
       : logMode(rounds->Draw(3)),
-        peer(root, static_cast<Peer::Mode>(rounds->Draw(4))),
+        agent(root, rounds->Draw(4)),
         standardError(rounds->Draw(2) == 0 ? StalledPipe(&stalledEnd) : base::UniqueFd()),
         contexts(std::array<unsigned, 4>{1, 2, 8, 29}[rounds->Draw(4)]),
         traceClients(rounds->Draw(3) * 20),
@@ -106,7 +75,7 @@ struct Scene {
   const uint64_t logMode;  ///< 0 serves, 1 hangs, 2 is absent
   std::unique_ptr<LogListener> log;
   base::UniqueFd hangingLog;
-  Peer peer;
+  Agent agent;
   base::UniqueFd stalledEnd;
   base::UniqueFd standardError;
   const unsigned contexts;

@@ -1,12 +1,9 @@
 #include "testing/mgmtd/agentProcess.h"
 
-#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 
 #include "hosted/contexts/unixSocket.h"
@@ -16,45 +13,28 @@
 
 namespace testing_support {
 
-AgentProcess::AgentProcess(const TestRoot &root, const std::vector<std::string> &arguments) : root_(root) {
-  std::vector<std::string> words = {RYNMGMTD_PROGRAM, "--root", root.Path()};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char *> argv;
-  for (std::string &word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  const std::string log = root / "/mgmtd.log";
-  pid_ = fork();
-  if (pid_ == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    dup2(fd, STDOUT_FILENO);
-    dup2(fd, STDERR_FILENO);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  WaitUntil([&] {
-    siginfo_t ended{};
-    waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
-    if (ended.si_pid == pid_) return true;
-    base::UniqueFd fd;
-    return hosted::ConnectUnixSocket(root_ / mgmtd::kControlSocket, SOCK_STREAM, &fd) == 0;
-  });
+namespace {
+
+std::vector<std::string> CommandLine(const TestRoot &root, std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {RYNMGMTD_PROGRAM, "--root", root.Path()});
+  return arguments;
 }
 
-AgentProcess::~AgentProcess() {
-  if (pid_ > 0) End(SIGKILL);
+}  // namespace
+
+AgentProcess::AgentProcess(const TestRoot &root, const std::vector<std::string> &arguments)
+    : Process(CommandLine(root, arguments), [log = root / "/mgmtd.log"] {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) RedirectTo(fd, log);
+      }) {
+  base::UniqueFd fd;
+  WaitUntil(
+      [&] { return HasEnded() || hosted::ConnectUnixSocket(root / mgmtd::kControlSocket, SOCK_STREAM, &fd) == 0; });
 }
 
 int AgentProcess::End(int signal) {
-  kill(pid_, signal);
-  return Wait();
-}
-
-int AgentProcess::Wait() {
-  int status = 0;
-  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) continue;
-  pid_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  Signal(signal);
+  return WaitForExit(600);
 }
 
 std::string EventSocketOf(const TestRoot &root) {
@@ -70,11 +50,7 @@ nlohmann::json Ask(const TestRoot &root, const nlohmann::json &question) {
   if (hosted::ConnectUnixSocket(root / mgmtd::kControlSocket, SOCK_STREAM, &fd) != 0) return nullptr;
   const std::string line = question.dump() + "\n";
   if (send(fd.Get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) return nullptr;
-  std::string text;
-  char part[16 * 1024];
-  for (ssize_t count = 0; (count = recv(fd.Get(), part, sizeof part, 0)) > 0;)
-    text.append(part, static_cast<size_t>(count));
-  return nlohmann::json::parse(text, nullptr, false);
+  return nlohmann::json::parse(ReadToEnd(fd.Get()), nullptr, false);
 }
 
 base::UniqueFd HangingSender(const TestRoot &root, const std::vector<std::byte> &bytes) {

@@ -1,37 +1,24 @@
 // The management agent as a process, and those who send to it. For tests and benchmarks.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "base/uniqueFd.h"
+#include "testing/processState.h"
 #include "testing/testRoot.h"
 
 namespace testing_support {
 
 /// One running rynmgmtd below `root`; its log goes to `root`/mgmtd.log.
-class AgentProcess {
+class AgentProcess : public Process {
  public:
   /// Returns when the agent serves both sockets, or has ended.
   explicit AgentProcess(const TestRoot &root, const std::vector<std::string> &arguments = {});
-  ~AgentProcess();  ///< kills what still runs
-  AgentProcess(const AgentProcess &) = delete;
-  AgentProcess &operator=(const AgentProcess &) = delete;
-
-  pid_t Pid() const { return pid_; }
   /// Signal it, and wait for its end: the exit status, or 128 + the signal's number.
   int End(int signal);
-  /// Wait for its end without a signal.
-  int Wait();
-
- private:
-  const TestRoot &root_;
-  pid_t pid_ = -1;
 };
 
 std::string EventSocketOf(const TestRoot &root);

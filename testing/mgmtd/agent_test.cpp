@@ -17,6 +17,7 @@
 #include "rynctl/showing/testEvent.h"
 #include "testing/daemon.h"
 #include "testing/mgmtd/agentProcess.h"
+#include "testing/smallDisk.h"
 
 namespace testing_support {
 namespace {
@@ -103,29 +104,13 @@ TEST(Agent, KeepsWhatIsDamagedMarkedAndWhatIsDoubledOnce) {
   EXPECT_TRUE(LogHas(root, "5 records received, 4 events stored, 1 doubles, 3 damaged"));
 }
 
-/// A file system of its own for the store, which fills up.
-class SmallDisk {
- public:
-  explicit SmallDisk(const TestRoot &root) : folder_(std::filesystem::path(StoreOf(root)).parent_path()) {
-    std::filesystem::create_directories(folder_);
-    mounted_ = mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=400k") == 0;
-  }
-  ~SmallDisk() {
-    if (mounted_) umount2(folder_.c_str(), MNT_DETACH);
-  }
-  bool IsMounted() const { return mounted_; }
-  bool Change(unsigned long flags, const char *options) const {
-    return mount("tmpfs", folder_.c_str(), "tmpfs", MS_REMOUNT | flags, options) == 0;
-  }
-
- private:
-  const std::string folder_;
-  bool mounted_ = false;
-};
+std::string StoreFolder(const TestRoot &root) {
+  return std::filesystem::path(StoreOf(root)).parent_path();
+}
 
 TEST(Agent, AFullDiskHoldsNothingUp) {
   const TestRoot root;
-  const SmallDisk disk(root);
+  const SmallDisk disk(StoreFolder(root), "400k");
   if (!disk.IsMounted()) GTEST_SKIP() << "only root can make a small disk";
   AgentProcess agent(root);
   constexpr uint64_t kEvents = 3000;
@@ -147,7 +132,7 @@ TEST(Agent, AFullDiskHoldsNothingUp) {
 
 TEST(Agent, AReadOnlyDiskHoldsNothingUpAndItsProblemsAreFoundAgain) {
   const TestRoot root;
-  const SmallDisk disk(root);
+  const SmallDisk disk(StoreFolder(root), "400k");
   if (!disk.IsMounted()) GTEST_SKIP() << "only root can make a small disk";
   {
     AgentProcess agent(root);
@@ -179,14 +164,14 @@ TEST(Agent, MovesADamagedFileAside) {
   const std::string path = StoreOf(root);
   const auto asides = [&] {
     size_t count = 0;
-    for (const auto &entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+    for (const auto &entry : std::filesystem::directory_iterator(StoreFolder(root))) {
       const std::string name = entry.path().filename();
       count +=
           name.find(".damaged-") != std::string::npos && !name.ends_with("-wal") && !name.ends_with("-shm") ? 1 : 0;
     }
     return count;
   };
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::filesystem::create_directories(StoreFolder(root));
   WriteFile(path, std::string(100'000, 'x'));  // no database at all
   {
     AgentProcess agent(root);
@@ -247,7 +232,7 @@ TEST(Agent, TakesAnOlderStoreAndLeavesANewerOne) {
   change("PRAGMA user_version = 99");
   const std::string before = ReadFile(StoreOf(root));
   AgentProcess agent(root);
-  EXPECT_EQ(agent.Wait(), 2);
+  EXPECT_EQ(agent.WaitForExit(), 2);
   EXPECT_TRUE(LogHas(root, "is of version 99, written by a newer rynmgmtd"));
   EXPECT_EQ(ReadFile(StoreOf(root)), before);
   EXPECT_NE(access(EventSocketOf(root).c_str(), F_OK), 0) << "its socket must not hold the daemon up";
@@ -273,12 +258,12 @@ TEST(Agent, SaysWhyItDoesNotStart) {
   const TestRoot root;
   AgentProcess first(root);
   AgentProcess second(root);
-  EXPECT_EQ(second.Wait(), 1);
+  EXPECT_EQ(second.WaitForExit(), 1);
   EXPECT_TRUE(LogHas(root, "a live management agent serves"));
   for (const std::vector<std::string> &words :
        {std::vector<std::string>{"--retention-size", "12"}, {"--retention-days", "0"}, {"--nonsense"}}) {
     AgentProcess wrong(root, words);
-    EXPECT_EQ(wrong.Wait(), 2);
+    EXPECT_EQ(wrong.WaitForExit(), 2);
     EXPECT_TRUE(LogHas(root, words[0]) || LogHas(root, words.back())) << words[0];
   }
 }

@@ -6,14 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 
 #include <random>
 
-#include "hosted/contexts/unixSocket.h"
-#include "hosted/paths.h"
 #include "testing/daemon.h"
+#include "testing/flood.h"
 
 namespace testing_support {
 namespace {
@@ -24,29 +22,19 @@ double Scale() {
   return IsSlowBuild() ? 4 : 1;
 }
 
-/// Sends observations that post, or that are only handled, as fast as they are taken, until it goes.
-class Load {
- public:
-  explicit Load(const TestRoot &root)
-      : fd_(ConnectKernel(root, 3)), thread_([this] {
-          // Mostly without their integer: handled and logged, but below the limit of events.
-          const auto handled = MakeRecord("ryn.storage.apd.timeout", {"naa.600"});
-          const auto posting = MakeRecord("ryn.storage.apd.start", {"naa.600"});
-          for (int i = 0; !stop_; ++i) {
-            const auto &record = i % 50 == 0 ? posting : handled;
-            if (send(fd_.Get(), record.data(), record.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN)
-              return;
-          }
-        }) {}
-  ~Load() {
-    stop_ = true;
-    thread_.join();
+/// Observations without end. Mostly without their integer: handled and logged, but below the limit of events.
+struct Load : Flood {
+  explicit Load(const TestRoot &root) : Flood(Sender(root), Records()) {}
+  static std::vector<base::UniqueFd> Sender(const TestRoot &root) {
+    std::vector<base::UniqueFd> one;
+    one.push_back(ConnectKernel(root, 3));
+    return one;
   }
-
- private:
-  std::atomic<bool> stop_ = false;
-  base::UniqueFd fd_;
-  std::thread thread_;
+  static std::vector<std::vector<std::byte>> Records() {
+    std::vector records(50, MakeRecord("ryn.storage.apd.timeout", {"naa.600"}));
+    records[0] = MakeRecord("ryn.storage.apd.start", {"naa.600"});
+    return records;
+  }
 };
 
 /// Signal the daemon and expect a clean end in time.
@@ -90,18 +78,6 @@ TEST(Shutdown, AtAnyMomentOfTheStart) {
     }
   }
 }
-
-/// A management agent that serves nobody: its backlog is full.
-struct HangingAgent {
-  explicit HangingAgent(const TestRoot &root) {
-    const std::string path = root / hosted::kEventSocket;
-    hosted::MakeFolders(root / "/var/run/corvane", 0755);
-    EXPECT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0660, &socket), 0);
-    listen(socket.Get(), 0);
-    EXPECT_EQ(hosted::ConnectUnixSocket(path, SOCK_STREAM, &filler), 0);
-  }
-  base::UniqueFd socket, filler;
-};
 
 /// Send `record` until the queue of `fd` is full.
 void Fill(const base::UniqueFd &fd, const std::vector<std::byte> &record) {

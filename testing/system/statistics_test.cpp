@@ -10,7 +10,6 @@
 
 #include <filesystem>
 
-#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "testing/daemon.h"
 
@@ -101,13 +100,7 @@ TEST(JsonFeed, SaysWhatIsQueuedWhatIsDroppedAndWhatATimerSettles) {
 TEST(Statistics, AnswerWhileThePollLoopWaitsForAnAgentThatHangs) {
   const TestRoot root;
   const LogListener log(root / "/dev/log");
-  base::UniqueFd deaf;
-  base::UniqueFd filler;
-  const std::string path = root / hosted::kEventSocket;
-  hosted::MakeFolders(root / "/var/run/corvane", 0755);
-  ASSERT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0660, &deaf), 0);
-  listen(deaf.Get(), 0);
-  ASSERT_EQ(hosted::ConnectUnixSocket(path, SOCK_STREAM, &filler), 0);
+  HangingAgent agent(root);
   Daemon daemon(root);
   ASSERT_TRUE(log.Lines().WaitFor("rynd setup completed."));
   std::vector<base::UniqueFd> contexts;
@@ -121,9 +114,9 @@ TEST(Statistics, AnswerWhileThePollLoopWaitsForAnAgentThatHangs) {
   EXPECT_TRUE(WaitUntil([&] { return ReadStatistics(root).at("events").at("notAcceptingUs") > 0; }));
   EXPECT_TRUE(log.Lines().WaitFor("The management agent has accepted no connection for 10 seconds.", 1, 40));
   for (int i = 0; i < 2; ++i) {  // it accepts again: the filler, then the event
-    pollfd ready{deaf.Get(), POLLIN, 0};
+    pollfd ready{agent.socket.Get(), POLLIN, 0};
     ASSERT_EQ(poll(&ready, 1, 20'000), 1);
-    filler.Reset(accept(deaf.Get(), nullptr, nullptr));
+    agent.filler.Reset(accept(agent.socket.Get(), nullptr, nullptr));
   }
   EXPECT_TRUE(log.Lines().WaitFor("The management agent accepts connections again, after "));
   daemon.Signal(SIGTERM);

@@ -1,5 +1,4 @@
 // rynctl as a process: outputs that nobody reads, roots, and the examples of its help.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -13,6 +12,7 @@
 #include "hosted/contexts/unixSocket.h"
 #include "rynctl/showing/testEvent.h"
 #include "testing/daemon.h"
+#include "testing/unread.h"
 
 namespace testing_support {
 namespace {
@@ -20,57 +20,17 @@ namespace {
 const char kTool[] = RYND_BUILD "/bin/rynctl";
 const char kEventSocket[] = "/var/run/corvane/mgmtd-kprob.sock";
 
-/// A run of the tool that writes to `out` and `err`.
-class Tool {
+/// A run of the tool that writes to `out`.
+class Tool : public Process {
  public:
-  Tool(std::vector<std::string> words, int out, int err) {
-    words.insert(words.begin(), kTool);
-    std::vector<char *> argv;
-    for (std::string &word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    pid_ = fork();
-    if (pid_ != 0) return;
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    execv(kTool, argv.data());
-    _exit(127);
-  }
-  ~Tool() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  Tool(const Tool &) = delete;
-  Tool &operator=(const Tool &) = delete;
-
+  Tool(std::vector<std::string> words, int out)
+      : Process((words.insert(words.begin(), kTool), std::move(words)), [out] {
+          for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) dup2(out, fd);
+        }) {}
   /// Signal it and wait for its end within a second; its exit status, or -1.
   int End(int signal) {
-    kill(pid_, signal);
-    int status = 0;
-    const bool ended = WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, IsSlowBuild() ? 20 : 1);
-    if (!ended) return -1;
-    pid_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
- private:
-  pid_t pid_ = 0;
-};
-
-/// What nobody reads: a pipe, or a terminal.
-struct Unread {
-  base::UniqueFd reader, writer;
-  explicit Unread(bool terminal) {
-    int ends[2] = {-1, -1};
-    if (terminal) {
-      ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-      EXPECT_TRUE(grantpt(ends[0]) == 0 && unlockpt(ends[0]) == 0);
-      ends[1] = open(ptsname(ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    } else {
-      EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    }
-    reader.Reset(ends[0]);
-    writer.Reset(ends[1]);
+    Signal(signal);
+    return WaitForExit(IsSlowBuild() ? 20 : 1);
   }
 };
 
@@ -78,8 +38,8 @@ TEST(Tool, ListenTakesEventsThoughNobodyReadsItsOutputAndEnds) {
   const std::vector<std::byte> event = rynctl::EventBytes(rynctl::kApdStart, {std::string(10'000, 'x')});
   for (const bool terminal : {false, true}) {
     const TestRoot root;
-    const Unread output(terminal);
-    Tool tool({"listen", "--root", root / ""}, output.writer.Get(), output.writer.Get());
+    const Unread output(terminal ? Unread::Kind::kTerminal : Unread::Kind::kPipe);
+    Tool tool({"listen", "--root", root / ""}, output.write.Get());
     base::UniqueFd sender;
     ASSERT_TRUE(WaitUntil([&] { return hosted::ConnectUnixSocket(root / kEventSocket, SOCK_STREAM, &sender) == 0; }));
     for (int i = 0; i < 3000; ++i) {  // 30 MB: more than it keeps
@@ -95,8 +55,8 @@ TEST(Tool, TraceEndsThoughNobodyReadsItsOutput) {
   RunningDaemon host;
   const base::UniqueFd kernel = ConnectKernel(host.root);
   for (const bool terminal : {false, true}) {
-    const Unread output(terminal);
-    Tool tool({"trace", "--root", host.root / ""}, output.writer.Get(), output.writer.Get());
+    const Unread output(terminal ? Unread::Kind::kTerminal : Unread::Kind::kPipe);
+    Tool tool({"trace", "--root", host.root / ""}, output.write.Get());
     const std::vector<std::byte> record = MakeRecord("ryn.bootdevice.x", {}, {}, std::string(10'000, 'x'));
     // Until the daemon has nowhere left to put them.
     for (int i = 0; i < 3000; ++i) ASSERT_TRUE(SendRecord(kernel, record));
@@ -107,10 +67,10 @@ TEST(Tool, TraceEndsThoughNobodyReadsItsOutput) {
 
 TEST(Tool, EndsByASignalWhileItWaitsForADaemon) {
   const TestRoot root;
-  const Unread output(false);
-  Tool tool({"--root", root / "", "trace", "--wait", "600"}, output.writer.Get(), output.writer.Get());
+  const Unread output(Unread::Kind::kPipe);
+  Tool tool({"--root", root / "", "trace", "--wait", "600"}, output.write.Get());
   char line[200] = {};
-  ASSERT_GT(read(output.reader.Get(), line, sizeof line - 1), 0);
+  ASSERT_GT(read(output.read.Get(), line, sizeof line - 1), 0);
   EXPECT_EQ(std::string(line), "rynctl: root " + root.Path() + "\n");
   EXPECT_NE(tool.End(SIGTERM), -1);
 }

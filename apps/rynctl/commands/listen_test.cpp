@@ -47,7 +47,7 @@ class Listen : public testing::Test {
   /// Wait until the tool in the background accepts.
   void AwaitSocket() const {
     base::UniqueFd probe;
-    ASSERT_TRUE(Eventually([&] { return hosted::ConnectUnixSocket(path_, SOCK_STREAM, &probe) == 0; }));
+    ASSERT_TRUE(testing_support::WaitUntil([&] { return hosted::ConnectUnixSocket(path_, SOCK_STREAM, &probe) == 0; }));
   }
 
   const std::string path_ = hosted::RootPath(hosted::kEventSocket);
@@ -162,20 +162,6 @@ class Receiver : public Listen {
   base::UniqueFd listen_;
   Strings records_;
 };
-
-TEST_F(Receiver, LetsNoConnectionWaitForAnother) {
-  eventrecord::EventReceiver receiver = Make(std::chrono::hours(1), 3);
-  const base::UniqueFd silent = Connect(path_, Bytes(10));
-  base::UniqueFd slow = Connect(path_, Bytes(20));
-  Connect(path_, Bytes(30));
-  Connect(path_, Bytes(40));
-  EXPECT_EQ(receiver.Serve(nullptr), 0);
-  EXPECT_EQ(records_, (Strings{"30 ", "40 "}));
-  EXPECT_EQ(send(slow.Get(), "more", 4, MSG_NOSIGNAL), 4);
-  slow.Reset();
-  EXPECT_EQ(receiver.Serve(nullptr), ECANCELED);
-  EXPECT_EQ(records_.back(), "24 ");
-}
 
 TEST_F(Receiver, CutsOffTheSilentAndTheEndless) {
   eventrecord::EventReceiver receiver = Make(std::chrono::milliseconds(50), 2);

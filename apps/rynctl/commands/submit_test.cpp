@@ -12,17 +12,18 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
-#include "hosted/records/rawRecord.h"
 #include "rynctl/commandLine.h"
 #include "rynctl/sending/observationSender.h"
 #include "rynctl/sending/submitFile.h"
 #include "rynctl/toolRun.h"
+#include "testing/records.h"
 #include "testing/testRoot.h"
 
 namespace rynctl {
 namespace {
 
-using hosted::ArgumentKind;
+using testing_support::ReceiveRecord;
+using testing_support::Shown;
 
 class Submit : public testing::Test {
  protected:
@@ -36,16 +37,6 @@ class Submit : public testing::Test {
     ASSERT_EQ(hosted::ServeUnixSocket(hosted::KernelSocketPath(context), SOCK_DGRAM, 0600, fd), 0);
   }
 
-  /// The next record on `fd`; one with an empty id when there is none or it is not well-formed.
-  static hosted::RawRecord Receive(int fd) {
-    std::vector<std::byte> bytes(hosted::kMaxRecordSize + 1);
-    const ssize_t length = recv(fd, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (length < 0) return {};
-    const char *wrong = hosted::CheckRecord(bytes.data(), static_cast<size_t>(length));
-    EXPECT_EQ(wrong, nullptr) << wrong;
-    return wrong == nullptr ? hosted::DecodeRecord(bytes.data(), static_cast<size_t>(length)) : hosted::RawRecord{};
-  }
-
   /// The ids of the first records that a caller of the user context sends, taken `late`.
   static std::vector<std::string> TakeAll(int listening, std::chrono::milliseconds late = {}) {
     std::vector<std::string> ids;
@@ -55,7 +46,7 @@ class Submit : public testing::Test {
       poll(&record, 1, 5000);
       std::this_thread::sleep_for(late);
       for (char first = 0; recv(caller.Get(), &first, 1, MSG_PEEK | MSG_DONTWAIT) > 0;) {
-        ids.push_back(Receive(caller.Get()).id);
+        ids.push_back(ReceiveRecord(caller.Get()).id);
       }
     }
     return ids;
@@ -80,28 +71,20 @@ TEST_F(Submit, SendsWhatIsWrittenAndNothingElse) {
   const ToolResult result = RunTool({"submit", "--force", "ryn.a.b", "-5", "--message=", "naa.6001", "[1,2]", "", "++",
                                      "{}", "trace", "u8:7", "null", "s:--", "--", "--message", "--", "-x="});
   EXPECT_EQ(result.status, 0) << result.err;
-  const hosted::RawRecord record = Receive(kernel_.Get());
+  const hosted::RawRecord record = ReceiveRecord(kernel_.Get());
   EXPECT_EQ(record.id, "ryn.a.b");
   EXPECT_EQ(record.message, "");
   EXPECT_EQ(record.sequence, 1U);
   EXPECT_NEAR(static_cast<double>(record.microseconds), static_cast<double>(time(nullptr)) * 1e6, 60e6);
-  const std::vector<std::string> texts = {"naa.6001", "[1,2]", "", "++", "{}", "trace"};
-  ASSERT_EQ(record.arguments.size(), 13U);
-  EXPECT_EQ(record.arguments[0].bits, static_cast<uint64_t>(-5));
-  for (size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(record.arguments[i + 1].text, texts[i]);
-  EXPECT_EQ(record.arguments[7].width, 1);
-  EXPECT_EQ(record.arguments[8].kind, ArgumentKind::kNullString);
-  EXPECT_EQ(record.arguments[9].text, "--");
-  EXPECT_EQ(record.arguments[10].text, "--message");
-  EXPECT_EQ(record.arguments[11].text, "--");
-  EXPECT_EQ(record.arguments[12].text, "-x=");
+  EXPECT_EQ(Shown(record), (std::vector<std::string>{"i4:-5", "s:naa.6001", "s:[1,2]", "s:", "s:++", "s:{}", "s:trace",
+                                                     "u1:7", "null", "s:--", "s:--message", "s:--", "s:-x="}));
 }
 
 TEST_F(Submit, ReachesTheOtherContexts) {
   base::UniqueFd last;
   ServeKernel(28, &last);
   EXPECT_EQ(RunTool({"submit", "--force", "--context", "28", "--message", "it is", "ryn.a"}).status, 0);
-  EXPECT_EQ(Receive(last.Get()).message, "it is");
+  EXPECT_EQ(ReceiveRecord(last.Get()).message, "it is");
   base::UniqueFd user;
   ASSERT_EQ(hosted::ServeUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, 0660, &user), 0);
   // A slow daemon: what is submitted again is heard twice.
@@ -117,7 +100,7 @@ TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
   // 32 bytes of header, 2 and 1 of texts with their NUL, 8 before the string and 1 behind it.
   const std::string longest(hosted::kMaxRecordSize - 32 - 2 - 1 - 8 - 1, 'x');
   EXPECT_EQ(RunTool({"submit", "--force", "r", longest}).status, 0);
-  EXPECT_EQ(Receive(kernel_.Get()).arguments.at(0).text, longest);
+  EXPECT_EQ(ReceiveRecord(kernel_.Get()).arguments.at(0).text, longest);
   const struct {
     std::vector<std::string> words;
     const char *told;
@@ -140,7 +123,7 @@ TEST_F(Submit, RefusesWhatTheDaemonWouldDiscard) {
     EXPECT_NE(result.err.find(one.told), std::string::npos) << result.err;
     EXPECT_EQ(result.out, "");
   }
-  EXPECT_EQ(Receive(kernel_.Get()).id, "");
+  EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "");
 }
 
 TEST_F(Submit, RefusesWhatNoCorrelatorMakesAnythingOf) {
@@ -166,10 +149,10 @@ TEST_F(Submit, RefusesWhatNoCorrelatorMakesAnythingOf) {
     const ToolResult result = RunTool(one.words);
     EXPECT_EQ(result.status, 2) << result.err;
     for (const char *told : one.told) EXPECT_NE(result.err.find(told), std::string::npos) << result.err;
-    EXPECT_EQ(Receive(kernel_.Get()).id, "");
+    EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "");
     one.words.emplace_back("--force");
     EXPECT_EQ(RunTool(one.words).status, 0);
-    EXPECT_NE(Receive(kernel_.Get()).id, "");
+    EXPECT_NE(ReceiveRecord(kernel_.Get()).id, "");
   }
   // What the daemon reads is sent: any integer type that holds the value, a null text, an argument that may be missing.
   const Words fits[] = {{kTimeout, "null", "u64:0xffffffff"},
@@ -180,7 +163,7 @@ TEST_F(Submit, RefusesWhatNoCorrelatorMakesAnythingOf) {
     words.insert(words.begin(), "submit");
     EXPECT_EQ(RunTool(words).status, 0) << words[1];
   }
-  while (!Receive(kernel_.Get()).id.empty()) continue;
+  while (!ReceiveRecord(kernel_.Get()).id.empty()) continue;
   const std::string path = testing_support::ProcessRoot() / "/var/lines";
   testing_support::WriteFile(path,
                              "{\"id\":\"ryn.storage.apd.exit\",\"args\":[\"a\"]}\n{\"id\":\"ryn.storage.apd.exit\"}\n");
@@ -188,8 +171,8 @@ TEST_F(Submit, RefusesWhatNoCorrelatorMakesAnythingOf) {
   EXPECT_EQ(result.status, 1);
   EXPECT_NE(result.err.find(":2: ryn.storage.apd.exit: 0 arguments where 1 is wanted"), std::string::npos)
       << result.err;
-  EXPECT_EQ(Receive(kernel_.Get()).arguments.size(), 1U);
-  EXPECT_EQ(Receive(kernel_.Get()).id, "");
+  EXPECT_EQ(ReceiveRecord(kernel_.Get()).arguments.size(), 1U);
+  EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "");
 }
 
 TEST_F(Submit, SaysThatNoDaemonIsThere) {
@@ -227,7 +210,7 @@ TEST_F(Submit, WaitsForAFullQueueWithinBounds) {
   patience.limit.reset();
   std::thread late([&] { error = sender.Send(submission); });
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  for (int i = 0; i < sent; ++i) EXPECT_EQ(Receive(kernel_.Get()).sequence, static_cast<uint64_t>(i) + 1);
+  for (int i = 0; i < sent; ++i) EXPECT_EQ(ReceiveRecord(kernel_.Get()).sequence, static_cast<uint64_t>(i) + 1);
   late.join();
   EXPECT_EQ(error, "");
   EXPECT_EQ(RunTool({"submit", "--force", "--timeout", "0.05", "ryn.a"}).status, 0);
@@ -248,7 +231,7 @@ TEST_F(Submit, WaitsForADaemonThatStarts) {
   EXPECT_EQ(RunTool({"submit", "--force", "--wait", "60", "ryn.a"}).err, "");
   EXPECT_EQ(RunTool({"submit", "--force", "--wait", "60", "--user", "ryn.user.a"}).err, "");
   late.join();
-  EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.a");
+  EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "ryn.a");
   kernel_.Reset();
   EXPECT_EQ(RunTool({"submit", "--force", "--wait", "0.05", "ryn.a"}).err,
             "rynctl: still no daemon serves " + hosted::KernelSocketPath(0) +
@@ -268,7 +251,7 @@ TEST_F(Submit, FindsARestartedDaemon) {
   kernel_.Reset();
   ServeKernel(0, &kernel_);
   EXPECT_EQ(sender.Send(submission), "");
-  EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.a");
+  EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "ryn.a");
 }
 
 TEST_F(Submit, SendsTheLinesOfAFile) {
@@ -278,17 +261,11 @@ TEST_F(Submit, SendsTheLinesOfAFile) {
       R"({"id":"ryn.b","context":0,"user":false})",
       {});
   EXPECT_EQ(result.status, 0) << result.err;
-  const hosted::RawRecord first = Receive(kernel_.Get());
+  const hosted::RawRecord first = ReceiveRecord(kernel_.Get());
   EXPECT_EQ(first.message, "m");
-  ASSERT_EQ(first.arguments.size(), 8U);
-  EXPECT_EQ(first.arguments[1].width, 4);
-  EXPECT_EQ(first.arguments[2].bits, static_cast<uint64_t>(-3));
-  EXPECT_EQ(first.arguments[3].bits, UINT64_MAX);
-  EXPECT_EQ(first.arguments[4].kind, ArgumentKind::kNullString);
-  EXPECT_EQ(first.arguments[5].kind, ArgumentKind::kUnsigned);
-  EXPECT_EQ(first.arguments[6].width, 1);
-  EXPECT_EQ(first.arguments[7].text, "i32:5");
-  const hosted::RawRecord second = Receive(kernel_.Get());
+  EXPECT_EQ(Shown(first), (std::vector<std::string>{"s:text", "i4:5", "i4:-3", "u8:18446744073709551615", "null",
+                                                    "u8:16", "i1:-1", "s:i32:5"}));
+  const hosted::RawRecord second = ReceiveRecord(kernel_.Get());
   EXPECT_EQ(second.id, "ryn.b");
   EXPECT_EQ(second.sequence, 2U);
 }
@@ -328,8 +305,8 @@ TEST_F(Submit, StopsAtTheFirstWrongLineAndNamesIt) {
     EXPECT_EQ(result.status, 1) << one.line;
     EXPECT_EQ(result.err.rfind("rynctl: FILE:3: ", 0), 0U) << result.err;
     EXPECT_NE(result.err.find(one.told), std::string::npos) << result.err;
-    EXPECT_EQ(Receive(kernel_.Get()).id, "ryn.first") << one.line;
-    EXPECT_EQ(Receive(kernel_.Get()).id, "") << one.line;
+    EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "ryn.first") << one.line;
+    EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "") << one.line;
   }
   kernel_.Reset();
   EXPECT_NE(SubmitFile("\n{\"id\":\"ryn.a\"}").err.find("FILE:2: no daemon serves"), std::string::npos);
@@ -351,7 +328,7 @@ TEST_F(Submit, KeepsTheTimingOfAFile) {
   // None is early; how late they are is the machine's. An offset that goes backwards: at once.
   uint64_t before = static_cast<uint64_t>(start);
   for (const uint64_t earliest : {99'000u, 99'000u, 199'000u}) {
-    const uint64_t sent = Receive(kernel_.Get()).microseconds;
+    const uint64_t sent = ReceiveRecord(kernel_.Get()).microseconds;
     EXPECT_GE(sent, static_cast<uint64_t>(start) + earliest);
     EXPECT_GE(sent, before);
     before = sent;

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <random>
 
 #include "correlators/catalog.h"
 #include "rynctl/escape.h"
@@ -51,14 +50,6 @@ TEST(EventDecoder, ReadsAWholeRecord) {
     EXPECT_EQ(json["category"], "problem");
     EXPECT_EQ(json["args"], nlohmann::json({"naa.6001"}));
     EXPECT_FALSE(json.contains("problems"));
-  }
-}
-
-TEST(EventDecoder, ReadsEveryMessageOfTheCatalogueByItsName) {
-  for (const rynd::CatalogMessage &message : rynd::Catalog()) {
-    const DecodedEvent event = Decode(EventBytes(std::string(message.name), {}));
-    EXPECT_EQ(event.category, message.category) << message.name;
-    EXPECT_FALSE(Tells(event, "catalogue")) << message.name;
   }
 }
 
@@ -120,17 +111,23 @@ TEST(EventDecoder, TakesARecordCutAtAnyLength) {
   }
 }
 
-TEST(EventDecoder, TakesAnyDamage) {
-  std::mt19937 random(1);
-  const std::vector<std::byte> whole = EventBytes(kApdStart, {"naa.6001", "second"});
-  for (int round = 0; round < 5000; ++round) {
-    std::vector<std::byte> bytes = whole;
-    bytes.resize(random() % (whole.size() + 40));
-    for (unsigned hits = random() % 8; hits > 0 && !bytes.empty(); --hits) {
-      bytes[random() % bytes.size()] = static_cast<std::byte>(random() % 4 == 0 ? 0xff : random());
-    }
-    ExpectPrintable(Decode(bytes));
-  }
+/// A hostile sender must not reach the terminal through an event's line.
+TEST(EventLine, ColorsTheCategoryAndNothingOfTheSender) {
+  DecodedEvent event;
+  event.category = rynd::kClear;
+  event.name = "amb.clear.\x1b[31m";
+  event.text = "\x1b[2J";
+  event.hostUuid = "\xff";
+  const std::string line = EventLine(event, {.color = true});
+  EXPECT_NE(line.find("  \x1b[32mCLEAR\x1b[0m  "), std::string::npos) << line;
+  EXPECT_NE(line.find("amb.clear.\\x1b[31m  \\x1b[2J"), std::string::npos) << line;
+  // What is no UTF-8 is replaced, and what JSON would let through to the terminal is written out.
+  event.text += "\x7f\xc2\x9b\xe2\x80\xae\xe2\x81\xa9\xc3\xa9";
+  const std::string json = EventJson(event);
+  EXPECT_NE(json.find("\xef\xbf\xbd"), std::string::npos);
+  EXPECT_NE(json.find("\\u001b[2J\\u007f\\u009b\\u202e\\u2069\xc3\xa9\""), std::string::npos) << json;
+  event.problems = {"one", "two\n"};
+  EXPECT_NE(EventLine(event, {}).find("  [one; two\\n]"), std::string::npos);
 }
 
 }  // namespace

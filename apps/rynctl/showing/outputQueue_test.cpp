@@ -10,7 +10,7 @@
 #include <mutex>
 #include <sstream>
 
-#include "rynctl/toolRun.h"
+#include "testing/testRoot.h"
 
 namespace rynctl {
 namespace {
@@ -99,7 +99,7 @@ TEST(OutputQueue, IsGivenUpWhenAStopIsWanted) {
     EXPECT_EQ(gated.err.str(), "rynctl: 2 lines were not printed: the output takes nothing\n");
   }
   gated.gate.Open();
-  EXPECT_TRUE(Eventually([&] { return gated.gate.Text() == "one\ntwo\n"; }));
+  EXPECT_TRUE(testing_support::WaitUntil([&] { return gated.gate.Text() == "one\ntwo\n"; }));
 }
 
 TEST(OutputQueue, EndsWithAnOutputThatFails) {
@@ -108,7 +108,7 @@ TEST(OutputQueue, EndsWithAnOutputThatFails) {
   OutputQueue queue(&gated.console, Missing);
   queue.Print("one\n");
   gated.gate.Open();
-  EXPECT_TRUE(Eventually([&] { return queue.HasFailed(); }));
+  EXPECT_TRUE(testing_support::WaitUntil([&] { return queue.HasFailed(); }));
   EXPECT_FALSE(queue.Print("two\n"));
   EXPECT_EQ(queue.Finish(signals), kFailed);
   EXPECT_FALSE(gated.console.abandoned);

@@ -11,10 +11,10 @@
 #include <chrono>
 #include <thread>
 
+#include "apps/rynmgmtd/testSupport.h"
 #include "base/unixAddress.h"
 #include "hosted/paths.h"
 #include "mgmtd/json/json.h"
-#include "testing/testRoot.h"
 
 namespace mgmtd {
 namespace {
@@ -23,7 +23,6 @@ using Clock = std::chrono::steady_clock;
 using nlohmann::json;
 
 constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
-constexpr char kApd[] = "amb.problem.storage.apd.start";
 
 base::UniqueFd Connect(const std::string &url) {
   if (url.starts_with('/')) {
@@ -91,30 +90,6 @@ struct Server {
     return json::parse(answer.substr(answer.find("\r\n\r\n") + 4), nullptr, false);
   }
 };
-
-StoredEvent MakeEvent(int64_t id, const std::string &text) {
-  StoredEvent event;
-  event.id = id;
-  event.timeUs = event.receivedUs = id * 1'000'000;
-  event.name = kApd;
-  event.category = "problem";
-  event.severity = "error";
-  event.text = text;
-  event.argumentsJson = "[]";
-  return event;
-}
-
-Problem MakeProblem(int64_t id, catalog::Severity severity, const std::string &subject) {
-  Problem problem;
-  problem.id = problem.change = problem.eventId = problem.lastEventId = id;
-  problem.name = kApd;
-  problem.subject = subject;
-  problem.severity = severity;
-  problem.text = "about " + subject;
-  problem.firstUs = problem.lastUs = 1'700'000'000'000'000;
-  problem.times = 1;
-  return problem;
-}
 
 std::string Status(const std::string &answer) {
   return answer.substr(0, std::min<size_t>(12, answer.size()));
@@ -227,8 +202,8 @@ TEST(HttpServer, ShowsTheFirstOfManyProblemsAndCountsAll) {
   Server server;
   std::vector<Problem> problems;
   for (int i = 1; i <= 10'000; ++i) {
-    problems.push_back(MakeProblem(i, i % 100 == 0 ? catalog::Severity::kCritical : catalog::Severity::kWarning,
-                                   "disk-" + std::to_string(i)));
+    problems.push_back(MakeProblem(i, i, "disk-" + std::to_string(i), false,
+                                   i % 100 == 0 ? catalog::Severity::kCritical : catalog::Severity::kWarning));
   }
   server.feed.Publish({}, problems);
   ASSERT_EQ(server.Start(), "");
@@ -252,7 +227,7 @@ TEST(HttpServer, StreamsWhatComesAndWhatWasMissed) {
   std::string text = ReadUntil(live.Get(), "event: hello");
   EXPECT_NE(text.find("Content-Type: text/event-stream"), std::string::npos);
   EXPECT_EQ(text.find("before"), std::string::npos);
-  server.feed.Publish({MakeEvent(2, "line\nend <b>&")}, {MakeProblem(1, catalog::Severity::kError, "naa.1")});
+  server.feed.Publish({MakeEvent(2, "line\nend <b>&")}, {MakeProblem(1, 1, "naa.1")});
   text = ReadUntil(live.Get(), "event: problems");
   EXPECT_NE(text.find("id: 2-0\nevent: event\n"), std::string::npos) << text;
   EXPECT_NE(text.find(R"(line\nend <b>&)"), std::string::npos) << text;
@@ -318,7 +293,7 @@ TEST(HttpServer, ClientsThatMeanNoGoodCostTheOthersNothing) {
   Server server;
   std::vector<Problem> problems;
   for (int i = 1; i <= 5000; ++i) {
-    problems.push_back(MakeProblem(i, catalog::Severity::kError, std::string(100, 'x') + std::to_string(i)));
+    problems.push_back(MakeProblem(i, i, std::string(100, 'x') + std::to_string(i)));
   }
   server.feed.Publish({}, problems);
   ASSERT_EQ(server.Start(), "");

@@ -1,70 +1,27 @@
 // Sinks against the other sides that they meet: there, slow, gone and back.
 #include "mgmtd/sinks/sinks.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 
+#include "apps/rynmgmtd/testSupport.h"
 #include "base/uniqueFd.h"
-#include "base/unixAddress.h"
 #include "catalog/catalog.h"
-#include "hosted/paths.h"
 #include "mgmtd/sinks/alertmanagerSink.h"
 #include "mgmtd/sinks/execSink.h"
 #include "mgmtd/sinks/journalSink.h"
-#include "testing/testRoot.h"
+#include "testing/journalListener.h"
 
 namespace mgmtd {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using nlohmann::json;
 using std::chrono::milliseconds;
-
-constexpr char kApd[] = "amb.problem.storage.apd.start";
-
-bool Eventually(const std::function<bool()> &holds) {
-  const auto end = Clock::now() + std::chrono::seconds(20);
-  while (!holds()) {
-    if (Clock::now() > end) return false;
-    std::this_thread::sleep_for(milliseconds(5));
-  }
-  return true;
-}
-
-StoredEvent MakeEvent(int64_t id, const std::string &text = "text") {
-  StoredEvent event;
-  event.id = id;
-  event.timeUs = 1'700'000'000'000'000 + id;
-  event.name = kApd;
-  event.category = "problem";
-  event.severity = "error";
-  event.subjects = {"naa.1", "naa.2"};
-  event.text = text;
-  event.argumentsJson = R"([{"name":"device","value":"naa.1"},{"name":"lost","value":null},{"name":"x-y","value":7}])";
-  return event;
-}
-
-Problem MakeProblem(int64_t change, int64_t id, const std::string &subject, bool ended = false) {
-  Problem problem;
-  problem.id = problem.eventId = problem.lastEventId = id;
-  problem.change = change;
-  problem.name = kApd;
-  problem.subject = subject;
-  problem.severity = catalog::Severity::kError;
-  problem.text = "about " + subject;
-  problem.firstUs = problem.lastUs = 1'700'000'000'000'000 + id;
-  problem.times = 1;
-  if (ended) problem.endedUs = problem.firstUs + 1'000'000;
-  return problem;
-}
+using testing_support::JournalListener;
+using testing_support::WaitUntil;
 
 /// A feed and positions that outlast the sinks, as a store's do.
 struct Agent {
@@ -84,61 +41,8 @@ struct Agent {
     feed.Publish(events, {});
   }
   bool HasPassed(uint64_t count) {
-    return Eventually([&] { return sinks->Statuses()[0].passed >= count && sinks->Statuses()[0].lag == 0; });
+    return WaitUntil([&] { return sinks->Statuses()[0].passed >= count && sinks->Statuses()[0].lag == 0; });
   }
-};
-
-/// A journal's socket. Records come as datagrams or as sealed files.
-class Journal {
- public:
-  Journal() : path_(hosted::RootPath(hosted::kJournalSocket)) {
-    std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
-    Open();
-  }
-  ~Journal() { Close(); }
-  void Open() {
-    base::UnixAddress address;
-    EXPECT_EQ(base::MakeUnixAddress(path_, &address), 0);
-    fd_.Reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(bind(fd_.Get(), address.Get(), base::UnixAddress::kLength), 0);
-  }
-  void Close() {
-    fd_.Reset();
-    unlink(path_.c_str());
-  }
-  /// The next record, "" after a while without one.
-  std::string Read(int patienceMs = 10'000) {
-    pollfd readable{fd_.Get(), POLLIN, 0};
-    if (poll(&readable, 1, patienceMs) != 1) return "";
-    std::string bytes(300'000, '\0');
-    iovec part{bytes.data(), bytes.size()};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    const ssize_t count = recvmsg(fd_.Get(), &message, MSG_CMSG_CLOEXEC);
-    bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    if (const cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr) {
-      int file = -1;
-      std::memcpy(&file, CMSG_DATA(header), sizeof file);
-      const base::UniqueFd owned(file);
-      EXPECT_NE(fcntl(file, F_GET_SEALS) & F_SEAL_WRITE, 0);
-      struct stat status {};
-      fstat(file, &status);
-      bytes.resize(static_cast<size_t>(status.st_size));
-      EXPECT_EQ(pread(file, bytes.data(), bytes.size(), 0), status.st_size);
-      ++files;
-    }
-    return bytes;
-  }
-
-  int files = 0;
-
- private:
-  std::string path_;
-  base::UniqueFd fd_;
 };
 
 std::string FieldOf(const std::string &record, const std::string &name) {
@@ -149,7 +53,7 @@ std::string FieldOf(const std::string &record, const std::string &name) {
 }
 
 TEST(JournalSink, WritesRecordsOfEverySize) {
-  Journal journal;
+  JournalListener journal;
   Agent agent;
   ASSERT_EQ(agent.Start({.journal = true}), "");
   StoredEvent lines = MakeEvent(2, "one\ntwo"), unknown = MakeEvent(4, "");
@@ -157,7 +61,7 @@ TEST(JournalSink, WritesRecordsOfEverySize) {
   unknown.category = "unknown";
   unknown.severity = "info";
   agent.feed.Publish({MakeEvent(1), lines, MakeEvent(3, std::string(1'500'000, 'x')), unknown}, {});
-  const std::string plain = journal.Read();
+  const std::string plain = journal.Next(10'000);
   const std::pair<const char *, std::string> fields[] = {{"MESSAGE", "text"},
                                                          {"PRIORITY", "3"},
                                                          {"SYSLOG_IDENTIFIER", "rynmgmtd"},
@@ -171,29 +75,29 @@ TEST(JournalSink, WritesRecordsOfEverySize) {
                                                          {"RYND_ID", "1"}};
   for (const auto &[name, value] : fields) EXPECT_EQ(FieldOf(plain, name), value) << name;
   EXPECT_NE(plain.find("\nRYND_SUBJECT=naa.2\n"), std::string::npos);
-  EXPECT_NE(journal.Read().find(std::string("MESSAGE\n\7\0\0\0\0\0\0\0one\ntwo\n", 24)), std::string::npos);
-  EXPECT_GT(journal.Read().size(), 1'500'000U);
+  EXPECT_NE(journal.Next(10'000).find(std::string("MESSAGE\n\7\0\0\0\0\0\0\0one\ntwo\n", 24)), std::string::npos);
+  EXPECT_GT(journal.Next(10'000).size(), 1'500'000U);
   EXPECT_EQ(journal.files, 1);
-  const std::string last = journal.Read();
+  const std::string last = journal.Next(10'000);
   EXPECT_EQ(FieldOf(last, "MESSAGE"), "amb.problem.none");
   EXPECT_EQ(FieldOf(last, "MESSAGE_ID"), "(none)");
 }
 
 TEST(JournalSink, LosesAndDoublesNothingWhileTheJournalIsAway) {
-  Journal journal;
+  JournalListener journal;
   Agent agent;
   agent.Publish(1, 5);  // before it was asked for: not its business
   ASSERT_EQ(agent.Start({.journal = true}), "");
   agent.Publish(6, 10);
   int64_t next = 6;
   const auto readTo = [&](int64_t last) {
-    for (; next <= last; ++next) ASSERT_EQ(FieldOf(journal.Read(), "RYND_ID"), std::to_string(next));
+    for (; next <= last; ++next) ASSERT_EQ(FieldOf(journal.Next(10'000), "RYND_ID"), std::to_string(next));
   };
   readTo(10);
   ASSERT_TRUE(agent.HasPassed(5));
   journal.Close();
   agent.Publish(11, 2000);
-  ASSERT_TRUE(Eventually([&] { return agent.sinks->Statuses()[0].failures >= 1; }));
+  ASSERT_TRUE(WaitUntil([&] { return agent.sinks->Statuses()[0].failures >= 1; }));
   EXPECT_NE(agent.sinks->Statuses()[0].error, "");
   EXPECT_EQ(agent.sinks->Statuses()[0].lag, 1990);
   journal.Open();
@@ -202,10 +106,10 @@ TEST(JournalSink, LosesAndDoublesNothingWhileTheJournalIsAway) {
   // What was sent before the stop, and no more; the next run goes on behind it.
   const int64_t position = agent.writer.SinkPosition("journal")->event;
   readTo(position);
-  EXPECT_EQ(journal.Read(50), "");
+  EXPECT_EQ(journal.Next(50), "");
   ASSERT_EQ(agent.Start({.journal = true}), "");
   readTo(2000);
-  EXPECT_EQ(journal.Read(50), "");
+  EXPECT_EQ(journal.Next(50), "");
 }
 
 /// A folder that only root may write, for programs; removed in the end. "" where there is none.
@@ -257,7 +161,7 @@ rmdir running
   EXPECT_EQ(agent.sinks->Statuses()[0].failures, 1U);
   const pid_t child = std::stoi(programs.Lines("child").at(0));
   const std::string state = "/proc/" + std::to_string(child) + "/stat";
-  EXPECT_TRUE(Eventually([&] {
+  EXPECT_TRUE(WaitUntil([&] {
     const std::string text = testing_support::ReadFile(state);
     return text.empty() || text.find(") Z ") != std::string::npos;
   })) << "the child of a program that was killed lives on";
@@ -351,7 +255,7 @@ class FakeAlertmanager {
     return last_;
   }
   bool Has(const std::string &what, long times = 1) {
-    return Eventually([&] {
+    return WaitUntil([&] {
       const std::vector<std::string> history = History();
       return std::count(history.begin(), history.end(), what) >= times;
     });
@@ -391,14 +295,14 @@ TEST(AlertmanagerSink, TellsTheLastOfEachProblemAcrossAbsences) {
   agent.feed.Publish({}, {MakeProblem(5, 3, "b", true), MakeProblem(6, 4, "c"), MakeProblem(8, 5, "d")});
   agent.feed.Publish({},
                      {MakeProblem(9, 4, "c", true), MakeProblem(10, 1, "early", true), MakeProblem(11, 6, "early")});
-  ASSERT_TRUE(Eventually([&] { return agent.sinks->Statuses()[0].failures >= 2; }));
+  ASSERT_TRUE(WaitUntil([&] { return agent.sinks->Statuses()[0].failures >= 2; }));
   agent.sinks->Stop();
   ASSERT_EQ(agent.Start(options), "");  // and the agent is started anew meanwhile
   manager = std::make_unique<FakeAlertmanager>(port);
   ASSERT_EQ(manager->Port(), port);
   ASSERT_TRUE(manager->Has("b resolved"));
   ASSERT_TRUE(manager->Has("d firing"));
-  ASSERT_TRUE(Eventually([&] { return agent.sinks->Statuses()[0].lag == 0; }));
+  ASSERT_TRUE(WaitUntil([&] { return agent.sinks->Statuses()[0].lag == 0; }));
   ASSERT_TRUE(manager->Has("early firing"));
   const std::vector<std::string> history = manager->History();
   EXPECT_EQ(std::count(history.begin(), history.end(), "early resolved"), 0) << "its end came behind its return";

@@ -16,6 +16,7 @@ using namespace std::chrono_literals;
 using rynctl::EventBytes;
 using rynctl::kApdStart;
 using rynctl::kTestTime;
+using testing_support::WaitUntil;
 
 constexpr int64_t kNow = kTestTime;
 constexpr int64_t kDayUs = int64_t{86'400} * 1'000'000;
@@ -32,11 +33,6 @@ class Store : public testing::Test {
     ++sequence_;
     ASSERT_TRUE(
         writer_->Add({EventBytes(name, texts, sequence_, static_cast<uint64_t>(atUs)), "", base::WallClockUs()}));
-  }
-  template <typename Condition>
-  static bool Eventually(Condition condition) {
-    for (int i = 0; i < 3000 && !condition(); ++i) std::this_thread::sleep_for(10ms);
-    return condition();
   }
   std::vector<int64_t> Ids(const EventFilter &filter) {
     std::vector<int64_t> ids;
@@ -109,7 +105,7 @@ TEST_F(Store, FollowersAndAcknowledgementsOutliveRestarts) {
   Start();
   const Marks beginning = feed_->Newest();
   for (int i = 0; i < 6000; ++i) Add(kApdStart, {"naa." + std::to_string(i % 3)});
-  ASSERT_TRUE(Eventually([&] { return feed_->Newest().event == 6000; }));
+  ASSERT_TRUE(WaitUntil([&] { return feed_->Newest().event == 6000; }));
   Reader reader(path_);
   int64_t seen = 0;
   for (std::vector<StoredEvent> events; !(events = feed_->EventsAfter(seen, 700, &reader)).empty();) {
@@ -145,8 +141,8 @@ TEST_F(Store, RemovesWhatIsTooOldOrTooMuch) {
   options.retentionBytes = 2 << 20;
   Start(options);
   for (int i = 0; i < 8000; ++i) Add(kApdStart, {"naa." + std::to_string(i % 50)});
-  ASSERT_TRUE(Eventually([&] { return writer_->Health().expired >= 3000; }));
-  ASSERT_TRUE(Eventually([&] { return writer_->Health().fileBytes < (2 << 20); }));
+  ASSERT_TRUE(WaitUntil([&] { return writer_->Health().expired >= 3000; }));
+  ASSERT_TRUE(WaitUntil([&] { return writer_->Health().fileBytes < (2 << 20); }));
   writer_->Stop(5s);
   EXPECT_EQ(feed_->OpenProblems().size(), 50U) << "what is wrong now stays";
   {
@@ -158,7 +154,7 @@ TEST_F(Store, RemovesWhatIsTooOldOrTooMuch) {
         ("UPDATE events SET received_us = received_us - " + std::to_string(91 * kDayUs) + " WHERE id <= 7990").c_str());
   }
   Start();
-  ASSERT_TRUE(Eventually([&] { return Ids({}).size() == 10; }));
+  ASSERT_TRUE(WaitUntil([&] { return Ids({}).size() == 10; }));
 }
 
 }  // namespace

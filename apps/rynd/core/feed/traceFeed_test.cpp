@@ -4,11 +4,9 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
-#include <chrono>
-#include <thread>
-
 #include "core/feed/traceLines.h"
 #include "testing/coreSupport.h"
+#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
@@ -35,8 +33,7 @@ std::string ReadUntil(const base::UniqueFd &client, const std::string &end) {
 }
 
 bool WaitForNoClients(const TraceFeed &feed) {
-  for (int i = 0; i < 20'000 && feed.HasClients(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return !feed.HasClients();
+  return testing_support::WaitUntil([&] { return !feed.HasClients(); });
 }
 
 // Never destroyed, as the daemon's own: a client's thread may still be on its way out.
