@@ -214,6 +214,15 @@ TEST_F(Submit, WaitsForAFullQueueWithinBounds) {
   late.join();
   EXPECT_EQ(error, "");
   EXPECT_EQ(RunTool({"submit", "--force", "--timeout", "0.05", "ryn.a"}).status, 0);
+  // It finds a daemon that was started anew, seen to be away or not.
+  kernel_.Reset();
+  EXPECT_NE(sender.Send(submission).find("no daemon serves"), std::string::npos);
+  for (int i = 0; i < 2; ++i) {
+    kernel_.Reset();
+    ServeKernel(0, &kernel_);
+    EXPECT_EQ(sender.Send(submission), "");
+    EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "ryn.a");
+  }
 }
 
 TEST_F(Submit, WaitsForADaemonThatStarts) {
@@ -236,22 +245,6 @@ TEST_F(Submit, WaitsForADaemonThatStarts) {
   EXPECT_EQ(RunTool({"submit", "--force", "--wait", "0.05", "ryn.a"}).err,
             "rynctl: still no daemon serves " + hosted::KernelSocketPath(0) +
                 " (start rynd, or give its root with --root)\n");
-}
-
-TEST_F(Submit, FindsARestartedDaemon) {
-  Patience patience{std::cerr, std::nullopt};
-  ObservationSender sender(&patience);
-  Submission submission;
-  submission.record.id = "ryn.a";
-  EXPECT_EQ(sender.Send(submission), "");
-  kernel_.Reset();
-  EXPECT_NE(sender.Send(submission).find("no daemon serves"), std::string::npos);
-  ServeKernel(0, &kernel_);
-  EXPECT_EQ(sender.Send(submission), "");
-  kernel_.Reset();
-  ServeKernel(0, &kernel_);
-  EXPECT_EQ(sender.Send(submission), "");
-  EXPECT_EQ(ReceiveRecord(kernel_.Get()).id, "ryn.a");
 }
 
 TEST_F(Submit, SendsTheLinesOfAFile) {

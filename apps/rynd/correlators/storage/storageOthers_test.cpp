@@ -11,34 +11,33 @@ namespace {
 
 TEST(SwapCorrelator, ReconfiguresTheSwapAndReportsAFailure) {
   CapturedLog log;
-  const Arguments path = {Str("/hyfs/volumes/ds1/swap.sys")};
   ClearHost();
   PutHost("storage/filesystems/5f1a-22", "ds1");
-
-  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", path),
-            Events{"amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on ds1 is affected by PDL but cannot "
-                   "be removed."});
-  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", path), Events{});
+  const auto told = [](const char *what, const Arguments &path) {
+    const Events events = EventsOf(SwapHandlers(), std::string("ryn.swap.systemSwap.isPDL.") + what, path);
+    return events.empty() ? "" : events[0].substr(0, events[0].find(" affected"));
+  };
+  const Arguments path = {Str("/hyfs/volumes/ds1/swap.sys")};
+  const std::string front = "amb.problem.swap.systemSwap.isPDL.", still = front + "cannot.remove.2 System swap on ",
+                    failed = front + "removed.reconfig.failure.2 System swap on ";
+  EXPECT_EQ(told("cannot.remove", path), still + "ds1 is");
+  EXPECT_EQ(told("removed", path), "");
   EXPECT_EQ(TakeActions(), "storage/swap/reconfigure;");
   PutHost("storage/swap/reconfigure", "no 100%s room");
-  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", path),
-            Events{"amb.problem.swap.systemSwap.isPDL.removed.reconfig.failure.2 System swap on ds1 was affected by "
-                   "PDL. It was removed but the subsequent reconfiguration failed."});
-  const std::string front = "System swap at path /hyfs/volumes/ds1/swap.sys ";
-  const std::string removed = front + "was affected by the Permanent Device Loss of its datastore and was removed.";
+  EXPECT_EQ(told("removed", path), failed + "ds1 was");
+  const std::string line = "System swap at path /hyfs/volumes/ds1/swap.sys ",
+                    removed = line + "was affected by the Permanent Device Loss of its datastore and was removed.";
   EXPECT_EQ(log.Messages(),
             (Events{"2us: [ryn.swap.systemSwap.isPDL.cannot.remove] m",
-                    front + "is affected by the Permanent Device Loss of its datastore but cannot be removed.",
+                    line + "is affected by the Permanent Device Loss of its datastore but cannot be removed.",
                     "2us: [ryn.swap.systemSwap.isPDL.removed] m", removed,
-                    front + "was affected by the PDL of its datastore and was removed. System swap has been "
-                            "reconfigured.",
+                    line + "was affected by the PDL of its datastore and was removed. System swap has been "
+                           "reconfigured.",
                     "2us: [ryn.swap.systemSwap.isPDL.removed] m", removed, "no 100%s room"}));
-  EXPECT_TRUE(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", {NullStr()})[0].starts_with(
-      "amb.problem.swap.systemSwap.isPDL.cannot.remove.2 System swap on (invalid) is"));
-  EXPECT_EQ(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.cannot.remove", {Int(1)}), Events{});
+  EXPECT_EQ(told("cannot.remove", {NullStr()}), still + "(invalid) is");
+  EXPECT_EQ(told("cannot.remove", {Int(1)}), "");
   for (const Arguments &unreadable : {Arguments{}, Arguments{Int(1)}, Arguments{NullStr()}}) {
-    EXPECT_TRUE(EventsOf(SwapHandlers(), "ryn.swap.systemSwap.isPDL.removed", unreadable)[0].starts_with(
-        "amb.problem.swap.systemSwap.isPDL.removed.reconfig.failure.2 System swap on (invalid) was"));
+    EXPECT_EQ(told("removed", unreadable), failed + "(invalid) was");
   }
 }
 
