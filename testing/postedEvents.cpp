@@ -22,7 +22,6 @@ namespace {
 
 std::mutex eventsMutex;  // guards the events; nothing nests in it
 std::vector<std::string> events;
-size_t mostEvents = SIZE_MAX;
 
 }  // namespace
 
@@ -41,17 +40,12 @@ void EventPost(uint32_t category, const char *format, ...) {
   event.append(" ").append(text + (end + 1 - format));
   free(text);
   const std::lock_guard lock(eventsMutex);
-  if (events.size() < mostEvents) events.push_back(std::move(event));
+  events.push_back(std::move(event));
 }
 
 std::vector<std::string> TakeEvents() {
   const std::lock_guard lock(eventsMutex);
   return std::exchange(events, {});
-}
-
-void KeepEvents(size_t most) {
-  const std::lock_guard lock(eventsMutex);
-  mostEvents = most;
 }
 
 std::vector<FakeTimer> &Timers() {

@@ -25,8 +25,6 @@ using testing_support::TakeActions;
 /// What has been posted since the last call, oldest first: the event's name, a blank, its rendered text. An event whose
 /// namespace is not its category's fails the test. Any thread.
 Events TakeEvents();
-/// The number of events that are kept until they are taken; by default all. Further ones are dropped.
-void KeepEvents(size_t most);
 
 /// The timers that have been registered, by identity. Not for threads.
 struct FakeTimer {

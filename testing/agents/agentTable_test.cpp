@@ -1,9 +1,5 @@
 // What every agent asks of the runner, which is replaced: nothing else would notice an agent that hears nothing.
 
-#include <algorithm>
-#include <cstdint>
-#include <exception>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -79,66 +75,6 @@ TEST(AgentTable, AgentsStartInOrderAndHearTheirSubsystem) {
     ASSERT_NE(last.defaultHandler, nullptr) << last.name;
     EXPECT_EQ(Answer(last.defaultHandler, &log), rows[i].answer) << last.name;
   }
-}
-
-/// An argument that no handler may trip over.
-hosted::RawArgument AnyArgument(std::mt19937 *random) {
-  switch ((*random)() % 9) {
-    case 0:
-      return NullStr();
-    case 1:
-      return Str("");
-    case 2:
-      return Str("%s%n/../\n\t\"" + std::string((*random)() % 3000, '/'));
-    case 3:
-      return Str("reason: " + std::to_string((*random)() % 50));
-    case 4:
-      return Int(static_cast<int32_t>((*random)()));
-    case 5:
-      return Long(~uint64_t{0} >> ((*random)() % 64));
-    default:  // what most handlers expect
-      return (*random)() % 2 == 0 ? Str("name" + std::to_string((*random)() % 20)) : Int((*random)() % 100);
-  }
-}
-
-/// Hand `arguments` to `handler` under `id`; what the runner would let pass fails the test.
-void Try(Handler handler, std::string_view id, const Arguments &arguments, CapturedLog *log) {
-  const std::vector<std::byte> record = hosted::EncodeRecord({1, 2, std::string(id), "m", arguments});
-  auto *bytes = new std::byte[record.size()];
-  std::copy(record.begin(), record.end(), bytes);
-  Observation *observation = nullptr;
-  ASSERT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0);
-  try {
-    handler(observation);
-  } catch (const std::exception &) {  // the runner ignores it
-  } catch (...) {
-    ADD_FAILURE() << id << " throws what would end its agent";
-  }
-  Ryn_Free(observation);
-  log->Messages();  // or the log would wait for room
-}
-
-TEST(AgentTable, NoHandlerTripsOverItsArguments) {
-  std::mt19937 random(20261121);
-  CapturedLog log;
-  KeepEvents(0);
-  size_t tried = 0;
-  for (const AgentFunction agent : AgentTable()) {
-    agent();
-    HandlerTable table = recordedAgents.back().table;
-    for (const std::string_view id : table.Ids()) {
-      for (const hosted::RawArgument &same : {NullStr(), Str(""), Int(-1), Long(~uint64_t{0})}) {
-        for (size_t count = 0; count <= 12; ++count, ++tried) Try(table[id], id, Arguments(count, same), &log);
-      }
-      for (int i = 0; i < 60; ++i, ++tried) {
-        Arguments arguments;
-        for (size_t count = random() % 13; count > 0; --count) arguments.push_back(AnyArgument(&random));
-        Try(table[id], id, arguments, &log);
-      }
-    }
-  }
-  KeepEvents(SIZE_MAX);
-  EXPECT_GT(tried, 300u * 100);
 }
 
 }  // namespace
