@@ -15,30 +15,25 @@ using Rows = std::span<const PostRow>;
 
 struct Correlator {
   HandlerTable handlers;
-  size_t ids;  ///< that have a handler, rows or not
   std::vector<Rows> rows;
 };
 std::vector<Correlator> Correlators() {
-  return {{NetHandlers(), 45, {NetPostRows(), NetFirewallConfigPostRows(), NetFirewallPortPostRows()}},
-          {MigrateHandlers(), 2, {}},
-          {ApdHandlers(), 3, {ApdPostRows()}},
-          {ScsiHandlers(), 36, {ScsiPostRows()}},
-          {PsaStorHandlers(), 25, {PsaStorPostRows()}},
-          {HyfsHandlers(), 27, {HyfsPostRows()}},
-          {IscsiHandlers(), 12, {IscsiPostRows()}},
-          {VscsiHandlers(), 5, {VscsiPostRows()}},
-          {KvolHandlers(), 2, {KvolPostRows()}},
-          {BootDeviceHandlers(), 5, {BootDevicePostRows()}},
-          {SwapHandlers(), 2, {}},
-          {VfatHandlers(), 1, {}},
-          {VelfsHandlers(), 5, {}},
-          {HardwareHandlers(), 69, {HardwarePostRows()}},
-          {CpuHandlers(), 11, {CpuPostRows()}},
-          {MemtierHandlers(), MemtierPostRows().size(), {MemtierPostRows()}},
-          {HcmHandlers(), HcmPostRows().size(), {HcmPostRows()}},
-          {SchedHandlers(), SchedPostRows().size(), {SchedPostRows()}},
-          {ClockHandlers(), 14, {ClockPostRows()}},
-          {UserWorldHandlers(), 9, {UserWorldPostRows()}}};
+  return {{NetHandlers(), {NetPostRows(), NetFirewallConfigPostRows(), NetFirewallPortPostRows()}},
+          {ApdHandlers(), {ApdPostRows()}},
+          {ScsiHandlers(), {ScsiPostRows()}},
+          {PsaStorHandlers(), {PsaStorPostRows()}},
+          {HyfsHandlers(), {HyfsPostRows()}},
+          {IscsiHandlers(), {IscsiPostRows()}},
+          {VscsiHandlers(), {VscsiPostRows()}},
+          {KvolHandlers(), {KvolPostRows()}},
+          {BootDeviceHandlers(), {BootDevicePostRows()}},
+          {HardwareHandlers(), {HardwarePostRows()}},
+          {CpuHandlers(), {CpuPostRows()}},
+          {MemtierHandlers(), {MemtierPostRows()}},
+          {HcmHandlers(), {HcmPostRows()}},
+          {SchedHandlers(), {SchedPostRows()}},
+          {ClockHandlers(), {ClockPostRows()}},
+          {UserWorldHandlers(), {UserWorldPostRows()}}};
 }
 
 /// Argument `i` of a row: a text or a number that shows which one it is, in any base. A report interval of 1 lets the
@@ -70,9 +65,7 @@ TEST(Rows, PostTheirOwnEventWithAllArgumentsOrNone) {
   ReadClockReportInterval();
   CapturedLog log;
   for (const Correlator &correlator : Correlators()) {
-    size_t rowCount = 0;
     for (const Rows rows : correlator.rows) {
-      rowCount += rows.size();
       for (const PostRow &row : rows) {
         const Arguments arguments = SampleOf(row);
         for (size_t count = 0; count < arguments.size(); ++count) {
@@ -94,7 +87,6 @@ TEST(Rows, PostTheirOwnEventWithAllArgumentsOrNone) {
         log.Messages();  // makes room in its socket
       }
     }
-    EXPECT_EQ(correlator.handlers.Size(), correlator.ids) << (rowCount == 0 ? "" : correlator.rows[0][0].id);
   }
 }
 
