@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
+#include <utility>
 
 #include "base/immortal.h"
 #include "hosted/log/heldRecords.h"
@@ -75,13 +75,13 @@ void Count(Delivery delivery, uint64_t records) {
   }
 }
 
-/// What a thread keeps; sent when the thread ends, if not before.
+/// What a thread keeps. Nothing is done when the thread ends: the C library ends the process where it has no memory to
+/// remember that.
 struct Keeper {
   bool holds = false;
-  std::unique_ptr<HeldRecords> held;  ///< made when it is needed first
-  ~Keeper() { Hyk_FlushLog(); }
+  HeldRecords *held = nullptr;  ///< made when it is needed first; its own
 };
-thread_local Keeper keeper;
+thread_local constinit Keeper keeper;
 
 /// Every record that is kept says of itself what this does. `params` has to stay.
 LogHeader UsualHeader(const HykSyslogParam *params) {
@@ -92,8 +92,8 @@ LogHeader UsualHeader(const HykSyslogParam *params) {
 /// it has to be sent now, and then what was kept has been.
 bool Keep(const LogHeader &header, const LogRecord &record, uint64_t told) {
   if (!keeper.holds) return false;
-  if (keeper.held == nullptr) keeper.held.reset(new (std::nothrow) HeldRecords);
-  HeldRecords *const held = keeper.held.get();
+  if (keeper.held == nullptr) keeper.held = new (std::nothrow) HeldRecords;
+  HeldRecords *const held = keeper.held;
   if (held == nullptr) return false;
   const auto isEmpty = [](const char *text) { return text == nullptr || *text == '\0'; };
   const bool usual = header.priority == (LOG_DAEMON | LOG_INFO) && isEmpty(header.hostName) &&
@@ -179,12 +179,15 @@ void Hyk_SyslogExtended(int facility, int severity, const char *hostName, const 
   hosted::Emit({facility | severity, hostName, appName, messageId, sdId, params}, format, arguments);
 }
 
-void Hyk_HoldLog() {
-  hosted::keeper.holds = true;
+void Hyk_HoldLog(bool hold) {
+  hosted::keeper.holds = hold;
+  if (hold) return;
+  Hyk_FlushLog();
+  delete std::exchange(hosted::keeper.held, nullptr);
 }
 
 void Hyk_FlushLog() {
-  hosted::HeldRecords *const held = hosted::keeper.held.get();
+  hosted::HeldRecords *const held = hosted::keeper.held;
   if (held == nullptr || held->Records().empty()) return;
   const int error = errno;
   std::array<iovec, hosted::HeldRecords::kMost> parts;

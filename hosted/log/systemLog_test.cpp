@@ -195,7 +195,7 @@ TEST(SystemLog, SendsTogetherWhatAThreadKeeps) {
   using Messages = std::vector<std::string>;
   LogText("finds no journal");
   std::thread([] {
-    Hyk_HoldLog();
+    Hyk_HoldLog(true);
     {
       LogListener listener;
       LogText("first");
@@ -230,16 +230,18 @@ TEST(SystemLog, SendsTogetherWhatAThreadKeeps) {
                 Hyk_FlushLog();
               }),
               "rynd: nobody\nrynd: there\n");
+    Hyk_HoldLog(false);
   }).join();
 
   LogListener listener;
   std::thread([] {
-    Hyk_HoldLog();
+    Hyk_HoldLog(true);
     for (int i = 0; i < 1000; ++i) {
       LogText("stalled");
       if (i % 3 == 2) Hyk_FlushLog();
     }
-  }).join();  // its end sends what it kept
+    Hyk_HoldLog(false);  // which sends what is left
+  }).join();
   Messages messages = listener.AllMessages();
   LogText("passes");
   messages.push_back(listener.NextMessage());

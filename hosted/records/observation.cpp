@@ -1,6 +1,8 @@
 // Observations and their plain accessors. One thread at a time an observation.
 #include "hosted/records/observation.h"
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -38,12 +40,21 @@ bool IndexArguments(Observation *observation) {
   return true;
 }
 
-/// The calling thread's last observation that was freed: a thread has one at a time, and makes the next one of it.
-thread_local std::unique_ptr<Observation> spare;
+/// Observations that were freed: a thread has one at a time, and makes the next one of it. Some more than there are
+/// agents, which get one each; other threads share.
+std::array<std::atomic<Observation *>, 32> spares;
+std::atomic<uint32_t> spareUsers = 0;
+
+std::atomic<Observation *> &OwnSpare() {
+  thread_local constinit uint32_t number = 0;
+  if (number == 0) number = ++spareUsers;
+  return spares[number % spares.size()];
+}
 
 /// A new observation of nothing, or null without memory.
 Observation *NewObservation() {
-  return spare != nullptr ? spare.release() : new (std::nothrow) Observation;
+  Observation *const spare = OwnSpare().exchange(nullptr, std::memory_order_acquire);
+  return spare != nullptr ? spare : new (std::nothrow) Observation;
 }
 
 /// Whether an integer can be represented in `bits` (below 64) bits, signed or unsigned.
@@ -104,7 +115,7 @@ void Ryn_Free(Observation *observation) {
   hosted::RecordDone();
   observation->bytes.reset();
   observation->manyOffsets.reset();
-  hosted::spare.reset(observation);
+  delete hosted::OwnSpare().exchange(observation, std::memory_order_acq_rel);
 }
 
 int Ryn_GetID(const Observation *observation, const char **id) {

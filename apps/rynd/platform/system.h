@@ -18,9 +18,9 @@ struct HykSyslogParam {
                                                       const HykSyslogParam *params, const char *format,
                                                       va_list arguments);
 
-/// From now on the calling thread's records wait to be sent together. It calls Hyk_FlushLog() before it waits for
-/// anything else than its next work, and when its work is done; what waits when it ends is sent then.
-void Hyk_HoldLog();
+/// Whether the calling thread's records wait from now on, to be sent together. It then calls Hyk_FlushLog() before it
+/// waits for anything, and this with false before it ends, which sends what waits.
+void Hyk_HoldLog(bool hold);
 /// Send the calling thread's records that wait, in their order. Blocks for at most 100 ms a record.
 void Hyk_FlushLog();
 

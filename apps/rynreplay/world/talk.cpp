@@ -74,5 +74,5 @@ Delivery Log(const char *format, ...) {
 
 }  // namespace hosted
 
-void Hyk_HoldLog() {}
+void Hyk_HoldLog(bool) {}
 void Hyk_FlushLog() {}

@@ -52,7 +52,7 @@ int AgentInit(const char *name, const std::vector<const char *> &prefixes, const
     Log("Failed to initialize agent %s (error code: %d) \n", name, status);
     return status;
   }
-  Hyk_HoldLog();
+  Hyk_HoldLog(true);
   AgentReady();
   return 0;
 }

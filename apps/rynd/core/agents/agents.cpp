@@ -57,7 +57,7 @@ unsigned AgentIdentity(AgentFunction function) {
 /// Tell StopAgents that the agent of `slot` has nothing left to do.
 void AgentEnded(const AgentSlot *slot) {
   AgentReady();
-  Hyk_FlushLog();
+  Hyk_HoldLog(false);
   CurrentAgentStatistics()->isAlive = false;
   Progress &progress = AgentProgress();
   MutexLock lock(progress.mutex);
