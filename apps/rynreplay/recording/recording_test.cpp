@@ -1,6 +1,8 @@
 // Recordings that no daemon made: what is told to whom, and what a replay makes of differences, of damage and of size.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -233,7 +235,10 @@ TEST(Recording, PlaysHoursInSeconds) {
     const auto steps = StepReader::Open(path, 0, &error);
     ASSERT_NE(steps, nullptr) << error;
     Counter counter;
+    const auto before = std::chrono::steady_clock::now();
     const Totals totals = Player(steps.get(), {}, &counter).Play();
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - before;
+    printf("%lu observations, %lu events: %.1f s\n", count, totals.events, took.count());
     EXPECT_GT(totals.observations, count * 9 / 10);
     EXPECT_GT(totals.events, count / 100);
   });

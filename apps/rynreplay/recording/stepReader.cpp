@@ -263,6 +263,11 @@ std::vector<std::string> StepReader::Missing() const {
   if (lost_ > 0) sentences.push_back(Count(lost_, "entry").append(" could not be recorded"));
   if (unknown_ > 0)
     sentences.push_back(Count(unknown_, "observation").append(" that were taken are not in the recording"));
+  size_t untaken = 0;
+  for (const auto &[place, stream] : streams_) untaken += stream.size();
+  if (isOver_ && untaken > 0) {
+    sentences.push_back(Count(untaken, "observation").append(" waited for their agents when the recording ended"));
+  }
   for (const flight::Finding &finding : reader_->Findings()) {
     sentences.push_back(finding.file + " at " + std::to_string(finding.offset) + ": " + finding.what + ", " +
                         Count(finding.bytes, "byte") + " skipped");

@@ -1,8 +1,13 @@
 // The command "replay".
+#include <cerrno>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <utility>
 #include <vector>
 
+#include "flight/redact.h"
 #include "replay/recording/player.h"
 #include "replay/recording/traceSource.h"
 #include "replay/reports/commands.h"
@@ -25,6 +30,24 @@ std::pair<std::string, std::string> ToSetting(const std::string &text) {
   return {text.substr(0, end), text.substr(end + 1)};
 }
 
+/// Copy the recording at `path` without its names.
+int Redact(const std::string &path, const std::string &to, rynctl::Console *console) {
+  if (std::filesystem::exists(to)) {
+    console->Fail(to + ": it is there already");
+    return kUnusable;
+  }
+  std::ofstream out(to, std::ios::binary);
+  const std::string error = out ? flight::Redact(path, &out) : "";
+  if (!error.empty() || !out.flush()) {
+    console->Fail(error.empty() ? to + ": " + std::strerror(errno) : error);
+    std::error_code ignored;
+    std::filesystem::remove(to, ignored);
+    return kUnusable;
+  }
+  console->out << "Written: " << to << '\n';
+  return console->Flush();
+}
+
 int64_t NowUs() {
   return int64_t{time(nullptr)} * 1'000'000;
 }
@@ -34,7 +57,7 @@ int64_t NowUs() {
 int ReplayCommand(const rynctl::Words &words, rynctl::Console &console) {
   rynctl::CommandLine line("Run the daemon's agents over a flight recording again, and compare what they post.",
                            "rynctl replay");
-  std::string path, trace, speed = "max", until, color = "auto";
+  std::string path, trace, redacted, speed = "max", until, color = "auto";
   std::vector<std::string> settings;
   bool json = false;
   line.Footer(
@@ -45,6 +68,7 @@ int ReplayCommand(const rynctl::Words &words, rynctl::Console &console) {
       "  rynctl replay flight.rec --set sysinfo/config/intOpts/Net/LinkFlappingThreshold=3");
   line.Take("FILE", &path, "Recording, or folder of one");
   line.Take("--from-trace", &trace, "Take the observations of a saved 'rynctl trace --json' instead").Shown("FILE");
+  line.Take("--redact", &redacted, "Write a copy without its names instead, which replays alike").Shown("OUT");
   line.Take("--speed", &speed, "As fast as it goes, or as it happened").OneOf({"max", "1"});
   line.Take("--until", &until, "Stop in front of this time").Shown("TIME");
   line.Take("--set", &settings, "Have a file below the host tree hold something else")
@@ -55,6 +79,10 @@ int ReplayCommand(const rynctl::Words &words, rynctl::Console &console) {
   line.Take("--color", &color, "Color").OneOf({"auto", "always", "never"});
   if (const std::optional<int> status = line.Parse(words, console)) return *status;
   if (path.empty() == trace.empty()) return line.UsageError("either FILE or --from-trace is required", console);
+  if (!redacted.empty()) {
+    if (path.empty()) return line.UsageError("--redact needs FILE", console);
+    return Redact(path, redacted, &console);
+  }
 
   PlayOptions options;
   options.takesItsTime = speed == "1";

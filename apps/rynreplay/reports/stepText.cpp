@@ -1,5 +1,6 @@
 #include "replay/reports/stepText.h"
 
+#include "catalog/catalog.h"
 #include "core/basics/rawRecord.h"
 #include "hosted/records/rawRecord.h"
 #include "text/escape.h"
@@ -48,6 +49,25 @@ std::vector<std::string> StepArguments(const Step &step) {
   std::vector<std::string> texts;
   for (const hosted::RawArgument &argument : ArgumentsOf(step)) texts.push_back(ArgumentText(argument));
   return texts;
+}
+
+std::vector<std::string> ArgumentFaults(const Step &step) {
+  const catalog::Observation *known = catalog::FindObservation(StepId(step));
+  std::vector<std::string> faults;
+  if (known == nullptr || known->anyArguments) return faults;
+  const std::vector<hosted::RawArgument> arguments = ArgumentsOf(step);
+  for (size_t i = 0; i < known->arguments.size(); ++i) {
+    const catalog::Argument &wanted = known->arguments[i];
+    const std::string which = "argument " + std::to_string(i + 1) + " (" + wanted.name + ") ";
+    if (i >= arguments.size()) {
+      if (!wanted.optional) faults.push_back(which + "is missing");
+      continue;
+    }
+    const bool isInteger =
+        arguments[i].kind == hosted::ArgumentKind::kSigned || arguments[i].kind == hosted::ArgumentKind::kUnsigned;
+    if (isInteger == (wanted.type == "s")) faults.push_back(which + (isInteger ? "is no text" : "is no integer"));
+  }
+  return faults;
 }
 
 std::string StepText(const Step &step) {

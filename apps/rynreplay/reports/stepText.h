@@ -17,6 +17,10 @@ std::string_view StepId(const Step &step);
 /// The texts and numbers that the observation of a step carries.
 std::vector<std::string> StepArguments(const Step &step);
 
+/// What of the arguments of a step's observation is otherwise than the catalogue says, such as "argument 2
+/// (previous_state) is missing".
+std::vector<std::string> ArgumentFaults(const Step &step);
+
 /// The event that an outcome shows: the recorded one where there is one, since its stamp is the host's. Its texts are
 /// borrowed from `outcome`. One that was dropped has no more than its name.
 eventrecord::DecodedEvent EventOf(const Outcome &outcome);

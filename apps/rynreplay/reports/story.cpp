@@ -97,6 +97,10 @@ Scene ToScene(const PlayedStep &step) {
       scene.text = outcome.replayed.settled + " has settled";
     }
   }
+  // A handler that cannot read its arguments ends without a word.
+  if (scene.posts.empty()) {
+    for (std::string &fault : ArgumentFaults(step.what)) scene.reasons.push_back(std::move(fault));
+  }
   return scene;
 }
 

@@ -1,13 +1,18 @@
 // Stands in for core/basics/clock.cpp.
 #include "replay/world/clock.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "replay/world/world.h"
 
 namespace replay {
 
 void Clock::Set(int64_t monotonicNs, uint64_t wallUs) {
-  monotonicNs_ = monotonicNs;
-  wallAheadNs_ = static_cast<int64_t>(wallUs) * 1000 - monotonicNs;
+  // In the year 2116: sums of nanoseconds hold it, whatever a recording says.
+  constexpr int64_t kMostNs = std::numeric_limits<int64_t>::max() / 2;
+  monotonicNs_ = std::clamp<int64_t>(monotonicNs, 0, kMostNs);
+  wallAheadNs_ = static_cast<int64_t>(std::min<uint64_t>(wallUs, kMostNs / 1000)) * 1000 - monotonicNs_;
 }
 
 void Clock::Tell(const std::vector<ClockRead> &reads) {

@@ -8,7 +8,6 @@
 #include "core/basics/cause.h"
 #include "core/basics/reason.h"
 #include "platform/system.h"
-#include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
 #include "replay/world/world.h"
 
@@ -43,15 +42,12 @@ namespace rynd {
 bool PassesRateLimit(int64_t now, const char *eventNamespace, const char *shortId) {
   const std::string name = std::string(eventNamespace) + shortId;
   if (replay::TheWorld().posts.PassesRateLimit(now, name)) return true;
-  replay::TheWorld().posts.Add({name, "rate", {}, {}});
   Reason("the rate limit drops %s: %u events in %ld seconds have passed", name.c_str(), RateLimit::kMaxEvents,
          RateLimit::kWindowS);
   return false;
 }
 
-int SendToMgmtd(const std::byte *record, size_t length) {
-  replay::TheWorld().posts.Add(
-      {reinterpret_cast<const char *>(record + kEventNameOffset), "", {record, record + length}, {}});
+int SendToMgmtd(const std::byte * /*record*/, size_t /*length*/) {
   return replay::TheWorld().posts.Deliver() ? 0 : -1;
 }
 

@@ -164,13 +164,12 @@ void RunSeed(uint64_t seed, uint64_t steps) {
   EXPECT_GE(judge.Restores(), seed % 2 == 0 ? 10u : 0u) << seed;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr uint64_t kSteps = 100'000;
-#elif defined(__has_feature)
-constexpr uint64_t kSteps = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ? 100'000 : 1'000'000;
+#if defined(__has_feature)
+constexpr bool kIsSlow = RYND_EMULATED || __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
-constexpr uint64_t kSteps = 1'000'000;
+constexpr bool kIsSlow = RYND_EMULATED;
 #endif
+constexpr uint64_t kSteps = kIsSlow ? 100'000 : 1'000'000;
 
 TEST(RandomSteps, WhatHoldsForAnyHost) {
   const uint64_t first = FromEnvironment("RYND_SEED", 20261121);

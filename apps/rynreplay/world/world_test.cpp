@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "core/basics/statistics.h"
@@ -74,8 +75,12 @@ TEST(SimulatedHours, EventsThatWaitAreTriedEachMinuteAndGoOutInOrder) {
     EXPECT_EQ(Events().waiting, 50u);
     hours.At(59.9);
     EXPECT_EQ(Events().retries.Get(), 0u);
-    // A whole day without an agent: one attempt a minute, and nothing is lost.
-    hours.At(86'400);
+    // A whole day without an agent, while the wall clock is set again and again: one attempt a minute.
+    for (int hour = 1; hour <= 24; ++hour) {
+      hours.At(3'600 * hour);
+      const int64_t nowNs = hours.Its().clock.MonotonicNs();
+      hours.Its().clock.Set(nowNs, 1'700'000'000'000'000 + static_cast<uint64_t>(hour % 3) * 90'000'000'000);
+    }
     EXPECT_EQ(Events().retries.Get(), 1'440u);
     EXPECT_EQ(Events().waiting, 50u);
     hours.Its().posts.SetAccepting(true);
@@ -188,6 +193,25 @@ TEST(SimulatedHours, UplinksSettleByTheirTimersAndAWatchdogKeepsThemSilent) {
       hours.At(30 * 86'400.0 + 60 * i);
       hours.Observe("ryn.net.hynic.linkstate.down", {Str("hynic0")});
     }
+    EXPECT_EQ(hours.Posted(), Texts{});
+  });
+}
+
+TEST(SimulatedHours, AWatchdogDecidesWhatItsUplinkTells) {
+  InOwnProcess([] {
+    Hours hours;
+    for (const char *uplink : {"hynic0", "hynic1", "hynic2"})
+      hours.Observe("ryn.net.uplink.watchdog.timeout", {Str(uplink)});
+    hours.Observe("ryn.net.hynic.linkstate.down", {Str("hynic0")});
+    hours.Observe("ryn.net.hynic.linkstate.down", {Str("hynic1")});
+    hours.Observe("ryn.net.hynic.linkstate.up", {Str("hynic1")});
+    hours.At(5.9);
+    EXPECT_EQ(hours.Posted(), Texts{});
+    hours.At(8);
+    Texts decided = hours.Posted();
+    std::ranges::sort(decided);
+    EXPECT_EQ(decided, (Texts{"amb.problem.net.hynic.linkstate.down", "amb.problem.net.hynic.watchdog.reset"}));
+    hours.At(86'400);
     EXPECT_EQ(hours.Posted(), Texts{});
   });
 }
