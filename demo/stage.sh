@@ -5,12 +5,18 @@ root=$(mktemp -d /tmp/rynd-demo-XXXXXX)
 export CORVANE_ROOT=$root
 mkdir -p "$root/var/run/corvane"
 pids=""
+# The daemon's flight recording is kept in the folder $DEMO_FLIGHT, where that is set.
+if [ -n "${DEMO_FLIGHT:-}" ]; then
+  mkdir -p "$root/var/lib/corvane/host/sysinfo/config/intOpts/Flight"
+  echo 16 >"$root/var/lib/corvane/host/sysinfo/config/intOpts/Flight/Megabytes"
+fi
 
 cleanup() {
   status=$?
   trap - EXIT INT TERM
   for pid in $pids; do kill -TERM "$pid" 2>/dev/null || true; done
   for pid in $pids; do wait "$pid" 2>/dev/null || true; done
+  [ -z "${DEMO_FLIGHT:-}" ] || cp -r "$root/var/lib/corvane/flight" "$DEMO_FLIGHT"
   rm -rf "$root"
   exit $status
 }

@@ -1,0 +1,102 @@
+// What the real daemon recorded under load, with its threads, replayed: the same events of each agent.
+// RYND_RECORDED_SEEDS: how many seeds.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "testing/daemon.h"
+#include "testing/flight/recordedDaemon.h"
+#include "testing/replay/randomHost.h"
+
+namespace testing_support {
+namespace {
+
+constexpr unsigned kSenders = 4;
+constexpr unsigned kRecordsEach = 2'500;
+
+/// Change a file of the host; `place` is that of the thread that does.
+void Apply(const TestRoot &root, const HostChange &change, unsigned place) {
+  const std::string path = root / "/var/lib/corvane/host/" + change.path;
+  if (!change.text) {
+    std::filesystem::remove(path);
+    return;
+  }
+  // As a whole, since the daemon reads it meanwhile.
+  const std::string made = root / "/made" + std::to_string(place);
+  WriteFile(made, *change.text + "\n");
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::filesystem::rename(made, path);
+}
+
+/// Send records to kernel contexts of its own and, as a program, to the user context; change the host now and then.
+void Send(const TestRoot &root, uint64_t seed, unsigned place) {
+  RandomHost host(seed * kSenders + place, place == 0 ? 5'000 : 20);
+  std::array<base::UniqueFd, 4> ends;
+  for (unsigned i = 0; i < ends.size() - 1; ++i) ends[i] = ConnectKernel(root, place * 7 + i);
+  ends.back() = ConnectUser(root);
+  for (unsigned i = 0; i < kRecordsEach; ++i) {
+    const std::string record = host.NextRecord(1'700'000'000'000'000 + i);
+    const auto *bytes = reinterpret_cast<const std::byte *>(record.data());
+    ASSERT_TRUE(SendRecord(ends[host.Draw(ends.size())], {bytes, bytes + record.size()}));
+    if (host.Draw(50) == 0) Apply(root, host.NextChange(), place);
+    if (host.Draw(500) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+}
+
+/// The output of a shell's command, its exit status behind it.
+std::string Shell(const std::string &command) {
+  std::string output;
+  FILE *pipe = popen(command.c_str(), "r");
+  char part[4096];
+  for (size_t got = 0; (got = fread(part, 1, sizeof part, pipe)) > 0;) output.append(part, got);
+  return output + "status " + std::to_string(WEXITSTATUS(pclose(pipe)));
+}
+
+TEST(Recorded, ReplaysEqualWhateverWasSentAndWhoRaced) {
+  const char *wanted = getenv("RYND_RECORDED_SEEDS");
+  const unsigned seeds = wanted == nullptr ? 2 : static_cast<unsigned>(strtoul(wanted, nullptr, 10));
+  for (unsigned seed = 1; seed <= seeds; ++seed) {
+    TestRoot root;
+    TurnOnRecorder(root);
+    std::filesystem::create_directories(root / "/hyfs/volumes");
+    for (const HostChange &change : RandomHost(seed).Begin()) Apply(root, change, 0);
+    {
+      LogListener log(root / "/dev/log");
+      EventListener events(root / "/var/run/corvane/mgmtd-kprob.sock");
+      Daemon daemon(root);
+      ASSERT_TRUE(log.Lines().WaitFor("rynd setup completed"));
+      std::vector<std::thread> senders;
+      for (unsigned place = 0; place < kSenders; ++place) {
+        senders.emplace_back([&, place] { Send(root, seed, place); });
+      }
+      for (std::thread &sender : senders) sender.join();
+      std::this_thread::sleep_for(std::chrono::seconds(4));  // for what settles
+      ASSERT_EQ(daemon.Stop(), 0);
+      EXPECT_GT(events.Records().Count(), 500u) << seed;
+    }
+    const std::string replay = std::string(RYNCTL_PROGRAM) + " replay " + FlightFolder(root) + " 2>&1";
+    const std::string replayed = Shell(replay);
+    EXPECT_TRUE(replayed.ends_with("status 0"))
+        << "seed " << seed << "\n"
+        << replayed.substr(replayed.size() - std::min<size_t>(replayed.size(), 3'000));
+    EXPECT_NE(replayed.find(", all as recorded."), std::string::npos);
+    EXPECT_EQ(Shell(replay), replayed);
+    // So does a copy without names.
+    const std::string rynctl = std::string(RYNCTL_PROGRAM) + " replay ";
+    const std::string redacted = root / "/redacted.rec";
+    EXPECT_TRUE(Shell(rynctl + FlightFolder(root) + " --redact " + redacted + " 2>&1").ends_with("status 0"));
+    const std::string again = Shell(rynctl + redacted + " 2>&1");
+    EXPECT_TRUE(again.ends_with("status 0")) << again.substr(again.size() - std::min<size_t>(again.size(), 3'000));
+    EXPECT_EQ(again.substr(again.rfind('\n', again.rfind("all as recorded"))),
+              replayed.substr(replayed.rfind('\n', replayed.rfind("all as recorded"))));
+    if (HasFailure())
+      std::filesystem::copy(FlightFolder(root), testing::TempDir() + "recorded-" + std::to_string(seed));
+  }
+}
+
+}  // namespace
+}  // namespace testing_support
