@@ -14,6 +14,7 @@ namespace replay {
 namespace {
 
 constexpr size_t kMostSettings = 8;  ///< shown of one step
+constexpr uint64_t kLeastKey = 16;   ///< among numbers
 
 /// Whether `text` holds `word` with no letter or digit beside it.
 bool HoldsWord(std::string_view text, std::string_view word) {
@@ -33,6 +34,7 @@ std::string SettingText(const HostAnswer &answer) {
     case HostOperation::kList: {
       std::string names = answer.bytes;
       std::ranges::replace(names, '\n', ' ');
+      if (names.ends_with(' ')) names.pop_back();
       return answer.path + " holds " + (names.empty() ? "nothing" : names);
     }
     case HostOperation::kExists:
@@ -40,7 +42,7 @@ std::string SettingText(const HostAnswer &answer) {
     case HostOperation::kWrite:
       return answer.path + " was written";
     case HostOperation::kAction:
-      return "it did " + answer.path;
+      return "done to the host: " + answer.path;
   }
   return "";
 }
@@ -104,8 +106,17 @@ Scene ToScene(const PlayedStep &step) {
   return scene;
 }
 
-std::vector<std::string> KeysOf(const eventrecord::DecodedEvent &event) {
+std::vector<std::string> KeysOf(const eventrecord::DecodedEvent &event, const Scene &scene) {
   std::vector<std::string> keys;
+  // What the observation that it came of carried, too; small numbers are about anything.
+  for (const hosted::EventArgument &argument : event.arguments) {
+    if (argument.kind != MsgFmtKind::kString && argument.bits < kLeastKey) continue;
+    std::vector<std::string> values;
+    AddValue(argument, false, &values);
+    for (std::string &value : values) {
+      if (std::ranges::find(scene.arguments, value) != scene.arguments.end()) keys.push_back(std::move(value));
+    }
+  }
   const catalog::Event *entry = catalog::FindEvent(event.name);
   if (entry != nullptr) {
     for (size_t i = 0; i < event.arguments.size() && i < entry->arguments.size(); ++i) {

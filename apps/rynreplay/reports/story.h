@@ -31,9 +31,9 @@ struct Scene {
 /// The scene of a step.
 Scene ToScene(const PlayedStep &step);
 
-/// The texts and numbers that say what an event is about: the arguments of its subject, or all of its texts when that
-/// is the host.
-std::vector<std::string> KeysOf(const eventrecord::DecodedEvent &event);
+/// The texts and numbers that say what an event of this scene is about: the arguments of its subject, what it shares
+/// with the scene's observation, or all of its texts.
+std::vector<std::string> KeysOf(const eventrecord::DecodedEvent &event, const Scene &scene);
 
 /// Print a scene, each line behind `indent`.
 void PrintScene(const Scene &scene, const std::string &indent, std::ostream *out);

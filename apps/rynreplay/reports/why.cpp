@@ -51,7 +51,7 @@ void Why::Keep(const Outcome &outcome, const eventrecord::DecodedEvent &event, c
   }
   answer.text = rynctl::EscapeForTerminal(event.text);
   answer.scene = scene;
-  std::vector<std::string> keys = KeysOf(event);
+  std::vector<std::string> keys = KeysOf(event, scene);
   // What has settled says what it is about: "uplink hynic0: link down".
   if (const std::string &settled = outcome.replayed.settled; settled.starts_with("uplink ")) {
     keys.push_back(settled.substr(7, settled.rfind(": ") - 7));
@@ -102,7 +102,7 @@ void WhyNot::Played(const PlayedStep &step) {
   seenOfOthers_ += isOfIt && !isAbout ? 1 : 0;
   for (const Outcome &outcome : step.outcomes) {
     if (outcome.replayed.name != name_ || outcome.kind == Outcome::Kind::kMissing) continue;
-    const std::vector<std::string> keys = KeysOf(EventOf(outcome));
+    const std::vector<std::string> keys = KeysOf(EventOf(outcome), scene);
     const bool isEventAbout = isAbout || std::ranges::find(keys, subject_) != keys.end();
     if (!isEventAbout) continue;
     if (!DropReasonOf(outcome).empty()) {
