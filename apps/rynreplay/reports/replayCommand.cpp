@@ -68,7 +68,7 @@ int ReplayCommand(const rynctl::Words &words, rynctl::Console &console) {
       "  rynctl replay flight.rec --set sysinfo/config/intOpts/Net/LinkFlappingThreshold=3");
   line.Take("FILE", &path, "Recording, or folder of one");
   line.Take("--from-trace", &trace, "Take the observations of a saved 'rynctl trace --json' instead").Shown("FILE");
-  line.Take("--redact", &redacted, "Write a copy without its names instead, which replays alike").Shown("OUT");
+  line.Take("--redact", &redacted, "Write a copy without its names instead").Shown("OUT");
   line.Take("--speed", &speed, "As fast as it goes, or as it happened").OneOf({"max", "1"});
   line.Take("--until", &until, "Stop in front of this time").Shown("TIME");
   line.Take("--set", &settings, "Have a file below the host tree hold something else")
