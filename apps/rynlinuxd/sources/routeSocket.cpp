@@ -2,10 +2,19 @@
 
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
 
 namespace rynlinuxd {
 namespace {
+
+/// One for all, since it is used for the time of a call alone. A message that does not fit is cut; the kernel makes
+/// none that long.
+std::span<std::byte> Buffer() {
+  constexpr size_t kBuffer = 32768;
+  static std::array<std::byte, kBuffer> buffer;
+  return buffer;
+}
 
 int OpenRoute(uint32_t groups, int flags, base::UniqueFd *out) {
   base::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | flags, NETLINK_ROUTE));
@@ -29,11 +38,12 @@ int RouteSocket::Open(uint32_t groups, int bufferSize) {
 bool RouteSocket::Receive(const std::function<void(std::span<const std::byte>)> &take) {
   // Others are served in between, and a flood still gets its buffer emptied.
   constexpr int kMostReads = 256;
+  const std::span<std::byte> buffer = Buffer();
   bool isWhole = true;
   for (int i = 0; i < kMostReads; ++i) {
     sockaddr_nl sender{};
     socklen_t size = sizeof sender;
-    const ssize_t got = recvfrom(socket_.Get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT,
+    const ssize_t got = recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
                                  reinterpret_cast<sockaddr *>(&sender), &size);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0 && errno == ENOBUFS) {
@@ -42,7 +52,7 @@ bool RouteSocket::Receive(const std::function<void(std::span<const std::byte>)> 
     }
     if (got < 0) break;
     // Privileged programs may send to this socket too.
-    if (sender.nl_pid == 0) take({buffer_.data(), static_cast<size_t>(got)});
+    if (sender.nl_pid == 0) take({buffer.data(), static_cast<size_t>(got)});
   }
   return isWhole;
 }
@@ -53,12 +63,13 @@ int RouteSocket::ReadAll(std::span<const std::byte> request, const Parse &parse)
   const timeval limit{2, 0};
   setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   if (send(socket.Get(), request.data(), request.size(), 0) < 0) return errno;
+  const std::span<std::byte> buffer = Buffer();
   bool isInterrupted = false;
   while (true) {
-    const ssize_t got = recv(socket.Get(), buffer_.data(), buffer_.size(), 0);
+    const ssize_t got = recv(socket.Get(), buffer.data(), buffer.size(), 0);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return errno;
-    const DatagramEnd end = parse({buffer_.data(), static_cast<size_t>(got)});
+    const DatagramEnd end = parse({buffer.data(), static_cast<size_t>(got)});
     if (end.error != 0) return end.error;
     isInterrupted = isInterrupted || end.isInterrupted;
     if (end.isDone) return isInterrupted ? EINTR : 0;

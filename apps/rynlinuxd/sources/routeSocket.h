@@ -1,7 +1,6 @@
 // The kernel's messages about links and addresses (rtnetlink), and readings of all of them. Needs no right. One thread.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -28,11 +27,7 @@ class RouteSocket {
   int ReadAll(std::span<const std::byte> request, const Parse &parse);
 
  private:
-  /// A message that does not fit is cut; the kernel makes none that long.
-  static constexpr size_t kBuffer = 32768;
-
   base::UniqueFd socket_;
-  std::array<std::byte, kBuffer> buffer_{};
 };
 
 }  // namespace rynlinuxd
