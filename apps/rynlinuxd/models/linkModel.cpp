@@ -182,8 +182,7 @@ void LinkModel::TellPort(const Nic &nic, bool isLastWord, bool isBaseline) {
   report.isBaseline = isBaseline;
   report.isLastWord = isLastWord;
   // A bridge is port group and switch in one.
-  report.hostPath = "net/portgroups/" + hosted::HostComponent(name.c_str());
-  report.hostText = name;
+  report.files = {{"net/portgroups/" + hosted::HostComponent(name.c_str()), name}};
   bridges_[nic.facts.bridge] = name;
   reporter_->Tell(std::move(report));
 }

@@ -11,6 +11,12 @@
 
 namespace rynlinuxd {
 
+/// A file of the host tree, and what it is to hold.
+struct HostFile {
+  std::string path;
+  std::string text;
+};
+
 /// One observation. With an empty `key` it is told once, whatever was told before; else it is a state of the object
 /// that `key` names for good (by MAC, UUID and the like), and told when that object's last told state is another one.
 struct Report {
@@ -18,12 +24,11 @@ struct Report {
   std::string message;  ///< for the trace feed
   std::vector<hosted::RawArgument> arguments;
   std::string key{};
-  std::string state{};      ///< "" is how an object is that nothing was ever told of
-  bool isOpen = false;      ///< a problem: told again to a daemon that was started anew
-  bool isBaseline = false;  ///< of an object that is new to the ledger, kept without telling it
-  bool isLastWord = false;  ///< told even when it is the last told state
-  std::string hostPath{};   ///< a file of the host tree that the daemon reads when it gets this; "" for none
-  std::string hostText{};   ///< what that file is to hold
+  std::string state{};            ///< "" is how an object is that nothing was ever told of
+  bool isOpen = false;            ///< a problem: told again to a daemon that was started anew
+  bool isBaseline = false;        ///< of an object that is new to the ledger, kept without telling it
+  bool isLastWord = false;        ///< told even when it is the last told state
+  std::vector<HostFile> files{};  ///< that the daemon reads when it gets this: written before it is sent
 };
 
 inline hosted::RawArgument Text(std::string_view text) {

@@ -64,11 +64,9 @@ void Sink::Flush() {
 void Sink::Send() {
   while (!outbox_.Empty()) {
     const Report &report = outbox_.Front();
-    if (!report.hostPath.empty()) {
+    for (const HostFile &file : report.files) {
       std::string held;
-      if (hosted::ReadHostText(report.hostPath, &held) != 0 || held != report.hostText) {
-        hosted::WriteHostText(report.hostPath, report.hostText);
-      }
+      if (hosted::ReadHostText(file.path, &held) != 0 || held != file.text) hosted::WriteHostText(file.path, file.text);
     }
     const auto bytes = hosted::EncodeRecord({++sequence_, WallClockUs(), report.id, report.message, report.arguments});
     const int error = link_.Send(bytes);
