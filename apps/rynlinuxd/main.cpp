@@ -29,7 +29,7 @@ int Fail(int status, const std::string &text) {
 int Check(EventLoop *loop, std::vector<std::unique_ptr<Source>> sources) {
   int status = kDone;
   for (const SourceState &state : loop->Start(std::move(sources))) {
-    std::printf("%-12s %s\n", state.name, StateText(state).c_str());
+    std::printf("%-14s %s\n", state.name, StateText(state).c_str());
     if (state.error != 0) status = kFailed;
   }
   return status;

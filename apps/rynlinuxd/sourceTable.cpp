@@ -15,6 +15,7 @@ struct SourceRow {
 
 constexpr auto kSources = std::to_array<SourceRow>({
     {"links", MakeLinks},
+    {"bonds", MakeBonds},
     {"tx-timeouts", MakeTxTimeouts},
     {"addresses", MakeAddresses},
     {"crashes", MakeCrashes},

@@ -8,6 +8,7 @@
 namespace rynlinuxd {
 
 std::unique_ptr<Source> MakeLinks();
+std::unique_ptr<Source> MakeBonds();
 std::unique_ptr<Source> MakeTxTimeouts();
 std::unique_ptr<Source> MakeAddresses();
 std::unique_ptr<Source> MakeCrashes();
