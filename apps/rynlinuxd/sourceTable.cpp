@@ -24,6 +24,7 @@ constexpr auto kSources = std::to_array<SourceRow>({
     {"oom", MakeOutOfMemory},
     {"raid", MakeRaid},
     {"disks", MakeDisks},
+    {"multipath", MakeMultipath},
     {"machine-checks", MakeMachineChecks},
     {"pages", MakePages},
     {"boot", MakeBoot},

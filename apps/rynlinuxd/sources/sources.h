@@ -17,6 +17,7 @@ std::unique_ptr<Source> MakeFsErrors();
 std::unique_ptr<Source> MakeOutOfMemory();
 std::unique_ptr<Source> MakeRaid();
 std::unique_ptr<Source> MakeDisks();
+std::unique_ptr<Source> MakeMultipath();
 std::unique_ptr<Source> MakeMachineChecks();
 std::unique_ptr<Source> MakePages();
 std::unique_ptr<Source> MakeBoot();
