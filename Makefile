@@ -5,7 +5,7 @@ SEED ?= 1
 MINUTES ?= 20
 HOURS ?= 1
 
-.PHONY: packages help demo run test check bench campaign soak build programs deps format lint
+.PHONY: packages help demo run test vm-test check bench campaign soak build programs deps format lint
 
 help:
 	@echo 'make demo      install what is missing, build, and watch the daemon work'
@@ -15,6 +15,7 @@ help:
 	@echo 'make bench     the speed ratios, a CSV of them and a plot'
 	@echo 'make campaign  all campaigns and fuzzers for MINUTES in all (20), from SEED (1)'
 	@echo 'make soak      HOURS of observations while everybody round the daemon comes and goes (1)'
+	@echo 'make vm-test   rynlinuxd on a machine of its own, whose devices are pulled and broken'
 	@echo 'make packages  the Debian packages, into build/packages'
 	@echo 'make format    format every source; make lint: look at every source'
 	@echo 'JOBS=n builds and tests with n processes at once.'
@@ -55,6 +56,10 @@ soak: deps
 	@cmake --preset release >$(RELEASE).log 2>&1 || { cat $(RELEASE).log; exit 1; }
 	cmake --build --preset release -j $(JOBS) --target rynd rynd_soak
 	$(RELEASE)/testing/rynd_soak $(HOURS)
+
+# Of this build's programs, without KVM: any machine can.
+vm-test: programs
+	@tools/vm-test $(RELEASE)
 
 build: deps
 	cmake --preset release
