@@ -7,7 +7,7 @@ import shutil
 import subprocess
 
 KEPT = "linux-image-amd64"
-TOOLS = ["ip", "dmsetup", "modprobe", "mkfs.vfat", "mkfs.ext4"]
+TOOLS = ["ip", "dmsetup", "modprobe", "mkfs.vfat", "mkfs.ext4", "setpriv"]
 PROGRAMS = ["rynd", "rynlinuxd", "rynctl"]
 # Those that udev would load.
 MODULES = [

@@ -9,6 +9,10 @@ import time
 
 DISKS = {"shared": "64M", "nvme": "16M", "virtio": "16M"}
 SCSI_WWN = "0x5000c50015ea71ac"
+CAPABILITIES = "+net_admin,+sys_admin,+syslog,+dac_override"
+# As its unit starts it.
+RYNLINUXD = (f"/bin/setpriv --reuid 1000 --regid 1000 --clear-groups --bounding-set -all,{CAPABILITIES}"
+             f" --inh-caps {CAPABILITIES} --ambient-caps {CAPABILITIES} rynlinuxd")
 # Longer than anything settles.
 QUIET = 1.5
 
@@ -45,7 +49,8 @@ class Machine:
         words += ["-qmp", f"unix:{sockets['monitor']},server=on,wait=off"] + devices(self.work)
         for path in sockets.values():
             path.unlink(missing_ok=True)
-        self.process = subprocess.Popen([str(word) for word in words])
+        with open(self.work / "qemu.log", "w", encoding="utf-8") as log:
+            self.process = subprocess.Popen([str(word) for word in words], stdout=log, stderr=log)
         self.channels = {name: self.connect(sockets[name]) for name in ["events", "shell", "monitor"]}
         self.monitor_file = self.channels["monitor"].makefile("rw")
         self.monitor_file.readline()
@@ -134,7 +139,7 @@ class Machine:
     def watch(self):
         """Start rynlinuxd, when its cards have found their links."""
         self.shell("for i in 0 1; do /bin/ip link set eth$i up; done; sleep 3")
-        self.shell("rynlinuxd --poll 1 >/root/rynlinuxd.log 2>&1 & "
+        self.shell(f"{RYNLINUXD} --poll 1 >/root/rynlinuxd.log 2>&1 & "
                    "until grep -q watches. /root/rynlinuxd.log; do sleep 0.2; done; sleep 2")
         self.forget()
 

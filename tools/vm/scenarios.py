@@ -1,13 +1,15 @@
 # What happens to the machine of tools/vm-test, and every event that has to come of it, in order; any other is a failure.
 import time
 
+from machine import RYNLINUXD
+
 WWID = "35000c50015ea71ac"
 LINK = "/bin/ip link"
 
 
 def sources(machine):
-    """Every source watches, but for the one that needs systemd."""
-    said = machine.shell("rynlinuxd --check; true")
+    """With the rights of its unit every source watches, but for the one that needs systemd."""
+    said = machine.shell(f"{RYNLINUXD} --check; true")
     blind = [line for line in said.splitlines() if "not watched" in line and not line.startswith("stop ")]
     if blind or "machine-checks watching" not in said:
         raise AssertionError(said)
