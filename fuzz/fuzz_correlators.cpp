@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "catalog/catalog.h"
-#include "core/agents/runner.h"
 #include "core/basics/clock.h"
 #include "core/basics/timerThread.h"
 #include "correlators/agentTable.h"
@@ -23,18 +22,10 @@
 #include "platform/ryn.h"
 #include "post/mgmtdSocket.h"
 #include "post/ryndKprobQueue.h"
+#include "testing/recordedAgents.h"
 
 namespace rynd {
 namespace {
-
-/// What an agent asks of its runner.
-struct Agent {
-  Handler defaultHandler;
-  HandlerTable table;
-  void (*timerCallback)() = nullptr;
-  int extraFd = -1;
-};
-std::vector<Agent> agents;
 
 struct Timer {
   TimerCallback callback;
@@ -48,23 +39,6 @@ bool isDelivering = true;
 
 }  // namespace
 
-void RunCorrelatorFiltered(const char * /*name*/, const std::vector<const char *> & /*prefixes*/,
-                           const std::vector<const char *> & /*exactIds*/, Handler defaultHandler, HandlerTable table) {
-  agents.push_back({defaultHandler, std::move(table)});
-}
-void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
-                           HandlerTable table) {
-  RunCorrelatorFiltered(name, prefixes, {}, defaultHandler, std::move(table));
-}
-void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table) {
-  RunCorrelatorFiltered(name, {prefix}, {}, defaultHandler, std::move(table));
-}
-void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table,
-                            void (*timerCallback)(), const int *extraFds, int /*extraFdCount*/) {
-  RunCorrelator(name, prefix, defaultHandler, std::move(table));
-  agents.back().timerCallback = timerCallback;
-  agents.back().extraFd = extraFds[0];
-}
 void DispatchObservation(Handler defaultHandler, HandlerTable *table, Observation *observation) {
   const char *id = nullptr;
   Ryn_GetID(observation, &id);
@@ -172,7 +146,7 @@ hosted::RawRecord Record(FuzzedDataProvider *input, const std::string &id) {
 }
 
 void Observe(FuzzedDataProvider *input) {
-  rynd::Agent &agent = rynd::agents[input->ConsumeIntegral<uint8_t>() % rynd::agents.size()];
+  rynd::RecordedAgent &agent = rynd::recordedAgents[input->ConsumeIntegral<uint8_t>() % rynd::recordedAgents.size()];
   const auto ids = agent.table.Ids();
   const size_t place = input->ConsumeIntegral<uint16_t>() % (ids.size() + 1);
   const std::string id = place == ids.size() ? "ryn.nobody.knows" : std::string(ids[place]);
@@ -198,7 +172,7 @@ void Pass(int64_t seconds) {
     timer.intervalS = 0;
     timer.callback();
   }
-  for (const rynd::Agent &agent : rynd::agents) {
+  for (const rynd::RecordedAgent &agent : rynd::recordedAgents) {
     pollfd set{agent.extraFd, POLLIN, 0};
     char ticks[10];
     while (agent.extraFd >= 0 && poll(&set, 1, 0) > 0 && read(agent.extraFd, ticks, sizeof ticks) > 0) {
