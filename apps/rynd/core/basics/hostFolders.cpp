@@ -26,7 +26,7 @@ base::UniqueFd OpenVolumesFolder() {
 std::string ScratchTarget() {
   char target[4095];
   const ssize_t length = readlink((std::string(Hyk_Root()) + kScratch).c_str(), target, sizeof target);
-  const std::string found = length < 0 ? kScratch : std::string(target, static_cast<size_t>(length));
+  std::string found = length < 0 ? kScratch : std::string(target, static_cast<size_t>(length));
   Hyk_RecordLookup("root/scratch", 0, found.c_str());
   return found;
 }
