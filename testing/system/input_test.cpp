@@ -1,5 +1,5 @@
 // What senders can do to the daemon: nothing but have their own bad records discarded. campaign/records_test sends
-// those; here are the longest, and half-closed connections.
+// those; here are the longest, half-closed connections, and everybody at once.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -47,6 +47,34 @@ TEST(Input, NineConnectionsThatHalfCloseLeaveTheDaemonIdle) {
   const auto trace = ConnectTrace(running.root);
   ASSERT_TRUE(SendRecord(user, MakeRecord("ryn.user.good")));
   EXPECT_GT(recv(trace.Get(), &byte, 1, 0), 0);
+  EXPECT_EQ(running.daemon.Stop(), 0);
+}
+
+TEST(Input, AllContextsAndConnectionsAtOnceLoseNothing) {
+  constexpr size_t kKernelContexts = 29, kConnections = 8;
+  RunningDaemon running;
+  const size_t each = IsSlowBuild() ? 50 : 300;
+  std::vector<base::UniqueFd> ends;
+  for (unsigned id = 0; id < kKernelContexts; ++id) ends.push_back(ConnectKernel(running.root, id));
+  for (size_t i = 0; i < kConnections; ++i) ends.push_back(ConnectUser(running.root));
+  std::vector<std::thread> senders;
+  for (size_t number = 0; number < ends.size(); ++number) {
+    senders.emplace_back([&ends, number, each] {
+      for (size_t i = 0; i < each; ++i) {
+        // Programs may speak of user programs alone.
+        const char *about = number < kKernelContexts ? "storage.apd" : "user";
+        const std::string id = std::string("ryn.") + about + ".all" + std::to_string(number * 1000 + i);
+        EXPECT_TRUE(SendRecord(ends[number], MakeRecord(id, {"text"})));
+      }
+    });
+  }
+  for (std::thread &sender : senders) sender.join();
+  EXPECT_TRUE(running.log.Lines().WaitFor(".all", ends.size() * each, 60));
+  for (size_t number = 0; number < ends.size(); ++number) {
+    const std::string what = ".all" + std::to_string(number * 1000 + each - 1);
+    EXPECT_EQ(running.log.Lines().CountOf(what), 1u) << "the last of " << number;
+  }
+  EXPECT_EQ(running.log.Lines().CountOf(".all"), ends.size() * each);
   EXPECT_EQ(running.daemon.Stop(), 0);
 }
 

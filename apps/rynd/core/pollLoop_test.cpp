@@ -84,6 +84,19 @@ TEST_F(PollLoopTest, ClosingInTheMiddleMovesTheLastOneThereAndServesItInTheSameP
   EXPECT_EQ(ReadId(stream_), "ryn.user.last");
 }
 
+TEST_F(PollLoopTest, RecordsThatWaitOnAClosedConnectionAreServedBeforeItGoes) {
+  PollLoop loop(set_, kAllSlots, contexts_);
+  auto client = Connect();
+  Pass(&loop);
+  Send(client, "ryn.user.one");
+  Send(client, "ryn.user.two");
+  client.Reset();
+  for (int i = 0; i < 3; ++i) Pass(&loop);
+  EXPECT_EQ(ReadId(stream_), "ryn.user.one");
+  EXPECT_EQ(ReadId(stream_), "ryn.user.two");
+  EXPECT_EQ(loop.Count(), kFixedSlots);
+}
+
 TEST_F(PollLoopTest, AGoodRecordBehindAFloodOfBadOnesIsServedBeforeItsConnectionGoes) {
   PollLoop loop(set_, kAllSlots, contexts_);
   auto client = Connect();

@@ -84,6 +84,20 @@ class InjectionTableTest : public testing::Test {
   InjectionTable table_{TryToKill};
 };
 
+TEST_F(InjectionTableTest, TriesAgainWhatCouldNotBeFound) {
+  unknownMachines = {1, 3};
+  for (const int32_t machine : {3, 1, 2}) Inject(&table_, 1000, 49, machine);
+  for (const int32_t machine : {3, 1, 2}) Inject(&table_, 1002, 1, machine);
+  EXPECT_EQ(Take(), (Attempts{{3, 50, 0x10, false}, {1, 50, 0x10, false}, {2, 50, 0x10, false}}));
+  table_.Observe(1002, std::nullopt);  // not again in the same second
+  EXPECT_EQ(Take(), Attempts{});
+  Inject(&table_, 1002, 1, 3, 0x9);
+  EXPECT_EQ(Take(), (Attempts{{3, 50, 0x10, false}}));
+  unknownMachines = {1};
+  table_.Observe(1003, std::nullopt);
+  EXPECT_EQ(Take(), (Attempts{{1, 50, 0x10, true}, {3, 50, 0x10, true}}));
+}
+
 TEST_F(InjectionTableTest, DecidesAsThePlainAlgorithmDoes) {
   size_t decided = 0, failed = 0;
   for (unsigned seed = 0; seed < 15; ++seed) {
