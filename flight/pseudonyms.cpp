@@ -13,9 +13,9 @@ constexpr uint64_t kMostTries = 10'000;
 
 /// What the daemon looks for in a text, or puts into one itself.
 constexpr auto kKept = std::to_array<std::string_view>(
-    {"configstore", "hyfs",   "volumes", "scratch",  "GenuineIntel", "Unknown", "unknown",
-     "UNKNOWN",     "USER",   "invalid", "null",     "type",         "user",    "subsystem",
-     "timestamp",   "reason", "reboot",  "poweroff", "ambcli",       "mgmtd"});
+    {"configstore", "hyfs",     "volumes", "scratch", "GenuineIntel", "Unknown",   "unknown",   "UNKNOWN",
+     "USER",        "invalid",  "null",    "type",    "user",         "subsystem", "timestamp", "reason",
+     "reboot",      "poweroff", "ambcli",  "mgmtd",   "dead",         "off",       "standby"});
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';

@@ -53,6 +53,7 @@ constexpr auto kHostRules = std::to_array<HostRule>({
     {"root/", kAll, true},
     {"vms/", kAll, true},
     {"configstore/", kAll, false},
+    {"storage/swap/", kAll, true},
     {"", 2, true},
 });
 

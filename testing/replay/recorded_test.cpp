@@ -85,8 +85,16 @@ TEST(Recorded, ReplaysEqualWhateverWasSentAndWhoRaced) {
         << replayed.substr(replayed.size() - std::min<size_t>(replayed.size(), 3'000));
     EXPECT_NE(replayed.find(", all as recorded."), std::string::npos);
     EXPECT_EQ(Shell(replay), replayed);
-    if (HasFailure())
-      std::filesystem::copy(FlightFolder(root), testing::TempDir() + "recorded-" + std::to_string(seed));
+    const std::string away = root / "/away.rec";
+    EXPECT_EQ(Shell(replay + " --redact " + away), "Written: " + away + "\nstatus 0");
+    const std::string redacted = Shell(std::string(RYNCTL_PROGRAM) + " replay " + away + " 2>&1");
+    EXPECT_TRUE(redacted.ends_with("status 0"))
+        << "seed " << seed << " redacted\n"
+        << redacted.substr(redacted.size() - std::min<size_t>(redacted.size(), 3'000));
+    if (HasFailure()) {
+      std::filesystem::copy(FlightFolder(root), testing::TempDir() + "recorded-" + std::to_string(seed),
+                            std::filesystem::copy_options::overwrite_existing);
+    }
   }
 }
 
