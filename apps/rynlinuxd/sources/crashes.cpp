@@ -21,6 +21,7 @@
 #include "models/crashModel.h"
 #include "sink/clock.h"
 #include "sink/textFile.h"
+#include "sources/kernelDatagrams.h"
 #include "sources/sources.h"
 
 namespace rynlinuxd {
@@ -123,19 +124,9 @@ class Crashes : public Source {
 
   void Ready(int /*fd*/, uint32_t /*events*/, int64_t /*nowNs*/) override {
     std::array<std::byte, 1024> buffer;
-    while (true) {
-      sockaddr_nl sender{};
-      socklen_t size = sizeof sender;
-      const ssize_t got = recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
-                                   reinterpret_cast<sockaddr *>(&sender), &size);
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0 && errno == ENOBUFS) {
-        hosted::Log("Process events were lost: a crash may go untold.");
-        continue;
-      }
-      if (got < 0) return;
-      // Any program may send to this socket.
-      if (sender.nl_pid == 0) Take({buffer.data(), static_cast<size_t>(got)});
+    const auto take = [this](std::span<const std::byte> datagram) { Take(datagram); };
+    if (!ReceiveFromKernel(socket_.Get(), buffer, take)) {
+      hosted::Log("Process events were lost: a crash may go untold.");
     }
   }
 

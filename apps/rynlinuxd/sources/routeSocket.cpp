@@ -5,6 +5,8 @@
 #include <array>
 #include <cerrno>
 
+#include "sources/kernelDatagrams.h"
+
 namespace rynlinuxd {
 namespace {
 
@@ -36,25 +38,7 @@ int RouteSocket::Open(uint32_t groups, int bufferSize) {
 }
 
 bool RouteSocket::Receive(const std::function<void(std::span<const std::byte>)> &take) {
-  // Others are served in between, and a flood still gets its buffer emptied.
-  constexpr int kMostReads = 256;
-  const std::span<std::byte> buffer = Buffer();
-  bool isWhole = true;
-  for (int i = 0; i < kMostReads; ++i) {
-    sockaddr_nl sender{};
-    socklen_t size = sizeof sender;
-    const ssize_t got = recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
-                                 reinterpret_cast<sockaddr *>(&sender), &size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0 && errno == ENOBUFS) {
-      isWhole = false;
-      continue;
-    }
-    if (got < 0) break;
-    // Privileged programs may send to this socket too.
-    if (sender.nl_pid == 0) take({buffer.data(), static_cast<size_t>(got)});
-  }
-  return isWhole;
+  return ReceiveFromKernel(socket_.Get(), Buffer(), take);
 }
 
 int RouteSocket::ReadAll(std::span<const std::byte> request, const Parse &parse) {
