@@ -84,13 +84,6 @@ void RunCorrelatorFiltered(const char *name, const std::vector<const char *> & /
                            HandlerTable table) {
   Keep(name, table);
 }
-void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> & /*prefixes*/, Handler /*defaultHandler*/,
-                           HandlerTable table) {
-  Keep(name, table);
-}
-void RunCorrelator(const char *name, const char * /*prefix*/, Handler /*defaultHandler*/, HandlerTable table) {
-  Keep(name, table);
-}
 void RunCorrelatorWithTimer(const char *name, const char * /*prefix*/, Handler /*defaultHandler*/, HandlerTable table,
                             void (* /*timerCallback*/)(), const int * /*extraFds*/, int /*extraFdCount*/) {
   Keep(name, table);

@@ -1,12 +1,12 @@
 // The command "replay".
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <utility>
 #include <vector>
 
+#include "base/wallClock.h"
 #include "flight/redact.h"
 #include "replay/recording/player.h"
 #include "replay/recording/traceSource.h"
@@ -48,10 +48,6 @@ int Redact(const std::string &path, const std::string &to, rynctl::Console *cons
   return console->Flush();
 }
 
-int64_t NowUs() {
-  return int64_t{time(nullptr)} * 1'000'000;
-}
-
 }  // namespace
 
 int ReplayCommand(const rynctl::Words &words, rynctl::Console &console) {
@@ -88,7 +84,7 @@ int ReplayCommand(const rynctl::Words &words, rynctl::Console &console) {
   options.takesItsTime = speed == "1";
   for (const std::string &setting : settings) options.settings.push_back(ToSetting(setting));
   if (!until.empty()) {
-    const std::optional<int64_t> untilUs = text::ParseTime(until, NowUs());
+    const std::optional<int64_t> untilUs = text::ParseTime(until, base::WallClockUs());
     if (!untilUs) return line.UsageError("--until: '" + until + "' is no time", console);
     options.untilUs = static_cast<uint64_t>(*untilUs);
   }

@@ -86,15 +86,6 @@ void RunCorrelatorFiltered(const char *name, const std::vector<const char *> &pr
   agent.statistics = RegisterAgentStatistics(name);
 }
 
-void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
-                           HandlerTable table) {
-  RunCorrelatorFiltered(name, prefixes, {}, defaultHandler, std::move(table));
-}
-
-void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table) {
-  RunCorrelatorFiltered(name, {prefix}, {}, defaultHandler, std::move(table));
-}
-
 void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table,
                             void (*timerCallback)(), const int *extraFds, int extraFdCount) {
   RunCorrelatorFiltered(name, {prefix}, {}, defaultHandler, std::move(table));

@@ -109,15 +109,6 @@ bool WaitAndServe(AgentContext *context, Handler defaultHandler, const HandlerTa
 
 }  // namespace
 
-void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table) {
-  RunCorrelatorPrefixes(name, {prefix}, defaultHandler, std::move(table));
-}
-
-void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
-                           HandlerTable table) {
-  RunCorrelatorFiltered(name, prefixes, {}, defaultHandler, std::move(table));
-}
-
 void RunCorrelatorFiltered(const char *name, const std::vector<const char *> &prefixes,
                            const std::vector<const char *> &exactIds, Handler defaultHandler, HandlerTable table) {
   AgentContext *context = nullptr;

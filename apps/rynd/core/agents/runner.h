@@ -1,21 +1,26 @@
 // The loop of every correlator: wait for an observation, look its id up, call its handler. Agent's thread.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "core/agents/handlerTable.h"
 
 namespace rynd {
 
-/// Serve the observations under `prefix` (without "ryn.") with `table`, those without a row with `defaultHandler`. The
-/// thread is called `name` + "Correlator". Returns only when the agent cannot go on.
-void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table);
-/// The same for several prefixes.
-void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
-                           HandlerTable table);
-/// The same for several prefixes and exact ids.
+/// Serve the observations under `prefixes` (without "ryn.") and those of `exactIds` with `table`, those without a row
+/// with `defaultHandler`. The thread is called `name` + "Correlator". Returns only when the agent cannot go on.
 void RunCorrelatorFiltered(const char *name, const std::vector<const char *> &prefixes,
                            const std::vector<const char *> &exactIds, Handler defaultHandler, HandlerTable table);
+/// The same for several prefixes alone.
+inline void RunCorrelatorPrefixes(const char *name, const std::vector<const char *> &prefixes, Handler defaultHandler,
+                                  HandlerTable table) {
+  RunCorrelatorFiltered(name, prefixes, {}, defaultHandler, std::move(table));
+}
+/// The same for one prefix alone.
+inline void RunCorrelator(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table) {
+  RunCorrelatorFiltered(name, {prefix}, {}, defaultHandler, std::move(table));
+}
 /// The same for one prefix, calling `timerCallback` whenever one of the `extraFdCount` descriptors of `extraFds` is
 /// readable, after up to 10 bytes have been read from the first of them. The descriptors are borrowed.
 void RunCorrelatorWithTimer(const char *name, const char *prefix, Handler defaultHandler, HandlerTable table,
