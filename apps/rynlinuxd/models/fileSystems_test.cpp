@@ -107,15 +107,23 @@ TEST(Usage, WhatHasNoBlocksIsFineAndWhatGoesHasEnded) {
   model.TakeAnswer(At("/net", MountKind::kRemote), false);
   EXPECT_EQ(told.Take(), "external.warning file system /net man:rynlinuxd(8) /dev/x does not answer\n");
   model.Keep({At("/net", MountKind::kRemote)});
-  EXPECT_EQ(told.CountOf("external.info file system /efi man:rynlinuxd(8) it is not mounted any more"), 2u);
-  told.Take();
+  EXPECT_EQ(told.Take(), "external.info file system /efi man:rynlinuxd(8) it is not mounted any more\n") << "once";
   model.TakeAnswer(At("/net", MountKind::kRemote), true);
   EXPECT_EQ(told.Take(), "external.info file system /net man:rynlinuxd(8) it answers again\n");
-  // A later run goes on where this one was.
+  // A later run goes on where this one was: what was mounted then has gone, is sealed, or as it was.
+  for (const char *point : {"/efi", "/sealed", "/same"}) model.Take(At(point, MountKind::kDisk, "vfat"), {9, 0, 0}, "");
+  model.TakeAnswer(At("/net", MountKind::kRemote), false);
+  told.Take();
   UsageModel next(&told);
-  next.Restore("/efi", "error");
-  next.Keep({});
-  EXPECT_EQ(told.Take(), "") << "it was told";
+  next.Restore(told.ledger);
+  Mount sealed = At("/sealed", MountKind::kDisk, "vfat");
+  sealed.isReadOnly = true;
+  for (int i = 0; i < 2; ++i) next.Keep({sealed, At("/same", MountKind::kDisk, "vfat")});
+  const std::string gone = " man:rynlinuxd(8) it is not mounted any more\n";
+  EXPECT_EQ(told.Take(), "external.info file system /efi" + gone + "external.info file system /net" + gone +
+                             "external.info file system /sealed man:rynlinuxd(8) it cannot be written any more\n");
+  next.Take(At("/efi", MountKind::kDisk, "vfat"), {9, 0, 0}, "");
+  EXPECT_EQ(told.CountOf("vfat.filesystem.full /efi"), 1u) << "mounted again, and as full";
 }
 
 std::vector<std::byte> ErrorEvent(int32_t error) {

@@ -1,7 +1,7 @@
 #include "models/usageModel.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 
 namespace rynlinuxd {
@@ -9,6 +9,8 @@ namespace {
 
 using Level = UsageModel::Level;
 
+/// Keys of what is told of a mount point, which follows.
+constexpr char kFull[] = "full ", kVfat[] = "vfat ", kSilent[] = "silent ";
 constexpr const char *kStates[] = {"", "warning", "error"};
 
 const char *StateOf(Level level) {
@@ -59,7 +61,7 @@ void UsageModel::TakeDisk(const Mount &mount, const SpaceUse &usage, Known *know
   const std::string share = std::to_string(used) + " % of it is in use";
   Tell(External(kSeverities[static_cast<size_t>(known->level)], "file system " + mount.point,
                 known->level == Level::kFine ? "it has room again: " + share : "it is nearly full: " + share),
-       "full " + mount.point, StateOf(known->level));
+       kFull + mount.point, StateOf(known->level));
 }
 
 void UsageModel::TakeRamdisk(const Mount &mount, const SpaceUse &usage, Known *known) {
@@ -71,28 +73,36 @@ void UsageModel::TakeRamdisk(const Mount &mount, const SpaceUse &usage, Known *k
   const std::string percent = std::to_string(left);
   if (known->level == Level::kFine) {
     return Tell(External(Severity::kInfo, "ramdisk " + mount.point, "it has room again: " + percent + " % are left"),
-                "full " + mount.point, "");
+                kFull + mount.point, "");
   }
   const bool isError = known->level == Level::kError;
   Tell({isError ? "ryn.velfs.ramdisk.usage.error" : "ryn.velfs.ramdisk.usage.warning",
         "ramdisk %s has %s percent left",
         {Text(mount.point), Text(percent)}},
-       "full " + mount.point, StateOf(known->level));
+       kFull + mount.point, StateOf(known->level));
 }
 
 void UsageModel::TakeVfat(const Mount &mount, const SpaceUse &usage, const std::string &uuid, Known *known) {
   known->isFullVfat = usage.blocks != 0 && usage.available == 0;
   if (known->isFullVfat) {
     Tell({"ryn.vfat.filesystem.full", "%s (%s) is full", {Text(mount.point), Text(uuid.empty() ? mount.source : uuid)}},
-         "vfat " + mount.point, "full");
+         kVfat + mount.point, "full");
   } else {
-    Tell(External(Severity::kInfo, "file system " + mount.point, "it is not full any more"), "vfat " + mount.point, "");
+    Tell(External(Severity::kInfo, "file system " + mount.point, "it is not full any more"), kVfat + mount.point, "");
   }
 }
 
-void UsageModel::Restore(const std::string &point, const std::string &state) {
-  for (const Level level : {Level::kFine, Level::kWarning, Level::kError}) {
-    if (state == StateOf(level)) known_[point].level = level;
+void UsageModel::Restore(const Ledger &ledger) {
+  for (const auto &[point, told] : ledger.Below(kFull)) {
+    for (const Level level : {Level::kWarning, Level::kError}) {
+      if (told.state == StateOf(level)) known_[point].level = level;
+    }
+  }
+  for (const auto &[point, told] : ledger.Below(kVfat)) {
+    if (!told.state.empty()) known_[point].isFullVfat = true;
+  }
+  for (const auto &[point, told] : ledger.Below(kSilent)) {
+    if (!told.state.empty()) known_[point].isSilent = true;
   }
 }
 
@@ -114,17 +124,20 @@ void UsageModel::TakeAnswer(const Mount &mount, bool isAnswering) {
   if (known.IsFine()) known_.erase(mount.point);
   Tell(External(isAnswering ? Severity::kInfo : Severity::kWarning, "file system " + mount.point,
                 isAnswering ? "it answers again" : mount.source + " does not answer"),
-       "silent " + mount.point, isAnswering ? "" : "silent");
+       kSilent + mount.point, isAnswering ? "" : "silent");
 }
 
 void UsageModel::Keep(const std::vector<Mount> &mounts) {
-  std::unordered_set<std::string> points;
-  for (const Mount &mount : mounts) points.insert(mount.point);
+  std::unordered_map<std::string, bool> isReadOnly;
+  for (const Mount &mount : mounts) isReadOnly[mount.point] = mount.isReadOnly;
   std::erase_if(known_, [&](const auto &entry) {
-    const auto &[point, known] = entry;
-    if (points.contains(point)) return false;
-    const Report gone = External(Severity::kInfo, "file system " + point, "it is not mounted any more");
-    for (const char *what : {"full ", "vfat ", "silent "}) Tell(gone, what + point, "");
+    const auto found = isReadOnly.find(entry.first);
+    if (found != isReadOnly.end() && !found->second) return false;
+    Report gone = External(Severity::kInfo, "file system " + entry.first,
+                           found == isReadOnly.end() ? "it is not mounted any more" : "it cannot be written any more");
+    // Once, whatever was told of it.
+    gone.ends = {kVfat + entry.first, kSilent + entry.first};
+    Tell(std::move(gone), kFull + entry.first, "");
     return true;
   });
 }

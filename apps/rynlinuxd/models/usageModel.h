@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "models/mountTable.h"
-#include "sink/report.h"
+#include "sink/ledger.h"
 
 namespace rynlinuxd {
 
@@ -27,13 +27,13 @@ class UsageModel {
 
   explicit UsageModel(Reporter *reporter) : reporter_(reporter) {}
 
-  /// An earlier run told `state` of the mount at `point`.
-  void Restore(const std::string &point, const std::string &state);
+  /// Go on from what an earlier run told.
+  void Restore(const Ledger &ledger);
   /// `mount` was looked at; `uuid` is that of a vfat, "" when it is not known.
   void Take(const Mount &mount, const SpaceUse &usage, const std::string &uuid);
   /// Whether `mount`, a remote one, answers.
   void TakeAnswer(const Mount &mount, bool isAnswering);
-  /// These are all mounts that there are: what was told of others has ended.
+  /// These are all mounts that there are, those that cannot be written among them: what was told of others has ended.
   void Keep(const std::vector<Mount> &mounts);
 
  private:

@@ -1,5 +1,6 @@
 #include "sink/ledger.h"
 
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
@@ -82,6 +83,11 @@ std::map<std::string, Told> Ledger::Below(const std::string &prefix) const {
 
 bool Ledger::Admit(const Report &report, int64_t nowS) {
   if (report.key.empty()) return true;
+  const auto isTold = [this](const std::string &key) {
+    const Told *other = Find(key);
+    return other != nullptr && !other->state.empty();
+  };
+  if (std::any_of(report.ends.begin(), report.ends.end(), isTold)) return true;
   const Told *told = Find(report.key);
   if (told == nullptr) {
     if (report.isBaseline) Set(report.key, {report.state, nowS, true, false});
@@ -94,6 +100,9 @@ bool Ledger::Admit(const Report &report, int64_t nowS) {
 
 void Ledger::RecordTold(const Report &report, int64_t nowS) {
   if (!report.key.empty()) Set(report.key, {report.state, nowS, false, false});
+  for (const std::string &key : report.ends) {
+    if (Find(key) != nullptr) Set(key, {"", nowS, false, false});
+  }
 }
 
 void Ledger::SetDaemon(std::string daemon) {

@@ -24,11 +24,12 @@ struct Report {
   std::string message;  ///< for the trace feed
   std::vector<hosted::RawArgument> arguments;
   std::string key{};
-  std::string state{};            ///< "" is how an object is that nothing was ever told of
-  bool isOpen = false;            ///< a problem: told again to a daemon that was started anew
-  bool isBaseline = false;        ///< of an object that is new to the ledger, kept without telling it
-  bool isLastWord = false;        ///< told even when it is the last told state
-  std::vector<HostFile> files{};  ///< that the daemon reads when it gets this: written before it is sent
+  std::string state{};              ///< "" is how an object is that nothing was ever told of
+  bool isOpen = false;              ///< a problem: told again to a daemon that was started anew
+  bool isBaseline = false;          ///< of an object that is new to the ledger, kept without telling it
+  bool isLastWord = false;          ///< told even when it is the last told state
+  std::vector<std::string> ends{};  ///< keys of other states that this one ends, without a word of their own
+  std::vector<HostFile> files{};    ///< that the daemon reads when it gets this: written before it is sent
 };
 
 inline hosted::RawArgument Text(std::string_view text) {

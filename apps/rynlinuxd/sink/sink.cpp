@@ -15,6 +15,7 @@
 namespace rynlinuxd {
 
 void Sink::Tell(Report report) {
+  for (const std::string &key : report.ends) outbox_.Cancel(key);
   if (!ledger_->Admit(report, BootClockS())) {
     // What waits says otherwise and was never sent: with this it is as if it had not been.
     outbox_.Cancel(report.key);

@@ -51,7 +51,7 @@ class FileSystems : public Source {
     mountInfo_.Reset(open(kMountInfo, O_RDONLY | O_CLOEXEC));
     if (!mountInfo_) return errno;
     if (const int error = host->Watch(mountInfo_.Get(), EPOLLPRI); error != 0) return error;
-    for (const auto &[key, told] : host->GetLedger().Below("full ")) model_->Restore(key, told.state);
+    model_->Restore(host->GetLedger());
     LookAtAll(nowNs);
     return 0;
   }
@@ -77,10 +77,11 @@ class FileSystems : public Source {
     std::string text;
     if (ReadTextFile(kMountInfo, kMostMountInfo, &text) != 0) return;
     std::vector<Mount> mounts = ParseMounts(text);
-    std::erase_if(mounts, [](const Mount &mount) { return mount.kind == MountKind::kIgnored || mount.isReadOnly; });
+    std::erase_if(mounts, [](const Mount &mount) { return mount.kind == MountKind::kIgnored; });
     model_->Keep(mounts);
     std::vector<Mount> remote;
     for (const Mount &mount : mounts) {
+      if (mount.isReadOnly) continue;
       if (mount.kind == MountKind::kRemote) {
         remote.push_back(mount);
         continue;
