@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include "eventRecord/eventDecoder.h"
 
@@ -83,6 +84,17 @@ void LinuxHost::EndWatcher(int signal) {
   const bool isExpected = signal == SIGKILL ? WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL
                                             : WIFEXITED(status) && WEXITSTATUS(status) == 0;
   EXPECT_TRUE(isExpected) << status << ' ' << ReadFile(root_ / "/watcher");
+}
+
+long LinuxHost::HeldKib() const {
+  const std::string watcher = std::to_string(watcher_);
+  std::istringstream processes(watcher + ' ' + ReadFile("/proc/" + watcher + "/task/" + watcher + "/children"));
+  long sum = 0;
+  for (std::string process; processes >> process;) {
+    const std::string rollup = ReadFile("/proc/" + process + "/smaps_rollup");
+    sum += std::atol(rollup.c_str() + rollup.find("\nPss:") + 5);
+  }
+  return sum;
 }
 
 std::vector<std::string> LinuxHost::Events() const {

@@ -31,6 +31,8 @@ class LinuxHost {
   void StartWatcher();
   void EndWatcher(int signal);
   pid_t Watcher() const { return watcher_; }
+  /// Memory that rynlinuxd and its processes hold, what is shared with others by their parts, in KiB.
+  long HeldKib() const;
   const Collector &Log() const { return log_.Lines(); }
   TestRoot &Root() { return root_; }
 
