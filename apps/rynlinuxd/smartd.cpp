@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "hosted/paths.h"
 #include "models/storage/diskIdentity.h"
@@ -14,18 +15,28 @@
 #include "sink/clock.h"
 #include "sink/ledger.h"
 #include "sink/sink.h"
+#include "sink/textFile.h"
 
 namespace rynlinuxd {
 namespace {
 
 constexpr int64_t kPatienceNs = 5'000'000'000;
 
+/// The folder in sysfs of the disk `name`. smartd calls one of NVMe by its controller, which may have several.
+std::string FolderOf(const std::string &name) {
+  const std::string controller = "/sys/class/nvme/" + name;
+  std::vector<std::string> disks;
+  if (ListFolder(controller, &disks) != 0) return "/sys/class/block/" + name;
+  std::erase_if(disks, [&](const std::string &entry) { return !entry.starts_with(name + 'n'); });
+  return disks.size() == 1 ? controller + '/' + disks.front() : "";
+}
+
 std::string IdentifyFile(const std::string &device) {
   const std::unique_ptr<char, decltype(&std::free)> real(realpath(device.c_str(), nullptr), &std::free);
   if (!real) return "";
   const std::string path = real.get();
-  const DiskIdentity disk = IdentifyDisk("/sys/class/block" + path.substr(path.rfind('/')));
-  return disk.isPermanent ? disk.name : "";
+  const std::optional<DiskIdentity> disk = IdentifyDisk(FolderOf(path.substr(path.rfind('/') + 1)));
+  return disk && disk->isPermanent ? disk->name : "";
 }
 
 }  // namespace
