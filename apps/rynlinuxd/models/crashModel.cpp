@@ -37,9 +37,11 @@ std::optional<std::string> Expand(char letter, const CrashFacts &facts, const Pr
     case 'I':
       return std::to_string(exit.thread);
     case 'u':
-      return std::to_string(facts.user);
+      if (facts.user) return std::to_string(*facts.user);
+      break;
     case 'g':
-      return std::to_string(facts.group);
+      if (facts.group) return std::to_string(*facts.group);
+      break;
     case 's':
       return std::to_string(exit.exitCode & kSignal);
     case 't':
@@ -47,7 +49,8 @@ std::optional<std::string> Expand(char letter, const CrashFacts &facts, const Pr
     case 'h':
       return WithoutSlashes(facts.host);
     case 'e':
-      return WithoutSlashes(facts.name);
+      if (!facts.name.empty()) return WithoutSlashes(facts.name);
+      break;
     case 'f':
       if (!facts.executable.empty()) return FileName(facts.executable);
       break;
@@ -126,7 +129,6 @@ std::string CorePlace(const CrashFacts &facts, const ProcessEvent &exit) {
 }
 
 void CrashModel::Dumping(const ProcessEvent &event, CrashFacts facts) {
-  if (facts.name.empty()) facts.name = "process " + std::to_string(event.process);
   if (dumping_.size() >= kMostDumping) dumping_.pop_front();
   dumping_.push_back({event, std::move(facts)});
 }
@@ -138,22 +140,23 @@ void CrashModel::Exit(const ProcessEvent &event) {
   if (found == dumping_.rend()) return;
   const CrashFacts facts = std::move(found->facts);
   dumping_.erase(std::next(found).base());
+  const std::string name = facts.name.empty() ? "process " + std::to_string(event.process) : facts.name;
   const std::string signal = SignalText(event.exitCode & kSignal);
   if ((event.exitCode & kDumped) != 0) {
     reporter_->Tell({"ryn.uw.core.dumped",
                      "%s crashed, core in %s",
-                     {Text(facts.name), Number(int32_t{1}), Text(CorePlace(facts, event))}});
+                     {Text(name), Number(int32_t{1}), Text(CorePlace(facts, event))}});
     return;
   }
   const bool isWanted = facts.coreLimit.value_or(0) != 0 && facts.isDumpable && !facts.corePattern.empty();
   if (isWanted) {
     reporter_->Tell(
-        {"ryn.uw.core.dumpFailed", "%s crashed", {Text(facts.name), Number(int32_t{1}), Text("ended by " + signal)}});
+        {"ryn.uw.core.dumpFailed", "%s crashed", {Text(name), Number(int32_t{1}), Text("ended by " + signal)}});
     return;
   }
-  std::string text = facts.name + " crashed by " + signal + " and left no core";
+  std::string text = name + " crashed by " + signal + " and left no core";
   if (facts.coreLimit == uint64_t{0}) text += ": its limit for one is 0 bytes";
-  reporter_->Tell(External(Severity::kWarning, facts.name, text));
+  reporter_->Tell(External(Severity::kWarning, name, text));
 }
 
 }  // namespace rynlinuxd

@@ -31,7 +31,7 @@ struct CrashFacts {
   bool usesPid = false;       ///< core_uses_pid
   std::string folder{};       ///< the program works in
   std::string executable{}, host{};
-  uint32_t user = 0, group = 0;
+  std::optional<uint32_t> user{}, group{};
   uint64_t atS = 0;  ///< wall-clock seconds
 };
 

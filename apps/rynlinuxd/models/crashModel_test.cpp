@@ -73,6 +73,9 @@ TEST(Crashes, EachIsToldAsWhatItIs) {
   hidden.isDumpable = false;
   CrashFacts nameless = Facts(std::nullopt, "core");
   nameless.name = "";
+  CrashFacts unread = Facts(1, "/c/%e.%u.%g.%p");
+  unread.name = "";
+  unread.user = unread.group = std::nullopt;
   CrashFacts rooted = Facts(1, "core");
   rooted.folder = "/";
   CrashFacts elsewhere = Facts(1, "core");
@@ -103,6 +106,7 @@ TEST(Crashes, EachIsToldAsWhatItIs) {
       {"cores switched off", Facts(1, ""), 0x0b,
        "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
        "core\n"},
+      {"a file whose name was not read", unread, 0x8b, "uw.core.dumped process 77 1 /c/%e.%u.%g.77\n"},
       {"gone too soon", nameless, 0x8b, "uw.core.dumped process 77 1 /srv/a b/core\n"},
   };
   for (const CrashCase &one : cases) {

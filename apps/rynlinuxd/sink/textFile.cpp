@@ -1,5 +1,6 @@
 #include "sink/textFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -37,6 +38,21 @@ bool ReadNumber(const std::string &path, uint64_t *number) {
   const std::string line = ReadLine(path);
   const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), *number);
   return error == std::errc() && end == line.data() + line.size();
+}
+
+int ListFolder(const std::string &path, std::vector<std::string> *names) {
+  names->clear();
+  DIR *folder = opendir(path.c_str());
+  if (folder == nullptr) return errno;
+  errno = 0;
+  while (const dirent *entry = readdir(folder)) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names->push_back(name);
+    errno = 0;
+  }
+  const int error = errno;
+  closedir(folder);
+  return error;
 }
 
 }  // namespace rynlinuxd

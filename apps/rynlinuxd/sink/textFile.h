@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace rynlinuxd {
 
@@ -14,5 +15,7 @@ int ReadTextFile(const std::string &path, size_t most, std::string *text);
 std::string ReadLine(const std::string &path);
 /// The whole of a small file as one number. False when it is none.
 bool ReadNumber(const std::string &path, uint64_t *number);
+/// The names in a folder but "." and "..", in no order. 0; or an errno value, and then `names` may lack some.
+int ListFolder(const std::string &path, std::vector<std::string> *names);
 
 }  // namespace rynlinuxd

@@ -67,8 +67,8 @@ class Addresses : public Source {
  private:
   void Take(const AddressFacts &facts, bool isBaseline, int64_t nowNs) {
     const std::string link = facts.isDuplicate ? NameOf(facts.index) : "";
-    // Gone while it was told of.
-    if (facts.isDuplicate && link.empty()) return;
+    // Gone while it was told of. That what was told has ended is said without its name.
+    if (facts.isDuplicate && !facts.isGone && link.empty()) return;
     model_->Change(facts, link, isBaseline, nowNs);
   }
 

@@ -125,12 +125,20 @@ class FsErrors : public Source {
     for (const Mount &mount : ReadExt4()) {
       const base::UniqueFd fd(open(mount.point.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
       struct statfs space {};
-      if (!fd || fstatfs(fd.Get(), &space) != 0) continue;
+      if (!fd || fstatfs(fd.Get(), &space) != 0) {
+        // It is still there, and what makes it fail may be what it tells next.
+        for (const auto &[fsid, fs] : model_->Watched()) {
+          if (fs.point == mount.point && fs.device == mount.device) watched.emplace(fsid, fs);
+        }
+        continue;
+      }
       std::pair<int32_t, int32_t> fsid;
       std::memcpy(&fsid.first, &space.f_fsid, 4);
       std::memcpy(&fsid.second, reinterpret_cast<const std::byte *>(&space.f_fsid) + 4, 4);
-      const WatchedFs fs{mount.point, mount.device, ReadLabel(fd.Get()), ReadUuid(fd.Get())};
+      WatchedFs fs{mount.point, mount.device, ReadLabel(fd.Get()), ReadUuid(fd.Get())};
       const auto known = model_->Watched().find(fsid);
+      // Its number is made of its UUID.
+      if (known != model_->Watched().end() && fs.uuid == std::array<uint8_t, 16>{}) fs.uuid = known->second.uuid;
       const bool isNew = known == model_->Watched().end() || !(known->second == fs);
       if (isNew && fanotify_mark(events_.Get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, kFsError, fd.Get(), nullptr) != 0) {
         last = errno;

@@ -50,6 +50,14 @@ TEST(TxTimeouts, OnlyWhatRoseIsTold) {
   put("eth0", "12", {"1"});
   std::filesystem::remove_all(root / "/veth1");
   EXPECT_EQ(look(), "net.uplink.watchdog.timeout eth0\n");
+  put("eth0", "12", {"1", "4"});
+  EXPECT_EQ(look(), "net.uplink.watchdog.timeout eth0\n");
+  put("eth0", "12", {"1"});
+  EXPECT_EQ(look(), "");
+  std::filesystem::remove_all(root / "/eth0");
+  put("veth7", "12", {"1", "4"});
+  EXPECT_EQ(look(), "") << "another name, and its queue is there again";
+  std::filesystem::rename(root / "/veth7", root / "/eth0");
   std::filesystem::remove(root / "/eth0/ifindex");
   put("veth2", "14", {"x", "0"});
   EXPECT_EQ(look(), "") << "gone while it is read";

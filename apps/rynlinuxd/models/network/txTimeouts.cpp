@@ -4,59 +4,71 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <cerrno>
+#include <set>
 
 #include "sink/textFile.h"
 
 namespace rynlinuxd {
-namespace {
 
-/// The names in a folder; none when it cannot be read, or has gone.
-std::vector<std::string> NamesIn(const std::string &folder) {
-  std::vector<std::string> names;
-  std::error_code error;
-  for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
-    names.push_back(at->path().filename());
-  }
-  return names;
-}
-
-}  // namespace
-
-bool TxTimeouts::IsPhysical(const std::string &name) const {
-  if (access((links_ + '/' + name + "/device").c_str(), F_OK) == 0) return true;
+bool TxTimeouts::IsPhysical(const std::string &name, bool *isKnown) const {
+  const std::string link = links_ + '/' + name;
+  if (access((link + "/device").c_str(), F_OK) == 0) return true;
+  // A link that has gone, or has another name by now, says nothing; what is no folder is no link.
+  *isKnown = errno == ENOTDIR || (errno == ENOENT && access(link.c_str(), F_OK) == 0);
   return std::any_of(patterns_.begin(), patterns_.end(),
                      [&](const std::string &pattern) { return fnmatch(pattern.c_str(), name.c_str(), 0) == 0; });
 }
 
-uint64_t TxTimeouts::CountOf(const std::string &name) const {
-  const std::string queues = links_ + '/' + name + "/queues";
-  uint64_t sum = 0;
-  for (const std::string &queue : NamesIn(queues)) {
-    uint64_t timeouts = 0;
-    const std::string file = std::string(queues).append("/").append(queue).append("/tx_timeout");
-    if (queue.starts_with("tx-") && ReadNumber(file, &timeouts)) sum += timeouts;
+/// False when a queue could not be read.
+bool TxTimeouts::ReadCounts(const std::string &name, Counts *counts) const {
+  const std::string folder = links_ + '/' + name + "/queues";
+  std::vector<std::string> queues;
+  bool isWhole = ListFolder(folder, &queues) == 0;
+  for (const std::string &queue : queues) {
+    if (!queue.starts_with("tx-")) continue;
+    uint64_t count = 0;
+    if (ReadNumber(std::string(folder).append("/").append(queue).append("/tx_timeout"), &count)) {
+      counts->emplace(queue, count);
+    } else {
+      isWhole = false;
+    }
   }
-  return sum;
+  return isWhole;
 }
 
 void TxTimeouts::Look() {
-  std::map<std::string, Card> cards;
-  for (const std::string &name : NamesIn(links_)) {
-    if (!IsPhysical(name)) continue;
-    const Card card{ReadLine(links_ + '/' + name + "/ifindex"), CountOf(name)};
-    // Gone while it was read.
-    if (card.index.empty()) continue;
-    const auto known = cards_.find(name);
-    const bool isSame = known != cards_.end() && known->second.index == card.index;
-    const uint64_t before = isSame ? known->second.timeouts : hasLooked_ ? 0 : card.timeouts;
-    // Fewer than before: some of its queues have gone.
-    if (card.timeouts > before) {
-      reporter_->Tell({"ryn.net.uplink.watchdog.timeout", "watchdog of uplink %s timed out", {Text(name)}});
+  std::vector<std::string> names;
+  bool isWhole = ListFolder(links_, &names) == 0;
+  std::set<std::string> there;
+  for (const std::string &name : names) {
+    const std::string folder = links_ + '/' + name;
+    bool isKnown = true;
+    if (!IsPhysical(name, &isKnown)) {
+      isWhole = isWhole && isKnown;
+      continue;
     }
-    cards[name] = card;
+    const std::string index = ReadLine(folder + "/ifindex");
+    Counts counts;
+    isWhole = ReadCounts(name, &counts) && isWhole;
+    // Gone while it was read, or another one has its name by now.
+    if (index.empty() || ReadLine(folder + "/ifindex") != index) {
+      isWhole = false;
+      continue;
+    }
+    there.insert(index);
+    Counts &known = cards_[index];
+    bool isRisen = false;
+    for (const auto &[queue, count] : counts) {
+      const auto [before, isNew] = known.try_emplace(queue, hasLooked_ ? 0 : count);
+      isRisen = isRisen || count > before->second;
+      before->second = count;
+    }
+    if (isRisen) reporter_->Tell({"ryn.net.uplink.watchdog.timeout", "watchdog of uplink %s timed out", {Text(name)}});
   }
-  cards_ = std::move(cards);
+  if (!isWhole) return;
+  // What could not be read may be there still, and what it has counted is past then.
+  std::erase_if(cards_, [&](const auto &card) { return !there.contains(card.first); });
   hasLooked_ = true;
 }
 

@@ -20,17 +20,16 @@ class TxTimeouts {
   void Look();
 
  private:
-  struct Card {
-    std::string index{};  ///< another one is another card of the same name
-    uint64_t timeouts = 0;
-  };
-  bool IsPhysical(const std::string &name) const;
-  uint64_t CountOf(const std::string &name) const;
+  using Counts = std::map<std::string, uint64_t>;  ///< by queue
+  bool IsPhysical(const std::string &name, bool *isKnown) const;
+  bool ReadCounts(const std::string &name, Counts *counts) const;
 
   const std::string links_;
   const std::vector<std::string> patterns_;
   Reporter *const reporter_;
-  std::map<std::string, Card> cards_;
+  /// By the kernel's number of the card, which keeps it under whatever name. A queue that is not there keeps its count:
+  /// so does the kernel.
+  std::map<std::string, Counts> cards_;
   bool hasLooked_ = false;
 };
 

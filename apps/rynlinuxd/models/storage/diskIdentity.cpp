@@ -1,7 +1,10 @@
 #include "models/storage/diskIdentity.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <string_view>
 
 #include "sink/textFile.h"
@@ -20,15 +23,30 @@ std::string Squeezed(std::string_view text) {
   return squeezed;
 }
 
+/// Whether nothing of the disk had vanished by now: of a device and of that which it is a part of these go first.
+bool IsWhole(const std::string &folder) {
+  return access((folder + "/uevent").c_str(), F_OK) == 0 && access((folder + "/device/uevent").c_str(), F_OK) == 0;
+}
+
 }  // namespace
 
-DiskIdentity IdentifyDisk(const std::string &folder) {
+std::optional<DiskIdentity> IdentifyDisk(const std::string &folder) {
   // In this order: names of SCSI, of NVMe namespaces, then serial numbers of virtio and of memory cards.
   constexpr std::array kFiles = {"/device/wwid", "/wwid", "/serial", "/device/serial"};
+  constexpr size_t kMost = 4096;
+  DiskIdentity disk{folder.substr(folder.rfind('/') + 1), false};
   for (const char *file : kFiles) {
-    if (std::string name = Squeezed(ReadLine(folder + file)); !name.empty()) return {std::move(name), true};
+    std::string text;
+    const int error = ReadTextFile(folder + file, kMost, &text);
+    // A SCSI device that knows no such name answers EINVAL.
+    if (error != 0 && error != ENOENT && error != EINVAL) return std::nullopt;
+    const std::string name = Squeezed(std::string_view(text).substr(0, text.find('\n')));
+    if (error != 0 || name.empty()) continue;
+    disk = {name, true};
+    break;
   }
-  return {folder.substr(folder.rfind('/') + 1), false};
+  if (!IsWhole(folder)) return std::nullopt;
+  return disk;
 }
 
 bool IsPhysicalDisk(const std::string &path, const std::string &folder) {
@@ -36,9 +54,12 @@ bool IsPhysicalDisk(const std::string &path, const std::string &folder) {
   if (std::any_of(kOthers.begin(), kOthers.end(), [&](std::string_view start) { return path.starts_with(start); }))
     return false;
   // SCSI says what kind of device it is; 0 is a disk, 14 a simple and 20 a zoned one.
-  const std::string type = ReadLine(folder + "/device/type");
-  return path.find("/block/") == std::string::npos || path.find("/target") == std::string::npos || type.empty() ||
-         type == "0" || type == "14" || type == "20";
+  if (path.find("/block/") == std::string::npos || path.find("/target") == std::string::npos) return true;
+  constexpr size_t kMost = 4096;
+  std::string text;
+  const int error = ReadTextFile(folder + "/device/type", kMost, &text);
+  const std::string type = text.substr(0, text.find('\n'));
+  return error == ENOENT || (error == 0 && (type == "0" || type == "14" || type == "20"));
 }
 
 }  // namespace rynlinuxd

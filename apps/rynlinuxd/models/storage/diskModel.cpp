@@ -1,25 +1,31 @@
 #include "models/storage/diskModel.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <optional>
 #include <set>
+#include <vector>
+
+#include "sink/textFile.h"
 
 namespace rynlinuxd {
 namespace {
 
 constexpr char kKey[] = "disk ";
 
-/// The path of the device behind a link of /sys/block such as "../devices/pci0000:00/.../block/sda"; "" for none.
-std::string PathBehind(const std::string &link) {
+/// The path of the device behind a link of /sys/block such as "../devices/pci0000:00/.../block/sda"; "" for none. 0 or
+/// an errno value.
+int FollowLink(const std::string &link, std::string *path) {
   std::array<char, 4096> target;
   const ssize_t got = readlink(link.c_str(), target.data(), target.size());
-  if (got <= 0) return "";
+  if (got < 0) return errno;
   const std::string text(target.data(), static_cast<size_t>(got));
   const size_t at = text.find("/devices/");
-  return at == std::string::npos ? "" : text.substr(at);
+  *path = at == std::string::npos ? "" : text.substr(at);
+  return 0;
 }
 
 }  // namespace
@@ -41,11 +47,16 @@ void DiskModel::Tell(const DiskIdentity &disk, bool isInserted, bool isBaseline)
 
 void DiskModel::Add(const std::string &path) {
   const std::string folder = system_ + path;
-  if (disks_.contains(path) || !IsPhysicalDisk(path, folder)) return;
-  DiskIdentity disk = IdentifyDisk(folder);
-  const bool isNew = !IsThere(disk.name);
-  disks_[path] = disk;
-  if (isNew) Tell(disk, true, isBaseline_);
+  const auto known = disks_.find(path);
+  if ((known != disks_.end() && known->second.isPermanent) || !IsPhysicalDisk(path, folder)) return;
+  const std::optional<DiskIdentity> disk = IdentifyDisk(folder);
+  // It came and went unseen.
+  if (!disk || (known != disks_.end() && !disk->isPermanent)) return;
+  const bool isNew = !IsThere(disk->name);
+  disks_[path] = *disk;
+  // What has no name of its own is taken as it is at every start.
+  const bool isTaken = !hasLooked_ && !disk->isPermanent;
+  if (isNew && !isTaken) Tell(*disk, true, isBaseline_);
 }
 
 void DiskModel::Remove(const std::string &path) {
@@ -58,23 +69,20 @@ void DiskModel::Remove(const std::string &path) {
 
 void DiskModel::Look(int64_t nowNs) {
   const std::string blocks = system_ + "/block";
-  DIR *folder = opendir(blocks.c_str());
-  if (folder == nullptr) return;
-  // The first run that knows of disks takes them as they are; so is one that has no name of its own at every start.
-  isBaseline_ = !hasLooked_ && ledger_->Below(kKey).empty();
+  std::vector<std::string> names;
   std::set<std::string> there;
-  while (const dirent *entry = readdir(folder)) {
-    const std::string path = PathBehind(blocks + '/' + entry->d_name);
-    if (path.empty()) continue;
-    there.insert(path);
-    const bool isNameless = !hasLooked_ && !IdentifyDisk(system_ + path).isPermanent;
-    if (!isNameless) {
-      Add(path);
-    } else if (IsPhysicalDisk(path, system_ + path)) {
-      disks_[path] = {path.substr(path.rfind('/') + 1), false};
-    }
+  int error = ListFolder(blocks, &names);
+  for (const std::string &name : names) {
+    std::string path;
+    const int followed = FollowLink(blocks + '/' + name, &path);
+    if (followed != 0 && followed != ENOENT && followed != EINVAL) error = followed;
+    if (!path.empty()) there.insert(path);
   }
-  closedir(folder);
+  // Half of them would look as if the others had gone.
+  lookNs_ = error == 0 ? INT64_MAX : nowNs + kAgainNs;
+  if (error != 0) return;
+  isBaseline_ = !hasLooked_ && ledger_->Below(kKey).empty();
+  for (const std::string &path : there) Add(path);
   std::set<std::string> gone;
   for (const auto &[path, disk] : disks_) {
     if (!there.contains(path)) gone.insert(path);
@@ -92,6 +100,7 @@ void DiskModel::Change(const Uevent &event) {
 }
 
 void DiskModel::OnDue(int64_t nowNs) {
+  if (nowNs >= lookNs_) Look(nowNs);
   if (nowNs < probeNs_) return;
   probeNs_ = INT64_MAX;
   for (const auto &[name, told] : ledger_->Below(kKey)) {

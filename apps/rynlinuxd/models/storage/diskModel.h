@@ -1,6 +1,7 @@
 // The disks of the host, and which of them come and go. One thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -17,6 +18,7 @@ class DiskModel {
  public:
   /// What the ledger knows and the first look does not find is waited for, since drivers find their disks one by one.
   static constexpr int64_t kProbeNs = 60'000'000'000;
+  static constexpr int64_t kAgainNs = 1'000'000'000;  ///< until disks are looked at again that could not be
 
   /// `system` is the folder /sys, or a test's; the others are borrowed.
   DiskModel(std::string system, const Ledger *ledger, Reporter *reporter)
@@ -26,7 +28,7 @@ class DiskModel {
   void Look(int64_t nowNs);
   void Change(const Uevent &event);
   /// When to call OnDue(); INT64_MAX: not at all.
-  int64_t Due() const { return probeNs_; }
+  int64_t Due() const { return std::min(probeNs_, lookNs_); }
   /// What has not been found by now has been removed.
   void OnDue(int64_t nowNs);
 
@@ -41,7 +43,7 @@ class DiskModel {
   Reporter *const reporter_;
   std::map<std::string, DiskIdentity> disks_;  ///< by path: what a disk was called is not to be read when it has gone
   bool hasLooked_ = false, isBaseline_ = false;
-  int64_t probeNs_ = INT64_MAX;
+  int64_t probeNs_ = INT64_MAX, lookNs_ = INT64_MAX;
 };
 
 }  // namespace rynlinuxd
