@@ -68,13 +68,13 @@ void DiskModel::Remove(const std::string &path) {
 }
 
 void DiskModel::Look(int64_t nowNs) {
-  const std::string blocks = system_ + "/block";
+  const std::string blocks = system_ + "/block/";
   std::vector<std::string> names;
   std::set<std::string> there;
   int error = ListFolder(blocks, &names);
   for (const std::string &name : names) {
     std::string path;
-    const int followed = FollowLink(blocks + '/' + name, &path);
+    const int followed = FollowLink(std::string(blocks).append(name), &path);
     if (followed != 0 && followed != ENOENT && followed != EINVAL) error = followed;
     if (!path.empty()) there.insert(path);
   }

@@ -113,6 +113,7 @@ TEST(SmartWarning, OnlyTheDisksOwnVerdictIsAPrediction) {
     const char *kind, *device, *shown, *told;
   } kCases[] = {
       {"Health", "/dev/sda", "/dev/sda", "hcm.event.disk.predictive.failure naa.1"},
+      {"Health", "/dev/sda", "/dev/sda [SAT]", "hcm.event.disk.predictive.failure naa.1"},
       {"Health", "/dev/sda", "/dev/sda [megaraid_disk_03]",
        "hcm.event.disk.predictive.failure /dev/sda [megaraid_disk_03]"},
       {"Health", "/dev/gone", "/dev/gone", "hcm.event.disk.predictive.failure /dev/gone"},
