@@ -10,10 +10,11 @@ KEPT = "linux-image-amd64"
 TOOLS = ["ip", "dmsetup", "modprobe", "mkfs.vfat", "mkfs.ext4", "setpriv"]
 PROGRAMS = ["rynd", "rynlinuxd", "rynctl"]
 # Those that udev would load.
+HOOK = "usr/libexec/rynd/smartd"
 MODULES = [
-    "virtio_pci", "virtio_scsi", "virtio_blk", "nvme", "sd_mod", "e1000", "dm_multipath", "dm_round_robin",
+    "virtio_pci", "virtio_console", "virtio_scsi", "virtio_blk", "nvme", "sd_mod", "e1000", "dm_multipath", "dm_round_robin",
     "dm_service_time", "bonding", "veth", "bridge", "vfat", "nls_cp437", "nls_iso8859-1", "nls_ascii", "ext4", "loop",
-    "hwpoison_inject", "raid1",
+    "hwpoison_inject", "raid1", "virtio_net", "pktgen", "ahci",
 ]
 
 
@@ -21,21 +22,43 @@ def run(*words, **options):
     return subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True, **options).stdout
 
 
+def fetch(package, root, wanted):
+    """Unpack Debian's `package` into `root`, which is not installed, if `wanted` is not there. Whether it was not."""
+    if (root / wanted).exists():
+        return False
+    shutil.rmtree(root, ignore_errors=True)
+    root.mkdir(parents=True)
+    print(f"fetching {package}", flush=True)
+    run("apt-get", "download", "-q", package, cwd=root, stderr=subprocess.DEVNULL)
+    deb = next(root.glob(f"{package}_*.deb"))
+    run("dpkg-deb", "-x", deb, root)
+    deb.unlink()
+    return True
+
+
 def fetch_kernel(work):
     """Unpack Debian's kernel below `work`, if it is not there; its version."""
     depends = run("apt-cache", "depends", KEPT)
     package = re.search(r"linux-image-[0-9]\S+", depends).group()
     version = package.removeprefix("linux-image-")
-    root = work / "kernel"
-    if not (root / "boot" / f"vmlinuz-{version}").exists():
-        shutil.rmtree(root, ignore_errors=True)
-        print(f"fetching {package}", flush=True)
-        run("apt-get", "download", "-q", package, cwd=work)
-        deb = next(work.glob(f"{package}_*.deb"))
-        run("dpkg-deb", "-x", deb, root)
-        deb.unlink()
-        run("depmod", "-b", root, version)
+    if fetch(package, work / "kernel", f"boot/vmlinuz-{version}"):
+        run("depmod", "-b", work / "kernel", version)
     return version
+
+
+def copy_smartd(work, build, root):
+    """smartd, and what the package has it start."""
+    fetch("smartmontools", work / "smartmontools", "usr/sbin/smartd")
+    copy_program(str(work / "smartmontools/usr/sbin/smartd"), root)
+    runner = "usr/share/smartmontools/smartd_warning.sh"
+    (root / runner).parent.mkdir(parents=True)
+    shutil.copy(work / "smartmontools" / runner, root / runner)
+    (root / HOOK).parent.mkdir(parents=True)
+    shutil.copy(build / "packaging/smartd", root / HOOK)
+    (root / HOOK).chmod(0o755)
+    installed = re.search(r"exec (\S+)", (root / HOOK).read_text()).group(1).lstrip("/")
+    (root / installed).parent.mkdir(parents=True, exist_ok=True)
+    (root / installed).symlink_to("/bin/rynlinuxd")
 
 
 def libraries_of(program):
@@ -61,8 +84,8 @@ def copy_program(path, root):
         shutil.copy(library, place)
 
 
-def make(work, programs):
-    """The kernel and the initramfs with the programs in the folder `programs`."""
+def make(work, build):
+    """The kernel and the initramfs with the programs of the folder `build`."""
     work.mkdir(parents=True, exist_ok=True)
     version = fetch_kernel(work)
     kernel, root = work / "kernel", work / "root"
@@ -83,7 +106,8 @@ def make(work, programs):
     for name in TOOLS:
         copy_program(shutil.which(name, path="/usr/sbin:/sbin:/usr/bin:/bin"), root)
     for name in PROGRAMS:
-        copy_program(programs / name, root)
+        copy_program(build / "bin" / name, root)
+    copy_smartd(work, build, root)
     shutil.copy(pathlib.Path(__file__).with_name("init"), root / "init")
     (root / "init").chmod(0o755)
     image = work / "initramfs"

@@ -5,10 +5,12 @@ import re
 import select
 import socket
 import subprocess
+import threading
 import time
 
-DISKS = {"shared": "64M", "nvme": "16M", "virtio": "16M"}
+DISKS = {"shared": "64M", "nvme": "16M", "virtio": "16M", "ata": "16M"}
 SCSI_WWN = "0x5000c50015ea71ac"
+ATA_WWN = "0x5000c50015ea7a7a"
 CAPABILITIES = "+net_admin,+sys_admin,+syslog,+dac_override"
 # As its unit starts it.
 RYNLINUXD = (f"/bin/setpriv --reuid 1000 --regid 1000 --clear-groups --bounding-set -all,{CAPABILITIES}"
@@ -18,7 +20,7 @@ QUIET = 1.5
 
 
 def devices(work):
-    """One disk behind two SCSI paths, an NVMe, a virtio disk, and two cards of Ethernet."""
+    """One disk behind two SCSI paths, an NVMe, a virtio and an ATA disk, and three cards, one of which can be stalled."""
     path = "driver=raw,file.driver=file,file.locking=off,file.filename="
     words = ["-device", "virtio-scsi-pci,id=hba0", "-device", "virtio-scsi-pci,id=hba1"]
     for i in range(2):
@@ -26,6 +28,10 @@ def devices(work):
                   "-device", f"scsi-hd,bus=hba{i}.0,drive=path{i},id=lun{i},share-rw=on,wwn={SCSI_WWN}"]
     for kind, model in [("nvme", "nvme,serial=NV1234"), ("virtio", "virtio-blk-pci,serial=VB5678")]:
         words += ["-blockdev", f"{path}{work}/{kind},node-name={kind}", "-device", f"{model},drive={kind},id={kind}0"]
+    words += ["-device", "ich9-ahci,id=ahci", "-blockdev", f"{path}{work}/ata,node-name=ata",
+              "-device", f"ide-hd,bus=ahci.0,drive=ata,id=ata0,serial=AT9,wwn={ATA_WWN}"]
+    words += ["-netdev", f"stream,id=n2,server=off,addr.type=unix,addr.path={work}/network.sock",
+              "-device", "virtio-net-pci,netdev=n2,id=v0,mac=52:54:00:00:00:03"]
     for i in range(2):
         words += ["-netdev", f"hubport,hubid={i},id=n{i}",
                   "-device", f"e1000,netdev=n{i},id=e{i},mac=52:54:00:00:00:0{i + 1}"]
@@ -43,15 +49,23 @@ class Machine:
         words = ["qemu-system-x86_64", "-machine", "pc,accel=tcg", "-cpu", "max", "-smp", "1", "-m", "768",
                  "-nodefaults", "-no-reboot", "-display", "none", "-kernel", kernel, "-initrd", image,
                  "-append", "console=ttyS0 quiet panic=-1 mce=print_all", "-serial", f"file:{self.work}/console"]
-        for name in ["events", "shell"]:
-            words += ["-chardev", f"socket,id={name},path={sockets[name]},server=on,wait=on", "-serial",
-                      f"chardev:{name}"]
+        # No serial lines: next to the console, while the kernel logged machine checks to it, they lost commands.
+        words += ["-device", "virtio-serial-pci"]
+        for i, name in enumerate(["events", "shell"]):
+            words += ["-chardev", f"socket,id={name},path={sockets[name]},server=on,wait=on", "-device",
+                      f"virtserialport,chardev={name},nr={i + 1}"]
         words += ["-qmp", f"unix:{sockets['monitor']},server=on,wait=off"] + devices(self.work)
-        for path in sockets.values():
+        network = self.work / "network.sock"
+        for path in [*sockets.values(), network]:
             path.unlink(missing_ok=True)
+        self.listener = socket.socket(socket.AF_UNIX)
+        self.listener.bind(str(network))
+        self.listener.listen()
         with open(self.work / "qemu.log", "w", encoding="utf-8") as log:
             self.process = subprocess.Popen([str(word) for word in words], stdout=log, stderr=log)
         self.channels = {name: self.connect(sockets[name]) for name in ["events", "shell", "monitor"]}
+        # The network that is behind its third card: as long as nobody reads, that card cannot send.
+        self.network = self.listener.accept()[0]
         self.monitor_file = self.channels["monitor"].makefile("rw")
         self.monitor_file.readline()
         self.qmp("qmp_capabilities")
@@ -131,6 +145,13 @@ class Machine:
                 return
         raise AssertionError("expected\n  " + "\n  ".join(parts) + "\nbut came\n  " + "\n  ".join(lines))
 
+    def let_network_go(self):
+        """Take what the third card sends, from now on."""
+        def drain():
+            while self.network.recv(65536):
+                pass
+        threading.Thread(target=drain, daemon=True).start()
+
     def forget(self):
         """Drop what has come so far."""
         self.take_events(2)
@@ -138,7 +159,7 @@ class Machine:
 
     def watch(self):
         """Start rynlinuxd, when its cards have found their links."""
-        self.shell("for i in 0 1; do /bin/ip link set eth$i up; done; sleep 3")
+        self.shell("for i in 0 1 2; do /bin/ip link set eth$i up; done; sleep 3")
         self.shell(f"{RYNLINUXD} --poll 1 >/root/rynlinuxd.log 2>&1 & "
                    "until grep -q watches. /root/rynlinuxd.log; do sleep 0.2; done; sleep 2")
         self.forget()

@@ -1,10 +1,13 @@
 # What happens to the machine of tools/vm-test, and every event that has to come of it, in order; any other is a failure.
 import time
 
-from machine import RYNLINUXD
+from image import HOOK
+from machine import ATA_WWN, RYNLINUXD
 
 WWID = "35000c50015ea71ac"
 LINK = "/bin/ip link"
+# What is observed, into a file.
+TRACE = "(rynctl trace --color never >/root/trace 2>&1 & echo $! >/root/tracer); sleep 1"
 
 
 def sources(machine):
@@ -28,6 +31,20 @@ def cable(machine):
     machine.expect()
 
 
+def transmit(machine):
+    """A card's queue stalls until the kernel's watchdog finds it; then its link goes down and comes back."""
+    machine.shell(TRACE)
+    machine.shell("cd /proc/net/pktgen; echo 'add_device eth2' >kpktgend_0; for line in 'count 4000' 'pkt_size 1400'"
+                  " 'dst 10.9.0.2' 'dst_mac 02:00:00:00:00:01'; do echo $line >eth2; done; (echo start >pgctrl) &")
+    machine.shell("until grep -q watchdog.timeout /root/trace; do sleep 0.2; done; echo stop >/proc/net/pktgen/pgctrl;"
+                  " kill $(cat /root/tracer); grep -q eth2 /root/trace")
+    machine.let_network_go()
+    machine.monitor("set_link v0 off")
+    time.sleep(1)
+    machine.monitor("set_link v0 on")
+    machine.expect("net.hynic.watchdog.reset")
+
+
 def disks(machine):
     """Disks are pulled and plugged in; one has two paths, and a program writes into a file uevent."""
     machine.monitor("device_del nvme0")
@@ -40,6 +57,19 @@ def disks(machine):
     machine.expect("disk.removal  A physical disk has been removed (naa.5000c50015ea7199)")
     machine.shell("for disk in /sys/block/*; do echo remove >$disk/uevent; echo add >$disk/uevent; done; sleep 1")
     machine.expect()
+
+
+def smartd(machine):
+    """smartd tries whether it is heard of an ATA and an NVMe disk, and then the NVMe disk's own verdict is that it fails."""
+    disk = "nvme.1b36-4e5631323334"
+    start = "mkdir -p /var/lib/smartmontools; smartd -q onecheck -c /tmp/smartd.conf >/root/smartd.log 2>&1"
+    line = f"DEVICESCAN -H -m root -M exec /{HOOK}"
+    machine.shell(f"echo '{line} -M test' >/tmp/smartd.conf; {start}")
+    machine.expect("disk naa." + ATA_WWN[2:], "disk " + disk, ordered=False)
+    # What the controller answers when it is asked for its health: its reliability is degraded.
+    machine.qmp("qom-set", path="/machine/peripheral/nvme0", property="smart_critical_warning", value=4)
+    machine.shell(f"echo '{line}' >/tmp/smartd.conf; {start}")
+    machine.expect(f"disk.predictive.failure  A physical disk has a predictive failure ({disk}")
 
 
 def multipath(machine):
@@ -98,13 +128,16 @@ def machine_checks(machine):
     """Corrected errors of one page, until the daemon asks for its retirement; each counts once."""
     machine.shell("echo 1 >/sys/devices/system/machinecheck/machinecheck0/check_interval")
     actions = "cat /root/var/lib/corvane/actions.log 2>/dev/null; true"
+    machine.shell(TRACE)
     for i in range(3):
         if "retireMPNs" in machine.shell(actions):
             raise AssertionError(f"the page was retired after {i} errors")
         machine.monitor("mce 0 1 0x9c00004000010150 0 0x12345678 0")
-        time.sleep(2.5)
+        # The kernel looks for them now and then, at shorter and longer intervals.
+        machine.shell(f"until [ $(grep -c 'cpu.mce.log4' /root/trace) -gt {i} ]; do sleep 0.2; done; sleep 0.5")
+    machine.shell("kill $(cat /root/tracer)")
     if "retireMPNs\t74565\t" not in machine.shell(actions):
-        raise AssertionError("the page was not retired: " + machine.shell(actions))
+        raise AssertionError("the page was not retired: " + machine.shell(actions + "; grep mce /root/trace"))
     machine.expect()
 
 
@@ -125,7 +158,7 @@ def vfat(machine):
                   "mount -t vfat $loop /mnt/efi; sleep 3; dd if=/dev/zero of=/mnt/efi/x bs=4k 2>/dev/null; true")
     machine.expect("vfat.filesystem.full", "file system /mnt/efi", ordered=False)
     machine.shell("umount /mnt/efi")
-    machine.expect("it is not mounted any more", "it is not mounted any more")
+    machine.expect("it is not mounted any more")
 
 
 def crash(machine):
@@ -134,4 +167,17 @@ def crash(machine):
     machine.expect("application.core.dumped  An application (")
 
 
-ALL = [sources, cable, disks, multipath, bonds, machine_checks, pages, vfat, crash]
+def memory(machine):
+    """After all of this it holds at most 2 MiB, the process that asks the device mapper included."""
+    said = machine.shell("sleep 2; for process in $(pidof rynlinuxd); do"
+                         " awk '/^Pss:/ {print $2}' /proc/$process/smaps_rollup; done")
+    parts = [int(line) for line in said.split()]
+    if len(parts) != 2 or sum(parts) > 2048:
+        raise AssertionError(f"KiB: {parts}")
+    return f"({parts[0]} + {parts[1]} KiB)"
+
+
+# Not here: mc_event. Only a kernel without mce_record is asked for it, which none for x86 is, and nothing in QEMU brings
+# one about without KVM: no driver of EDAC finds its memory controller there, Debian's has no debugging of EDAC to inject
+# errors by, and QEMU's own injection into firmware's error records (aarch64, ras=on) starts with a signal of KVM's.
+ALL = [sources, memory, cable, transmit, smartd, disks, multipath, bonds, machine_checks, pages, vfat, crash, memory]
