@@ -38,8 +38,6 @@ class LogListener {
     Log("the next test is not told of records that this one dropped");
     unlink(path_.c_str());
   }
-  LogListener(const LogListener &) = delete;
-  LogListener &operator=(const LogListener &) = delete;
 
   /// The next record, whole; "" when none comes.
   std::string Next(int milliseconds = 0) {
@@ -78,8 +76,6 @@ class StandardErrorAs {
  public:
   explicit StandardErrorAs(int fd) : saved_(dup(STDERR_FILENO)) { dup2(fd, STDERR_FILENO); }
   ~StandardErrorAs() { dup2(saved_.Get(), STDERR_FILENO); }
-  StandardErrorAs(const StandardErrorAs &) = delete;
-  StandardErrorAs &operator=(const StandardErrorAs &) = delete;
 
  private:
   base::UniqueFd saved_;

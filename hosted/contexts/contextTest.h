@@ -49,6 +49,11 @@ class ContextTest : public testing::Test {
     record_.resize(length);
     return status;
   }
+  /// What one read takes.
+  Bytes Take(int fd, size_t size = 8192) {
+    EXPECT_EQ(Read(fd, size), 0);
+    return record_;
+  }
   static short PollEvents(int fd, int milliseconds = 0) {
     pollfd polled{fd, POLLIN, 0};
     poll(&polled, 1, milliseconds);

@@ -1,21 +1,15 @@
-#include "hosted/contexts/unixSocket.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <map>
-#include <vector>
 
 #include "base/unixAddress.h"
-#include "hosted/paths.h"
 #include "hosted/testSupport.h"
 
 namespace hosted {

@@ -1,21 +1,14 @@
-#include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <thread>
 
 #include "base/unixListener.h"
 #include "hosted/contexts/contextTest.h"
-#include "hosted/log/log.h"
 #include "platform/statistics.h"
 
 namespace hosted {
@@ -32,7 +25,7 @@ class UserContextTest : public ContextTest {
   void Connect() {
     int listening = -1;
     ASSERT_EQ(RynLib_HandleToFd(handle_, &listening), 0);
-    ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &peer_), 0);
+    peer_ = Call();
     constexpr int kRoom = 400'000;
     setsockopt(peer_.Get(), SOL_SOCKET, SO_SNDBUF, &kRoom, sizeof kRoom);
     EXPECT_EQ(PollEvents(listening), POLLIN);
@@ -40,6 +33,14 @@ class UserContextTest : public ContextTest {
     EXPECT_EQ(PollEvents(listening), 0);
   }
 
+  /// One that is not accepted yet.
+  static base::UniqueFd Call() {
+    base::UniqueFd caller;
+    EXPECT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &caller), 0);
+    return caller;
+  }
+
+  const Bytes good_ = RecordOf("ryn.user.a");
   base::UniqueFd peer_;
   std::vector<base::UniqueFd> lingering_;
 };
@@ -48,62 +49,48 @@ TEST_F(UserContextTest, TakesUserRecordsOnly) {
   struct stat status {};
   EXPECT_EQ(stat(RootPath(kUserSocket).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0660u);
-  const Bytes good = RecordOf("ryn.user.a");
-  SendTo(peer_.Get(), RecordOf("ryn.storage.apd.start", {Text("naa.1")}));
-  SendTo(peer_.Get(), RecordOf("ryn.user"));
-  SendTo(peer_.Get(), RecordOf("ryn.userx.a"));
-  SendTo(peer_.Get(), BadRecord());
-  SendTo(peer_.Get(), good);
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_, good);
+  for (const Bytes &record : {RecordOf("ryn.storage.apd.start", {Text("naa.1")}), RecordOf("ryn.user"),
+                              RecordOf("ryn.userx.a"), BadRecord(), good_}) {
+    SendTo(peer_.Get(), record);
+  }
+  EXPECT_EQ(Take(fd_), good_);
   const std::string sender = "user (pid " + std::to_string(getpid()) + ", uid " + std::to_string(getuid()) + "): ";
   EXPECT_EQ(log_.NextMessage(), "Discarded 1 bad record of " + sender + "its id does not begin with \"ryn.user.\"");
 }
 
 TEST_F(UserContextTest, TellsAnEmptyPacketFromTheEnd) {
-  const Bytes good = RecordOf("ryn.user.a");
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_.size(), 0u);
+  EXPECT_EQ(Take(fd_), Bytes());
   SendTo(peer_.Get(), {});
   SendTo(peer_.Get(), {});
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_.size(), 0u);
+  EXPECT_EQ(Take(fd_), Bytes());
   EXPECT_EQ(PollEvents(fd_), 0);  // nothing left, nobody hung up
-  SendTo(peer_.Get(), good);
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_, good);
+  SendTo(peer_.Get(), good_);
+  EXPECT_EQ(Take(fd_), good_);
 }
 
 TEST_F(UserContextTest, ReadsEmptyPacketsSentBeforeTheAccept) {
-  base::UniqueFd early;
-  ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &early), 0);
-  const Bytes good = RecordOf("ryn.user.a");
+  base::UniqueFd early = Call();
   SendTo(early.Get(), {});
-  SendTo(early.Get(), good);
+  SendTo(early.Get(), good_);
   early.Reset();
   int fd = -1;
   ASSERT_EQ(RynLib_UserContextNewCnx(handle_, &fd), 0);
-  EXPECT_EQ(Read(fd), 0);
-  EXPECT_EQ(record_, good);
-  EXPECT_EQ(Read(fd), 0);
-  EXPECT_EQ(record_.size(), 0u);
+  EXPECT_EQ(Take(fd), good_);
+  EXPECT_EQ(Take(fd), Bytes());
   EXPECT_EQ(RynLib_UserContextCloseCnx(fd), 0);
   EXPECT_LT(RynLib_UserContextCloseCnx(fd), 0);
 }
 
 TEST_F(UserContextTest, HangsUpWhenThePeerHasSentItsLast) {
-  const Bytes good = RecordOf("ryn.user.a");
   for (const bool half : {true, false}) {
-    SendTo(peer_.Get(), good);
+    SendTo(peer_.Get(), good_);
     if (half) {
       ASSERT_EQ(shutdown(peer_.Get(), SHUT_WR), 0);
     } else {
       peer_.Reset();
     }
-    EXPECT_EQ(Read(fd_), 0);
-    EXPECT_EQ(record_, good);
-    EXPECT_EQ(Read(fd_), 0);
-    EXPECT_EQ(record_.size(), 0u);
+    EXPECT_EQ(Take(fd_), good_);
+    EXPECT_EQ(Take(fd_), Bytes());
     EXPECT_NE(PollEvents(fd_) & POLLHUP, 0) << half;
     EXPECT_EQ(RynLib_UserContextCloseCnx(fd_), 0);
     Connect();
@@ -116,19 +103,15 @@ TEST_F(UserContextTest, DiscardsWhatIsTooLongForEveryBuffer) {
   SendTo(peer_.Get(), longest);
   EXPECT_EQ(Read(fd_), kRynLibTooSmall);  // the first is gone; the second waits for a larger buffer
   EXPECT_EQ(Read(fd_, kMaxRecordSize - 1), kRynLibTooSmall);
-  EXPECT_EQ(Read(fd_, kMaxRecordSize), 0);
-  EXPECT_EQ(record_, longest);
+  EXPECT_EQ(Take(fd_, kMaxRecordSize), longest);
 }
 
 TEST_F(UserContextTest, DiscardsAtMost64InOneCall) {
   for (int i = 0; i < 100; ++i) SendTo(peer_.Get(), i % 2 == 0 ? Bytes() : BadRecord());
-  const Bytes good = RecordOf("ryn.user.a");
-  SendTo(peer_.Get(), good);
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_.size(), 0u);
+  SendTo(peer_.Get(), good_);
+  EXPECT_EQ(Take(fd_), Bytes());
   EXPECT_EQ(PollEvents(fd_), POLLIN);
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_, good);
+  EXPECT_EQ(Take(fd_), good_);
 }
 
 /// A message over `bytes` with room for `control`.
@@ -179,15 +162,10 @@ bool TakesDescriptorsInAnyway() {
 
 TEST_F(UserContextTest, RefusesDescriptorsOfAPeer) {
   if (!base::RefusesDescriptors(fd_)) GTEST_SKIP() << "the kernel can't";
-  const Bytes good = RecordOf("ryn.user.a");
-  base::UniqueFd early;  // not accepted yet
-  ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &early), 0);
-  for (const int sender : {peer_.Get(), early.Get()}) {
-    EXPECT_EQ(SendWithDescriptors(sender, good, {0}), EPERM);
-  }
-  SendTo(peer_.Get(), good);
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_, good);
+  const base::UniqueFd early = Call();
+  for (const int sender : {peer_.Get(), early.Get()}) EXPECT_EQ(SendWithDescriptors(sender, good_, {0}), EPERM);
+  SendTo(peer_.Get(), good_);
+  EXPECT_EQ(Take(fd_), good_);
 }
 
 /// A connection over TCP whose close takes its sender's linger time: what is sent on it is never read.
@@ -218,12 +196,11 @@ TEST_F(UserContextTest, IsNotHeldUpByDescriptorsOfAPeer) {
   if (TakesDescriptorsInAnyway()) GTEST_SKIP() << "not with these emulated system calls";
   constexpr int kOn = 1;
   setsockopt(fd_, SOL_SOCKET, base::kPassRights, &kOn, sizeof kOn);  // as a kernel that can't refuse them
-  const Bytes good = RecordOf("ryn.user.a");
   Log("The log opens what it needs at its first line, which may be one that is told a second late.");
   const ptrdiff_t before = OpenDescriptors();
   const auto send = [&](size_t copies) {
     std::vector<base::UniqueFd> lingering = LingeringConnection();
-    ASSERT_EQ(SendWithDescriptors(peer_.Get(), good, std::vector<int>(copies, lingering[1].Get())), 0);
+    ASSERT_EQ(SendWithDescriptors(peer_.Get(), good_, std::vector<int>(copies, lingering[1].Get())), 0);
     lingering[1].Reset();
     lingering_.push_back(std::move(lingering[0]));
   };
@@ -235,8 +212,7 @@ TEST_F(UserContextTest, IsNotHeldUpByDescriptorsOfAPeer) {
   };
   for (const size_t copies : {1U, 253U}) {
     send(copies);
-    EXPECT_EQ(Read(fd_), 0);
-    EXPECT_EQ(record_, good);
+    EXPECT_EQ(Take(fd_), good_);
     closesInTime();
   }
   send(1);
@@ -248,8 +224,7 @@ TEST_F(UserContextTest, IsNotHeldUpByDescriptorsOfAPeer) {
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
   const rlimit few{static_cast<rlim_t>(peer_.Get()) + 20, limit.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  EXPECT_EQ(Read(fd_), 0);
-  EXPECT_EQ(record_.size(), 0u);
+  EXPECT_EQ(Take(fd_), Bytes());
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
   EXPECT_NE(PollEvents(fd_) & POLLHUP, 0);
   EXPECT_EQ(Read(fd_), 0);
@@ -270,8 +245,7 @@ TEST_F(UserContextTest, CountsAndNamesWhoIsServedAndWhoIsRefused) {
   // Another process sends over the same connection.
   const pid_t child = fork();
   if (child == 0) {
-    const Bytes record = RecordOf("ryn.user.a");
-    _exit(::send(peer_.Get(), record.data(), record.size(), 0) > 0 ? 0 : 1);
+    _exit(::send(peer_.Get(), good_.data(), good_.size(), 0) > 0 ? 0 : 1);
   }
   EXPECT_EQ(waitpid(child, nullptr, 0), child);
   EXPECT_EQ(Read(fd_), 0);
@@ -279,9 +253,8 @@ TEST_F(UserContextTest, CountsAndNamesWhoIsServedAndWhoIsRefused) {
   EXPECT_EQ(pid, child);
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // until a line may come again
   for (int i = 0; i < 3; ++i) {
-    base::UniqueFd caller;
+    const base::UniqueFd caller = Call();
     int fd = -1;
-    ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &caller), 0);
     ASSERT_EQ(RynLib_UserContextNewCnx(handle_, &fd), 0);
     EXPECT_EQ(RynLib_UserContextCloseCnx(fd), 0);
   }
@@ -295,8 +268,7 @@ TEST_F(UserContextTest, CountsAndNamesWhoIsServedAndWhoIsRefused) {
 }
 
 TEST_F(UserContextTest, TurnsCallersAwayWithoutDescriptors) {
-  base::UniqueFd caller;
-  ASSERT_EQ(ConnectUnixSocket(RootPath(kUserSocket), SOCK_SEQPACKET, &caller), 0);
+  const base::UniqueFd caller = Call();
   int listening = -1, fd = -1;
   ASSERT_EQ(RynLib_HandleToFd(handle_, &listening), 0);
   rlimit before{};

@@ -1,7 +1,5 @@
 #include "platform/hostMgmtStorage.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <filesystem>
 

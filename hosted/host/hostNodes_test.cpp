@@ -1,8 +1,6 @@
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "hosted/host/hostTree.h"
 #include "hosted/host/machine.h"

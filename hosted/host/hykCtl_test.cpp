@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -48,9 +47,7 @@ TEST_F(HykCtlTest, ListsWhatStandsInAFolder) {
   std::vector<std::string> names = {"old"};
   EXPECT_EQ(ListHostFolder("none", &names), 0);
   EXPECT_TRUE(names.empty());
-  for (const char *name : {"b", "a/b%", "", ".a", "\n"}) {
-    PutHost("folder/" + HostComponent(name), "");
-  }
+  for (const char *name : {"b", "a/b%", "", ".a", "\n"}) PutHost("folder/" + HostComponent(name), "");
   for (const char *foreign : {"%2f", "%4", "%41", ".hidden", "%00", "x%"})
     PutHost(std::string("folder/") + foreign, "");
   EXPECT_EQ(ListHostFolder("folder", &names), 0);

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
@@ -10,7 +9,6 @@
 #include "hosted/records/littleEndian.h"
 #include "hosted/testSupport.h"
 #include "platform/hsi.h"
-#include "platform/system.h"
 
 namespace hosted {
 namespace {

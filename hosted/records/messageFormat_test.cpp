@@ -141,9 +141,7 @@ int SerializeAny(const char *format, ...) {
 
 TEST(MessageFormat, RefusesOtherConversions) {
   const char *const formats[] = {"%f", "%n", "%", "%d %", "%5", "%l", "%Ld", "%ls", "%lc", "%1$d", "%q", "%\xff", "%-"};
-  for (const char *format : formats) {
-    EXPECT_EQ(SerializeAny(format, 1, 2), EINVAL) << format;
-  }
+  for (const char *format : formats) EXPECT_EQ(SerializeAny(format, 1, 2), EINVAL) << format;
   Serialized out = Serialize(100, "%d", 1);
   EXPECT_EQ(MsgFmt_Format("%d %d", out.area.data(), out.count), nullptr);
   EXPECT_EQ(MsgFmt_Format("%s", out.area.data(), out.count), nullptr);

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -72,46 +71,39 @@ TEST(Observation, AnswersByKindAndIndex) {
 }
 
 TEST(Observation, FitsAnIntegerByItsValueAndEitherSign) {
-  struct Row {
-    RawArgument argument;
-    int statuses[4];  ///< for 8, 16, 32 and 64 bits
-  };
   constexpr int kNo = kRynOutOfRange;
-  const Row rows[] = {
-      {Signed(8, 255), {0, 0, 0, 0}},
-      {Signed(2, 256), {kNo, 0, 0, 0}},
-      {Signed(1, -128), {0, 0, 0, 0}},
-      {Signed(2, -129), {kNo, 0, 0, 0}},
-      {Unsigned(8, 65535), {kNo, 0, 0, 0}},
-      {Signed(4, -32768), {kNo, 0, 0, 0}},
-      {Signed(4, -32769), {kNo, kNo, 0, 0}},
-      {Unsigned(4, 65536), {kNo, kNo, 0, 0}},
-      {Unsigned(8, UINT32_MAX), {kNo, kNo, 0, 0}},
-      {Unsigned(8, uint64_t{UINT32_MAX} + 1), {kNo, kNo, kNo, 0}},
-      {Signed(8, INT32_MIN), {kNo, kNo, 0, 0}},
-      {Signed(8, int64_t{INT32_MIN} - 1), {kNo, kNo, kNo, 0}},
-      {Signed(8, INT64_MIN), {kNo, kNo, kNo, 0}},
-      {Unsigned(8, UINT64_MAX), {kNo, kNo, kNo, 0}},
-      {Unsigned(1, 255), {0, 0, 0, 0}},
+  const struct {
+    int statuses[4];  ///< for 8, 16, 32 and 64 bits
+    std::vector<RawArgument> arguments;
+  } rows[] = {
+      {{0, 0, 0, 0}, {Signed(8, 255), Unsigned(1, 255), Signed(1, -128)}},
+      {{kNo, 0, 0, 0}, {Signed(2, 256), Signed(2, -129), Unsigned(8, 65535), Signed(4, -32768)}},
+      {{kNo, kNo, 0, 0}, {Signed(4, -32769), Unsigned(4, 65536), Unsigned(8, UINT32_MAX), Signed(8, INT32_MIN)}},
+      {{kNo, kNo, kNo, 0},
+       {Unsigned(8, uint64_t{UINT32_MAX} + 1), Signed(8, int64_t{INT32_MIN} - 1), Signed(8, INT64_MIN),
+        Unsigned(8, UINT64_MAX)}},
   };
-  for (const Row &row : rows) {
-    const ObservationPtr observation = MakeFrom(RecordOf("ryn.a", {row.argument}));
-    const auto bits = static_cast<int64_t>(row.argument.bits);
-    int8_t byte = 1;
-    uint16_t half = 1;
-    int32_t word = 1, same = 1;
-    uint64_t wide = 1;
-    EXPECT_EQ(Ryn_GetArgs(observation.get(), "%hhd", &byte), row.statuses[0]) << bits;
-    EXPECT_EQ(Ryn_GetArgs(observation.get(), "%hx", &half), row.statuses[1]) << bits;
-    EXPECT_EQ(Ryn_GetArgs(observation.get(), "%i", &word), row.statuses[2]) << bits;
-    EXPECT_EQ(Ryn_GetIntArg(observation.get(), 0, &same), row.statuses[2]) << bits;
-    EXPECT_EQ(Ryn_GetArgs(observation.get(), "%llu", &wide), row.statuses[3]) << bits;
-    // What does not fit leaves the output alone.
-    EXPECT_EQ(byte, row.statuses[0] == 0 ? static_cast<int8_t>(bits) : 1);
-    EXPECT_EQ(half, row.statuses[1] == 0 ? static_cast<uint16_t>(bits) : 1);
-    EXPECT_EQ(word, row.statuses[2] == 0 ? static_cast<int32_t>(bits) : 1);
-    EXPECT_EQ(same, word);
-    EXPECT_EQ(wide, row.argument.bits);
+  for (const auto &[statuses, arguments] : rows) {
+    for (const RawArgument &argument : arguments) {
+      const ObservationPtr observation = MakeFrom(RecordOf("ryn.a", {argument}));
+      const auto bits = static_cast<int64_t>(argument.bits);
+      SCOPED_TRACE(bits);
+      int8_t byte = 1;
+      uint16_t half = 1;
+      int32_t word = 1, same = 1;
+      uint64_t wide = 1;
+      EXPECT_EQ(Ryn_GetArgs(observation.get(), "%hhd", &byte), statuses[0]);
+      EXPECT_EQ(Ryn_GetArgs(observation.get(), "%hx", &half), statuses[1]);
+      EXPECT_EQ(Ryn_GetArgs(observation.get(), "%i", &word), statuses[2]);
+      EXPECT_EQ(Ryn_GetIntArg(observation.get(), 0, &same), statuses[2]);
+      EXPECT_EQ(Ryn_GetArgs(observation.get(), "%llu", &wide), statuses[3]);
+      // What does not fit leaves the output alone.
+      EXPECT_EQ(byte, statuses[0] == 0 ? static_cast<int8_t>(bits) : 1);
+      EXPECT_EQ(half, statuses[1] == 0 ? static_cast<uint16_t>(bits) : 1);
+      EXPECT_EQ(word, statuses[2] == 0 ? static_cast<int32_t>(bits) : 1);
+      EXPECT_EQ(same, word);
+      EXPECT_EQ(wide, argument.bits);
+    }
   }
 }
 

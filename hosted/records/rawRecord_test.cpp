@@ -1,10 +1,7 @@
-#include "hosted/records/rawRecord.h"
 
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include "hosted/records/littleEndian.h"
 #include "hosted/testSupport.h"
