@@ -1,21 +1,13 @@
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <memory>
 #include <new>
 
-#include "base/unixAddress.h"
 #include "core/basics/log.h"
 #include "core/fanOut.h"
-#include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
-#include "testing/testRoot.h"
 
 namespace {
 constexpr size_t kNone = SIZE_MAX;
@@ -72,31 +64,13 @@ FailingAllocation::~FailingAllocation() {
 }
 
 CapturedLog::CapturedLog() {
-  const std::string path = testing_support::ProcessRoot() / "/dev/log";
-  std::filesystem::create_directories(testing_support::ProcessRoot() / "/dev");
-  unlink(path.c_str());
-  base::UnixAddress address;
-  base::MakeUnixAddress(path, &address);
-  fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (bind(fd_, address.Get(), base::UnixAddress::kLength) != 0) abort();
   Log("this record tells of those that an earlier test has dropped\n");
-  Messages();
-  messages_.clear();
-}
-
-CapturedLog::~CapturedLog() {
-  close(fd_);
+  listener_.AllMessages();
 }
 
 const std::vector<std::string> &CapturedLog::Messages() {
-  std::vector<char> record(300000);
-  for (;;) {
-    const ssize_t length = recv(fd_, record.data(), record.size(), MSG_DONTWAIT);
-    if (length < 0) return messages_;
-    const std::string text(record.data(), static_cast<size_t>(length));
-    const size_t start = text.find("\"] ");
-    messages_.push_back(start == std::string::npos ? text : text.substr(start + 3));
-  }
+  for (std::string &message : listener_.AllMessages()) messages_.push_back(std::move(message));
+  return messages_;
 }
 
 size_t CapturedLog::CountOf(const std::string &part) {
@@ -107,20 +81,21 @@ size_t CapturedLog::CountOf(const std::string &part) {
 
 std::vector<std::byte> MakeRecord(const std::string &id, const std::vector<std::string> &texts,
                                   const std::string &message) {
-  hosted::RawRecord record;
-  record.id = id;
-  record.message = message;
-  for (const std::string &text : texts) record.arguments.push_back({hosted::ArgumentKind::kString, 0, 0, text});
+  hosted::RawRecord record{0, 0, id, message, {}};
+  for (const std::string &text : texts) record.arguments.push_back(hosted::Text(text));
   return hosted::EncodeRecord(record);
 }
 
-Observation *MakeObservation(const std::string &id, const std::vector<std::string> &texts, const std::string &message) {
-  const std::vector<std::byte> record = MakeRecord(id, texts, message);
+Observation *MakeObservation(const std::vector<std::byte> &record) {
   auto *bytes = new std::byte[record.size()];
-  std::memcpy(bytes, record.data(), record.size());
+  std::copy(record.begin(), record.end(), bytes);
   Observation *observation = nullptr;
   if (Ryn_MakeRyn(bytes, record.size(), &observation) != 0) abort();
   return observation;
+}
+
+Observation *MakeObservation(const std::string &id, const std::vector<std::string> &texts, const std::string &message) {
+  return MakeObservation(MakeRecord(id, texts, message));
 }
 
 Stream *OpenStream(const char *prefix) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/agents/stream.h"
+#include "hosted/testSupport.h"
 
 struct Observation;
 
@@ -16,16 +17,13 @@ namespace rynd {
 class CapturedLog {
  public:
   CapturedLog();
-  ~CapturedLog();
-  CapturedLog(const CapturedLog &) = delete;
-  CapturedLog &operator=(const CapturedLog &) = delete;
   /// The messages so far, without the record's header.
   const std::vector<std::string> &Messages();
   /// Messages that hold `part`.
   size_t CountOf(const std::string &part);
 
  private:
-  int fd_ = -1;
+  hosted::LogListener listener_;
   std::vector<std::string> messages_;
 };
 
@@ -37,11 +35,18 @@ class FailingAllocation {
   explicit FailingAllocation(size_t size);
   ~FailingAllocation();
 };
+/// What `action` returns while such allocations fail.
+template <typename Action>
+auto WithoutMemoryFor(size_t size, const Action &action) {
+  const FailingAllocation failing(size);
+  return action();
+}
 
 /// A raw record with text arguments.
 std::vector<std::byte> MakeRecord(const std::string &id, const std::vector<std::string> &texts = {},
                                   const std::string &message = "m");
-/// The same as an Observation, which the caller frees.
+/// A record as an Observation, which the caller frees.
+Observation *MakeObservation(const std::vector<std::byte> &record);
 Observation *MakeObservation(const std::string &id, const std::vector<std::string> &texts = {},
                              const std::string &message = "m");
 

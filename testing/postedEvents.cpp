@@ -3,14 +3,9 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <mutex>
 #include <string_view>
-#include <utility>
 
 #include "core/agents/runner.h"
 #include "core/basics/timerThread.h"
@@ -69,29 +64,16 @@ int ArmTimer(int id, uint32_t periodic, int64_t intervalS, int64_t * /*dueS*/) {
 }
 
 hosted::RawArgument Int(int64_t value) {
-  const bool narrow = value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max();
-  return {hosted::ArgumentKind::kSigned, static_cast<uint8_t>(narrow ? 4 : 8), static_cast<uint64_t>(value), ""};
+  return hosted::Signed(value == static_cast<int32_t>(value) ? 4 : 8, value);
 }
 
 hosted::RawArgument Long(uint64_t value) {
-  return {hosted::ArgumentKind::kUnsigned, 8, value, ""};
-}
-
-hosted::RawArgument Str(std::string text) {
-  return {hosted::ArgumentKind::kString, 0, 0, std::move(text)};
-}
-
-hosted::RawArgument NullStr() {
-  return {hosted::ArgumentKind::kNullString, 0, 0, ""};
+  return hosted::Unsigned(8, value);
 }
 
 void Dispatch(HandlerTable table, Handler defaultHandler, const std::string &id, const Arguments &arguments,
               const std::string &message) {
-  const std::vector<std::byte> record = hosted::EncodeRecord({1, 2, id, message, arguments});
-  auto *bytes = new std::byte[record.size()];
-  std::memcpy(bytes, record.data(), record.size());
-  Observation *observation = nullptr;
-  ASSERT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0) << id;
+  Observation *const observation = MakeObservation(hosted::RecordOf(id, arguments, message));
   DispatchObservation(defaultHandler, &table, observation);
   Ryn_Free(observation);
 }

@@ -38,8 +38,8 @@ std::vector<FakeTimer> &Timers();
 // Arguments of observations.
 hosted::RawArgument Int(int64_t value);    ///< signed; 32 bits when it fits, else 64
 hosted::RawArgument Long(uint64_t value);  ///< unsigned, 64 bits
-hosted::RawArgument Str(std::string text);
-hosted::RawArgument NullStr();
+inline constexpr auto &Str = hosted::Text;
+inline constexpr auto &NullStr = hosted::NullText;
 using Arguments = std::vector<hosted::RawArgument>;
 
 /// Hand an observation to the handler of `id` in `table`, or to `defaultHandler`, as the runner does.

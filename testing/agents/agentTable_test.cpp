@@ -1,8 +1,5 @@
 // What every agent asks of the runner, which is replaced: nothing else would notice an agent that hears nothing.
 
-#include <string>
-#include <vector>
-
 #include "correlators/agentTable.h"
 #include "platform/ryn.h"
 #include "testing/postedEvents.h"

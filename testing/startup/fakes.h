@@ -27,8 +27,7 @@ struct World {
   std::vector<uint32_t> opened;      ///< ids, in order
   std::vector<uint32_t> closed;      ///< ids, in order
   std::vector<std::string> written;  ///< "node: parameters = values", one for each HSI_Set
-  int resets = 0;
-  int reads = 0;
+  int resets = 0, reads = 0;
   size_t buffer = 0;  ///< the largest buffer that a read was given
   size_t lists = 0;   ///< parameter lists that exist
 };

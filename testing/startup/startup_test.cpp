@@ -2,14 +2,11 @@
 #include "core/startup.h"
 
 #include <getopt.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <numeric>
 
 #include "core/basics/cancel.h"
 #include "core/pollLoop.h"
-#include "hosted/paths.h"
 #include "platform/hsi.h"
 #include "startup/fakes.h"
 #include "testing/coreSupport.h"
@@ -125,26 +122,20 @@ TEST_F(StartupTest, EnablingIsWrittenOnceAndItsFailureIsConverted) {
 
 TEST_F(StartupTest, WithoutMemory) {
   if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
-  {
-    const FailingAllocation noFixedSet(kFixedSlots * sizeof(pollfd));
-    EXPECT_EQ(RunDaemon(), 1);
-    ExpectFailure(1);
-    EXPECT_TRUE(world.opened.empty());
-  }
-  {
-    const FailingAllocation noBuffer(8192);
-    EXPECT_EQ(RunDaemon(), 12);
-    ExpectFailure(12);
-    EXPECT_EQ(log_.CountOf("Error allocating space for ryn buffer. Out of memory"), 1u);
-    EXPECT_EQ(agentsSeen, 1);
-  }
+  const auto run = [] { return RunDaemon(); };
+  EXPECT_EQ(WithoutMemoryFor(kFixedSlots * sizeof(pollfd), run), 1);
+  ExpectFailure(1);
+  EXPECT_TRUE(world.opened.empty());
+  EXPECT_EQ(WithoutMemoryFor(8192, run), 12);  // the buffer for observations
+  ExpectFailure(12);
+  EXPECT_EQ(log_.CountOf("Error allocating space for ryn buffer. Out of memory"), 1u);
+  EXPECT_EQ(agentsSeen, 1);
   nfds_t slots = 0;
   world.onPoll = [&slots, stop = world.onPoll](pollfd *set, nfds_t count) {
     slots = count;
     return stop(set, count);
   };
-  const FailingAllocation noLoopSet(kAllSlots * sizeof(pollfd));
-  EXPECT_EQ(RunDaemon(), 0);
+  EXPECT_EQ(WithoutMemoryFor(kAllSlots * sizeof(pollfd), run), 0);
   EXPECT_EQ(slots, kFixedSlots);
 }
 

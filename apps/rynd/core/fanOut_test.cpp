@@ -1,9 +1,5 @@
 #include "core/fanOut.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <csignal>
 
 #include <atomic>
@@ -11,9 +7,6 @@
 #include <thread>
 
 #include "core/basics/rawRecord.h"
-#include "hosted/contexts/unixSocket.h"
-#include "hosted/paths.h"
-#include "platform/ryn.h"
 #include "testing/coreSupport.h"
 
 namespace rynd {
@@ -146,12 +139,10 @@ TEST(FanOutMemory, ARecordWithoutMemoryIsLostAlone) {
   }
   std::vector<std::byte> buffer(8192);
   size_t length = 1;
-  {
-    const FailingAllocation noMemory(large.size());
-    EXPECT_EQ(RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length), 0);
-  }
+  const auto read = [&] { return RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length); };
+  EXPECT_EQ(WithoutMemoryFor(large.size(), read), 0);
   EXPECT_EQ(length, 0u);
-  EXPECT_EQ(RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length), 0);
+  EXPECT_EQ(read(), 0);
   EXPECT_EQ(length, small.size());
   EXPECT_EQ(log.CountOf("Discarded 1 bad record of kernel-03: no memory to keep it"), 1u);
   EXPECT_EQ(RynLib_Close(handle), 0);

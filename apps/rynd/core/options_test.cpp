@@ -9,15 +9,10 @@
 namespace rynd {
 namespace {
 
-struct Case {
-  std::vector<std::string> arguments;
-  bool enable;
-  bool usage;
-};
+using Words = std::vector<std::string>;
 
-Options Parse(const Case &given) {
-  std::vector<std::string> words = {"/usr/sbin/rynd"};
-  words.insert(words.end(), given.arguments.begin(), given.arguments.end());
+Options Parse(Words words) {
+  words.insert(words.begin(), "/usr/sbin/rynd");
   std::vector<char *> argv;
   for (std::string &word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
@@ -26,40 +21,39 @@ Options Parse(const Case &given) {
 }
 
 TEST(Options, OnlyEnableGoesOn) {
-  const Case cases[] = {
-      {{}, false, false},
-      {{"-e"}, true, false},
-      {{"--enableryns"}, true, false},
-      {{"--en"}, true, false},
-      {{"-ee", "operand"}, true, false},
-      {{"-h"}, false, true},
-      {{"--help"}, false, true},
-      {{"-t"}, false, true},
-      {{"--test"}, false, true},
-      {{"-l", "3"}, false, true},
-      {{"-l3"}, false, true},
-      {{"-l"}, false, true},
-      {{"--loglevel"}, false, true},
-      {{"--loglevel=2"}, false, true},
-      {{"--enableryns=1"}, false, true},
-      {{"--nothing"}, false, true},
-      {{"-x"}, false, true},
-      {{"-e", "-t"}, true, true},
-      {{"--", "-h"}, false, false},
-  };
-  for (const Case &given : cases) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const Options options = Parse(given);
-    const std::string output = testing::internal::GetCapturedStdout();
-    testing::internal::GetCapturedStderr();
-    const std::string shown = testing::PrintToString(given.arguments);
-    EXPECT_EQ(options.enableRyns, given.enable) << shown;
-    EXPECT_EQ(options.usageShown, given.usage) << shown;
-    EXPECT_EQ(output, given.usage ? "Usage: /usr/sbin/rynd [options]\nvalid options are:\n"
-                                    "\t--help|-h - display this help\n"
-                                  : "")
-        << shown;
+  const struct {
+    bool enable, usage;
+    std::vector<Words> given;
+  } cases[] = {{false, false, {{}, {"--", "-h"}}},
+               {true, false, {{"-e"}, {"--enableryns"}, {"--en"}, {"-ee", "operand"}}},
+               {false,
+                true,
+                {{"-h"},
+                 {"--help"},
+                 {"-t"},
+                 {"--test"},
+                 {"-l", "3"},
+                 {"-l3"},
+                 {"-l"},
+                 {"--loglevel"},
+                 {"--loglevel=2"},
+                 {"--enableryns=1"},
+                 {"--nothing"},
+                 {"-x"}}},
+               {true, true, {{"-e", "-t"}}}};
+  for (const auto &[enable, usage, given] : cases) {
+    for (const Words &words : given) {
+      SCOPED_TRACE(testing::PrintToString(words));
+      testing::internal::CaptureStdout();
+      testing::internal::CaptureStderr();
+      const Options options = Parse(words);
+      const std::string output = testing::internal::GetCapturedStdout();
+      testing::internal::GetCapturedStderr();
+      EXPECT_EQ(options.enableRyns, enable);
+      EXPECT_EQ(options.usageShown, usage);
+      EXPECT_EQ(output,
+                usage ? "Usage: /usr/sbin/rynd [options]\nvalid options are:\n\t--help|-h - display this help\n" : "");
+    }
   }
 }
 

@@ -1,18 +1,12 @@
 #include "post/ryndKprobQueue.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
 #include <random>
 #include <thread>
 
-#include "base/uniqueFd.h"
-#include "hosted/contexts/unixSocket.h"
-#include "hosted/paths.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
 #include "post/rateLimit.h"
@@ -140,9 +134,7 @@ TEST_F(QueueTest, AnAgentThatComesAndGoesUnderLoadGetsEachRecordOnceAndInOrder) 
         for (const int number : Received()) received.push_back(number);
       }
       unlink(path_.c_str());  // no new connection; those that were accepted are served
-      while (true) {
-        const std::vector<int> rest = Received();
-        if (rest.empty()) break;
+      for (std::vector<int> rest; !(rest = Received()).empty();) {
         received.insert(received.end(), rest.begin(), rest.end());
       }
       StopAgent();
@@ -165,14 +157,8 @@ TEST_F(QueueTest, AnAgentThatComesAndGoesUnderLoadGetsEachRecordOnceAndInOrder) 
 TEST_F(QueueTest, DropsWhatItHasNoMemoryFor) {
   if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
   CapturedLog log;
-  {
-    const FailingAllocation noRecord(400);
-    DeliverNumber(1);
-  }
-  {
-    const FailingAllocation noMessage(sizeof("text"));
-    DeliverNumber(2);
-  }
+  WithoutMemoryFor(400, [] { DeliverNumber(1); });
+  WithoutMemoryFor(sizeof("text"), [] { DeliverNumber(2); });
   StartAgent();
   DeliverNumber(3);  // the retry is pending all the same
   QueueFlush();

@@ -1,9 +1,6 @@
 #include "core/agents/agents.h"
 
-#include <gtest/gtest.h>
-#include <poll.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -11,7 +8,6 @@
 #include <thread>
 
 #include "core/agents/agentContext.h"
-#include "core/agents/stream.h"
 #include "core/basics/cancel.h"
 #include "testing/coreSupport.h"
 
@@ -25,12 +21,6 @@ void WaitForever() {
   ++started;
   AgentReady();
   CancellablePoll(nullptr, 0);
-}
-void ThrowStandard() {
-  throw std::runtime_error("no such luck");
-}
-void ThrowOther() {
-  throw 7;
 }
 void Busy() {
   AgentReady();
@@ -47,7 +37,7 @@ class AgentsTest : public testing::Test {
 
 TEST_F(AgentsTest, AnExceptionEndsItsAgentOnly) {
   CapturedLog log;
-  const AgentFunction table[] = {ThrowStandard, ThrowOther, WaitForever};
+  const AgentFunction table[] = {[] { throw std::runtime_error("no such luck"); }, [] { throw 7; }, WaitForever};
   EXPECT_EQ(StartAgents(table), 0);
   EXPECT_EQ(started, 1);
   StopAgents();
@@ -104,13 +94,8 @@ TEST_F(AgentsTest, InitFailuresNameTheirCodeAndLeaveNoStream) {
   EXPECT_EQ(AgentInit("Eleven", eleven, {}, &context), 1);
   EXPECT_EQ(context, nullptr);
   EXPECT_EQ(AgentInit("ElevenIds", {}, eleven, &context), 1);
-  {
-    const FailingAllocation noContext(sizeof(AgentContext));
-    EXPECT_EQ(AgentInit("NoContext", {"a"}, {}, &context), 1);
-  }
-  {
-    const FailingAllocation noStream(sizeof(Stream));
-    EXPECT_EQ(AgentInit("NoStream", {"a"}, {}, &context), 1);
+  for (const size_t size : {sizeof(AgentContext), sizeof(Stream)}) {
+    EXPECT_EQ(WithoutMemoryFor(size, [&] { return AgentInit("NoMemory", {"a"}, {}, &context); }), 1);
   }
   EXPECT_EQ(log.CountOf("Failed to initialize agent Eleven (error code: 1) "), 1u);
   EXPECT_EQ(log.CountOf("Failed to initialize agent "), 4u);

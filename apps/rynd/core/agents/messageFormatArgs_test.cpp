@@ -1,10 +1,5 @@
 #include "core/agents/messageFormatArgs.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
-#include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 
@@ -28,8 +23,7 @@ TEST(MessageFormatArgs, KeepsTheConversionsAlone) {
 
 TEST(MessageFormatArgs, ReadsTheArgumentsInOrder) {
   Observation *observation = MakeObservation("ryn.a.b", {"one", "two"});
-  const char *first = nullptr;
-  const char *second = nullptr;
+  const char *first = nullptr, *second = nullptr;
   EXPECT_EQ(GetArgsByMessageFormat(observation, "[%s] then '%-10s' (%%)", &first, &second), 0);
   EXPECT_STREQ(first, "one");
   EXPECT_STREQ(second, "two");
@@ -56,11 +50,8 @@ TEST(MessageFormatArgs, ReadsEveryWidthOrSaysThatItDoesNot) {
   Ryn_Free(observation);
   for (const char *integer : {"%zu", "%jd", "%td", "%lu", "%llx", "%1$lu", "%2$zu"}) {
     uint64_t read = 7;
-    const hosted::RawArgument argument{hosted::ArgumentKind::kUnsigned, 8, UINT64_MAX - 1, ""};
-    const std::vector<std::byte> record = hosted::EncodeRecord({1, 2, "ryn.a.b", "m", {argument, argument}});
-    auto *bytes = new std::byte[record.size()];
-    std::copy(record.begin(), record.end(), bytes);
-    ASSERT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0);
+    const hosted::RawArgument argument = hosted::Unsigned(8, UINT64_MAX - 1);
+    observation = MakeObservation(hosted::RecordOf("ryn.a.b", {argument, argument}));
     EXPECT_EQ(GetArgsByMessageFormat(observation, integer, &read), 0) << integer;
     EXPECT_EQ(read, UINT64_MAX - 1) << integer;
     Ryn_Free(observation);

@@ -1,15 +1,9 @@
 #include "core/agents/runner.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <chrono>
 #include <stdexcept>
-#include <thread>
 
 #include "core/agents/agents.h"
-#include "core/agents/stream.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 
@@ -30,21 +24,17 @@ void Default(Observation *) {
 void ThrowStandard(Observation *) {
   throw std::runtime_error("ignored");
 }
-void ThrowOther(Observation *) {
-  throw 7;
-}
 
 HandlerTable Table() {
   HandlerTable table;
   table["ryn.a.handled"] = Handle;
   table["ryn.a.throws"] = ThrowStandard;
-  table["ryn.a.ends"] = ThrowOther;
+  table["ryn.a.ends"] = [](Observation *) { throw 7; };
   return table;
 }
 
 bool WaitFor(const std::atomic<int> &count, int wanted) {
-  for (int i = 0; i < 20'000 && count < wanted; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return count == wanted;
+  return testing_support::WaitUntil([&] { return count >= wanted; }) && count == wanted;
 }
 
 class RunnerTest : public testing::Test {
@@ -94,9 +84,7 @@ TEST_F(RunnerTest, AnAgentThatEndsLeavesTheFanOut) {
   CapturedLog log;
   Start([] { RunCorrelator("A", "a", Default, Table()); });
   LockedFanOut(MakeRecord("ryn.a.ends"));
-  for (int i = 0; i < 20'000 && log.CountOf("Unknown exception in agent function(0x") == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  testing_support::WaitUntil([&] { return log.CountOf("Unknown exception in agent function(0x") > 0; });
   EXPECT_EQ(log.CountOf("Done cleaning up agent."), 1u);
   streamLock.Acquire();
   EXPECT_TRUE(ListIsEmpty(*StreamList()));

@@ -1,13 +1,9 @@
-#include "core/agents/stream.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <random>
 
-#include "core/basics/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 
@@ -66,13 +62,7 @@ TEST_F(StreamTest, ReassemblesFromAnySplitOfBytes) {
 TEST_F(StreamTest, EndOfFileIsFatal) {
   Stream *stream = OpenStream("a");
   close(stream->writeEnd);
-  EXPECT_DEATH(
-      {
-        Observation *observation = nullptr;
-        bool complete = false;
-        StreamRead(stream, &observation, &complete);
-      },
-      "Rynd - Panic: EOF trying to read 32 bytes from stream 0x");
+  EXPECT_DEATH(ReadId(stream), "Rynd - Panic: EOF trying to read 32 bytes from stream 0x");
 }
 
 TEST_F(StreamTest, ReportsFailures) {
@@ -82,18 +72,12 @@ TEST_F(StreamTest, ReportsFailures) {
   bool complete = false;
   const auto record = MakeRecord("ryn.a.b", {std::string(5000, 'z')});
   ASSERT_EQ(write(stream->writeEnd, record.data(), 32), 32);
-  {
-    const FailingAllocation noBody(record.size());
-    EXPECT_EQ(StreamRead(stream, &observation, &complete), 2);
-  }
+  EXPECT_EQ(WithoutMemoryFor(record.size(), [&] { return StreamRead(stream, &observation, &complete); }), 2);
   EXPECT_FALSE(complete);
   StreamClose(stream);
 
   Subscription *subscription = SubscriptionCreate();
-  {
-    const FailingAllocation noStream(sizeof(Stream));
-    EXPECT_EQ(StreamOpen("b", *subscription, &stream), 1);
-  }
+  EXPECT_EQ(WithoutMemoryFor(sizeof(Stream), [&] { return StreamOpen("b", *subscription, &stream); }), 1);
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none{0, before.rlim_max};

@@ -40,28 +40,14 @@ TEST(Subscription, HoldsTenOfEach) {
 
 TEST(Subscription, TheFilterNeverHidesAMatchAndTellsPrefixesApart) {
   const char *const prefixes[] = {"", "a", "ab", "storage", "storage.apd", "abcdefg", "abcdefgh", "abcdefghi", "net"};
-  const char *const ids[] = {"",
-                             "ryn",
-                             "ryn.",
-                             "ryn..x",
-                             "ryn.a",
-                             "ryn.a.b",
-                             "ryn.ab.c",
-                             "ryn.net.x",
-                             "ryn.netx.y",
-                             "ryn.storage.",
-                             "ryn.abcdefg.x",
-                             "ryn.abcdefgh.x",
-                             "a.b",
-                             "net.x",
-                             "ryn.storage.apd.start",
-                             "ryn.abcdefghi.x"};
   size_t hidden = 0;
   for (const char *prefix : prefixes) {
     const Owned subscription(SubscriptionCreate());
     ASSERT_EQ(SubscriptionAddPrefix(subscription.get(), prefix), 0);
     const IdFilter filter = MakeIdFilter(*subscription);
-    for (const char *id : ids) {
+    for (const char *id :
+         {"", "ryn", "ryn.", "ryn..x", "ryn.a", "ryn.a.b", "ryn.ab.c", "ryn.net.x", "ryn.netx.y", "ryn.storage.",
+          "ryn.abcdefg.x", "ryn.abcdefgh.x", "a.b", "net.x", "ryn.storage.apd.start", "ryn.abcdefghi.x"}) {
       const bool may = filter.MayMatch(IdKey(id));
       EXPECT_TRUE(may || !SubscriptionMatches(id, *subscription)) << prefix << " " << id;
       hidden += may ? 0 : 1;

@@ -1,11 +1,6 @@
 #include "core/basics/log.h"
 
-#include <gtest/gtest.h>
-
-#include <thread>
-
 #include "platform/ryn.h"
-#include "platform/system.h"
 #include "testing/coreSupport.h"
 
 namespace rynd {

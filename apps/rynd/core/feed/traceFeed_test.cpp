@@ -1,12 +1,9 @@
 #include "core/feed/traceFeed.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 
 #include "core/feed/traceLines.h"
 #include "testing/coreSupport.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
@@ -66,8 +63,7 @@ TEST(TraceFeed, AStalledClientLosesLinesAndIsToldHowMany) {
   }
   feed->Publish({"last\n"});
   const std::string text = ReadUntil(stalled, "last\n");
-  size_t received = 0;
-  size_t lost = 0;
+  size_t received = 0, lost = 0;
   for (size_t at = 0; at < text.size();) {
     const size_t end = text.find('\n', at);
     const std::string line = text.substr(at, end - at);

@@ -1,7 +1,6 @@
 #include "correlators/hardware/ryndCpuCorrelator.h"
 
 #include <atomic>
-#include <filesystem>
 #include <stdexcept>
 #include <thread>
 
@@ -217,8 +216,7 @@ TEST_F(CpuCorrelator, NeverTakesOfflineWhatItMayNot) {
     for (int i = 0; i < 4; ++i) MachineCheck(kTlbError | kAddressValid, 20, 0x20'000);
     // Pages are counted all the same.
     EXPECT_EQ(TakeActions(),
-              "system/pageRetire/retireMPNs\t32\t1\tNiceRetire;"
-              "system/pageRetire/retireMPNs\t32\t1\tNiceRetire;")
+              "system/pageRetire/retireMPNs\t32\t1\tNiceRetire;system/pageRetire/retireMPNs\t32\t1\tNiceRetire;")
         << node << " " << value;
   }
 }

@@ -1,7 +1,6 @@
 // A million random transitions over a hundred uplinks.
 #include <malloc.h>
 
-#include <bit>
 #include <filesystem>
 #include <random>
 
@@ -139,9 +138,7 @@ class RandomHost {
   /// The most active uplinks of the ports that `timer`, one of ports that came up, restores; 0 when it restores none.
   int32_t MostActive(const UplinkTimer &timer) {
     if (monitor_.Timers().IsTransitionPending(timer.uplink, WATCHDOG)) return 0;
-    if (timer.state == LINK_UP) {
-      return (monitor_.Timers().PendingOf(timer.uplink) & (PG_UP | DVPORT_UP)) == 0 ? 2 : 0;
-    }
+    if (timer.state == LINK_UP) return (monitor_.Timers().PendingOf(timer.uplink) & (PG_UP | DVPORT_UP)) == 0 ? 2 : 0;
     const auto *ports = timer.state == PG_UP ? &monitor_.PortGroups() : &monitor_.DVPorts();
     if (timer.state != PG_UP && timer.state != DVPORT_UP) return 0;
     const auto &records = ports->upRecords.at(timer.uplink);

@@ -1,11 +1,8 @@
 #include "correlators/rows/volumeOfPath.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
 #include "testing/coreSupport.h"
-#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {

@@ -52,8 +52,7 @@ TEST(VfatCorrelator, ReportsEachFileSystemOnceAndKnowsTheScratchPartition) {
                                        "is the VFAT filesystem /dev/x (UUID 1a-2b), is full."});
   EXPECT_EQ(full(Str("1a-2b")), Events{});
   EXPECT_EQ(full(Str("1a-2")),
-            Events{"amb.problem.vfat.filesystem.full.other The VFAT filesystem /dev/x (UUID 1a-2) is "
-                   "full."});
+            Events{"amb.problem.vfat.filesystem.full.other The VFAT filesystem /dev/x (UUID 1a-2) is full."});
   std::filesystem::remove(scratch);
   std::filesystem::create_symlink("bare", scratch);
   EXPECT_TRUE(full(Str("bare"))[0].starts_with("amb.problem.vfat.filesystem.full.scratch "));

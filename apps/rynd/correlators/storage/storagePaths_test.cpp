@@ -112,9 +112,8 @@ TEST_F(StoragePathsTest, ReportsTheEndOfALossOnce) {
                    "\"ds 2\") restored. Path hba1:C0:T0:L0 is active again."});
   EXPECT_EQ(Restored("2"), Events{});
   Down("2");
-  EXPECT_EQ(Restored("3"),
-            Events{"amb.clear.storage.redundancy.restored Path redundancy to storage device naa.1 (Datastores: "
-                   "\"ds1\", \"ds 2\") restored. Path hba1:C0:T0:L0 is active again."});
+  EXPECT_EQ(Restored("3"), Events{"amb.clear.storage.redundancy.restored Path redundancy to storage device naa.1 "
+                                  "(Datastores: \"ds1\", \"ds 2\") restored. Path hba1:C0:T0:L0 is active again."});
   for (const char *status : {"1", "0", "4", "x"}) {
     Down("1");
     EXPECT_EQ(Restored(status), Events{}) << status;

@@ -21,16 +21,14 @@ TEST(UserWorld, CountsCrashesByNameAndKind) {
     return events.size() == 1 && events[0].ends_with(back);
   };
   EXPECT_TRUE(ends(Dumped("ryn.uw.core.dumped.encrypted", "app"),
-                   "(2 time(s) so far). A core file may have been "
-                   "created at /core."))
+                   "(2 time(s) so far). A core file may have been created at /core."))
       << "without a key it is not encrypted";
   EXPECT_EQ(counted("dumpFailed", "app"), app + "dumpFailed" + said) << "counted apart";
   // A key that is none drops the observation, uncounted.
   EXPECT_EQ(counted("dumped", "app", {Int(1)}), "");
   EXPECT_EQ(EventsOf(UserWorldHandlers(), "ryn.uw.core.dumped", {Str("app"), Int(1)}), Events{});
   EXPECT_TRUE(ends(Dumped("ryn.uw.core.dumped", "app", {Str("k1")}),
-                   "(3 time(s) so far). An encrypted core file "
-                   "using keyId k1 may have been created at /core."));
+                   "(3 time(s) so far). An encrypted core file using keyId k1 may have been created at /core."));
   EXPECT_EQ(EventsOf(UserWorldHandlers(), "ryn.uw.core.dumped", {NullStr(), Int(1), NullStr()}).size(), 1u);
   // Agents go by part of their name.
   EXPECT_EQ(counted("dumped", "x-fleetd-worker"), "amb.problem.fleetd.core.dumped x-fleetd-worker crashed (1 time(s");
@@ -39,8 +37,7 @@ TEST(UserWorld, CountsCrashesByNameAndKind) {
 
 TEST(UserWorld, ReportsTenForeignFiles) {
   const std::string prevented =
-      "amb.audit.uw.security.execInstalledOnly.violation Execution of non-installed file "
-      "prevented: ";
+      "amb.audit.uw.security.execInstalledOnly.violation Execution of non-installed file prevented: ";
   const std::string warned = "amb.audit.uw.security.execInstalledOnly.warning Execution of non-installed file: ";
   for (int i = 1; i <= 9; ++i) {
     const std::string path = "/tmp/" + std::to_string(i);
