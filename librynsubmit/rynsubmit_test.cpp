@@ -2,9 +2,7 @@
 #include "librynsubmit/rynsubmit.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,10 +11,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <set>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
@@ -39,6 +35,11 @@ class RynSubmit : public testing::Test {
     ASSERT_EQ(listen(context_.Get(), backlog), 0);
   }
   void Accept() { caller_.Reset(accept(context_.Get(), nullptr, nullptr)); }
+  /// Whether there is something to read from `fd`, or somebody to accept, within 5 s.
+  static bool Waits(const base::UniqueFd &fd) {
+    pollfd readable{fd.Get(), POLLIN, 0};
+    return poll(&readable, 1, 5000) == 1;
+  }
 
   /// The next record of the accepted caller; one with an empty id when there is none.
   hosted::RawRecord Receive() { return testing_support::ReceiveRecord(caller_.Get()); }
@@ -121,8 +122,7 @@ TEST_F(RynSubmit, SaysWhyItCannotConnect) {
 TEST_F(RynSubmit, WaitsNoLongerThanItIsTold) {
   // The kernel takes what nobody reads, up to its limit.
   ASSERT_EQ(rynsubmit_connect(0, &connection_), 0);
-  int taken = 0;
-  int status = 0;
+  int taken = 0, status = 0;
   while (taken < 100'000 && (status = Submit("ryn.user.a")) == 0) ++taken;
   EXPECT_EQ(status, ETIMEDOUT);
   Accept();
@@ -213,8 +213,7 @@ TEST_F(RynSubmit, LeavesAloneWhatIsNotItsOwn) {
   std::thread daemon([&] {
     base::UniqueFd closed(accept(context_.Get(), nullptr, nullptr));
     Accept();
-    pollfd record{caller_.Get(), POLLIN, 0};
-    poll(&record, 1, 5000);
+    EXPECT_TRUE(Waits(caller_));
     EXPECT_EQ(Receive().id, "ryn.user.a");
   });
   EXPECT_EQ(Submit("ryn.user.a"), 0);
@@ -230,16 +229,13 @@ TEST_F(RynSubmit, ServesAProcessThatWasForkedMeanwhile) {
   ASSERT_EQ(rynsubmit_connect(20'000, &connection_), 0);
   std::thread first([&] { EXPECT_EQ(Submit("ryn.user.a"), 0); });
   Accept();
-  pollfd record{caller_.Get(), POLLIN, 0};
-  ASSERT_EQ(poll(&record, 1, 5000), 1);  // the thread waits until it is read
+  ASSERT_TRUE(Waits(caller_));  // the thread waits until it is read
   const pid_t child = fork();
   if (child == 0) _exit(Submit("ryn.user.b"));
   base::UniqueFd parent = std::move(caller_);
-  pollfd call{context_.Get(), POLLIN, 0};
-  ASSERT_EQ(poll(&call, 1, 5000), 1) << "the child has a connection of its own";
+  ASSERT_TRUE(Waits(context_)) << "the child has a connection of its own";
   Accept();
-  record.fd = caller_.Get();
-  ASSERT_EQ(poll(&record, 1, 5000), 1);
+  ASSERT_TRUE(Waits(caller_));
   EXPECT_EQ(Receive().id, "ryn.user.b");
   int status = -1;
   EXPECT_EQ(waitpid(child, &status, 0), child);
@@ -255,11 +251,9 @@ TEST_F(RynSubmit, WaitsUntilTheDaemonServesIt) {
   std::thread submitter([&] { EXPECT_EQ(Submit("ryn.user.a"), 0); });
   for (int i = 0; i < 4; ++i) {
     caller_.Reset();
-    pollfd call{context_.Get(), POLLIN, 0};
-    if (poll(&call, 1, 5000) != 1) break;
+    if (!Waits(context_)) break;
     Accept();
-    pollfd record{caller_.Get(), POLLIN, 0};
-    poll(&record, 1, 5000);
+    Waits(caller_);
   }
   EXPECT_EQ(Receive().id, "ryn.user.a");
   submitter.join();

@@ -24,22 +24,12 @@ inline hosted::RawRecord ReceiveRecord(int fd) {
 /// The arguments of `record`, each with its kind, an integer's width in bytes, and its value: "i4:-5", "u1:255",
 /// "s:text", "null".
 inline std::vector<std::string> Shown(const hosted::RawRecord &record) {
+  using enum hosted::ArgumentKind;
   std::vector<std::string> shown;
-  for (const hosted::RawArgument &argument : record.arguments) {
-    const std::string width = std::to_string(argument.width) + ":";
-    switch (argument.kind) {
-      case hosted::ArgumentKind::kSigned:
-        shown.push_back("i" + width + std::to_string(static_cast<int64_t>(argument.bits)));
-        break;
-      case hosted::ArgumentKind::kUnsigned:
-        shown.push_back("u" + width + std::to_string(argument.bits));
-        break;
-      case hosted::ArgumentKind::kString:
-        shown.push_back("s:" + argument.text);
-        break;
-      default:
-        shown.emplace_back("null");
-    }
+  for (const auto &[kind, width, bits, text] : record.arguments) {
+    const std::string value = kind == kSigned ? std::to_string(static_cast<int64_t>(bits)) : std::to_string(bits);
+    const std::string number = (kind == kSigned ? "i" : "u") + std::to_string(width) + ":" + value;
+    shown.push_back(kind == kNullString ? "null" : kind == kString ? "s:" + text : number);
   }
   return shown;
 }

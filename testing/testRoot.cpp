@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <thread>
 
 namespace testing_support {
@@ -46,6 +47,13 @@ std::string ReadFile(const std::string &path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+std::vector<std::string> Lines(const std::string &text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
 std::string HostPath(const std::string &path) {
   return ProcessRoot() / ("/var/lib/corvane/host/" + path);
 }
@@ -60,9 +68,8 @@ void ClearHost() {
 
 std::string TakeActions() {
   const std::string path = ProcessRoot() / "/var/lib/corvane/actions.log";
-  std::ifstream lines(path);
   std::string actions;
-  for (std::string line; std::getline(lines, line);) actions += line.substr(line.find('\t') + 1) + ";";
+  for (const std::string &line : Lines(ReadFile(path))) actions += line.substr(line.find('\t') + 1) + ";";
   std::filesystem::remove(path);
   return actions;
 }

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -32,6 +33,9 @@ bool WaitUntil(const std::function<bool()> &condition, double seconds = 30);
 void WriteFile(const std::string &path, const std::string &text);
 /// The content of `path`; "" when it can't be read.
 std::string ReadFile(const std::string &path);
+
+/// The lines of `text`, without their ends.
+std::vector<std::string> Lines(const std::string &text);
 
 /// A path below the host tree of ProcessRoot().
 std::string HostPath(const std::string &path);

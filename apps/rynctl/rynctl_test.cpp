@@ -8,6 +8,7 @@
 
 #include "rynctl/console.h"
 #include "rynctl/toolRun.h"
+#include "testing/testRoot.h"
 
 namespace rynctl {
 namespace {
@@ -21,8 +22,8 @@ TEST(Rynctl, HelpsWithAnExample) {
     EXPECT_NE(help.out.find("--root DIR"), std::string::npos);
     EXPECT_EQ(RunTool({"help", command}).out, help.out);
     EXPECT_NE(RunTool({"--help"}).out.find(command), std::string::npos);
-    std::istringstream lines(help.out + RunTool({"help"}).out);
-    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
+    for (const std::string &line : testing_support::Lines(help.out + RunTool({"help"}).out))
+      EXPECT_LE(line.size(), 80u) << line;
 
     const ToolResult mistake = RunTool({command, "--no-such-option"});
     EXPECT_EQ(mistake.status, 2);

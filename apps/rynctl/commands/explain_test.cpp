@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "catalog/catalog.h"
 #include "rynctl/toolRun.h"
+#include "testing/testRoot.h"
 
 namespace rynctl {
 namespace {
@@ -14,9 +14,8 @@ TEST(Explain, TellsEverythingInEightyColumns) {
   for (const catalog::Event &event : catalog::Events()) {
     const ToolResult result = RunTool({"explain", event.name});
     ASSERT_EQ(result.status, 0) << result.err;
-    std::istringstream lines(result.out);
     bool commands = false;
-    for (std::string line; std::getline(lines, line);) {
+    for (const std::string &line : testing_support::Lines(result.out)) {
       commands = commands || line == "Try it";
       EXPECT_TRUE(commands || line.size() <= 80) << line;
       EXPECT_EQ(line.find('\x1b'), std::string::npos) << "colors are for terminals";

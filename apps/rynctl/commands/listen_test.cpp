@@ -19,6 +19,7 @@ namespace {
 
 using Bytes = std::vector<std::byte>;
 using Strings = std::vector<std::string>;
+using testing_support::Lines;
 
 /// A connection that has sent `bytes`.
 base::UniqueFd Connect(const std::string &path, const Bytes &bytes) {
@@ -31,13 +32,6 @@ base::UniqueFd Connect(const std::string &path, const Bytes &bytes) {
 Bytes Cut(Bytes bytes, size_t length) {
   bytes.resize(length);
   return bytes;
-}
-
-Strings Lines(const std::string &text) {
-  Strings lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
 }
 
 class Listen : public testing::Test {
@@ -106,11 +100,7 @@ TEST_F(Listen, LeavesALiveAgentItsSocketAndReplacesAStaleOne) {
   AwaitSocket();
   // Another agent takes the path over: its file must stay.
   unlink(path_.c_str());
-  const base::UniqueFd sender = [&] {
-    base::UniqueFd other;
-    EXPECT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0660, &live), 0);
-    return other;
-  }();
+  EXPECT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0660, &live), 0);
   tool.Signal(SIGTERM);
   EXPECT_EQ(tool.Result().status, 0);
   EXPECT_EQ(access(path_.c_str(), F_OK), 0);

@@ -1,14 +1,10 @@
 // The daemon's sockets are made by the tests, which decode what arrives.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <sstream>
-#include <thread>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
@@ -265,8 +261,7 @@ TEST_F(Submit, SendsTheLinesOfAFile) {
 
 TEST_F(Submit, StopsAtTheFirstWrongLineAndNamesIt) {
   const struct {
-    const char *line;
-    const char *told;
+    const char *line, *told;
   } cases[] = {
       {R"({"id":"ryn.a")", "no JSON at column 14: syntax error while parsing object - unexpected end of input"},
       {R"({"id" "ryn.a"})", "no JSON at column 13: syntax error while parsing object separator - unexpected string"},

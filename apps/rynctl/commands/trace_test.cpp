@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <sstream>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
@@ -36,8 +35,8 @@ constexpr char kFeed[] = R"(1700000000000000 IN text.that.came.first x ()
 /// The lines of `text`, each without its time.
 std::vector<std::string> Timeless(const std::string &text) {
   std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line.substr(std::min<size_t>(line.size(), 14)));
+  for (const std::string &line : testing_support::Lines(text))
+    lines.push_back(line.substr(std::min<size_t>(line.size(), 14)));
   return lines;
 }
 using Lines = std::vector<std::string>;

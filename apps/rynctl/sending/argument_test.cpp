@@ -11,34 +11,31 @@ using hosted::ArgumentKind;
 TEST(Argument, ReadsEveryWayOfWritingOne) {
   constexpr auto kSigned = ArgumentKind::kSigned, kUnsigned = ArgumentKind::kUnsigned;
   const struct {
-    const char *word;
     ArgumentKind kind;
     unsigned width;
-    int64_t value;
-  } integers[] = {{"0", kSigned, 4, 0},
-                  {"-5", kSigned, 4, -5},
-                  {"0x10", kSigned, 4, 16},
-                  {"-0x10", kSigned, 4, -16},
-                  {"2147483647", kSigned, 4, INT32_MAX},
-                  {"2147483648", kSigned, 8, 2147483648},
-                  {"-2147483648", kSigned, 4, INT32_MIN},
-                  {"-2147483649", kSigned, 8, -2147483649},
-                  {"-9223372036854775808", kSigned, 8, INT64_MIN},
-                  {"9223372036854775808", kUnsigned, 8, INT64_MIN},
-                  {"0xffffffffffffffff", kUnsigned, 8, -1},
-                  {"i8:-128", kSigned, 1, -128},
-                  {"i16:32767", kSigned, 2, 32767},
-                  {"i64:-1", kSigned, 8, -1},
-                  {"u8:0xFF", kUnsigned, 1, 255},
-                  {"u8:-0", kUnsigned, 1, 0},
-                  {"u32:4294967295", kUnsigned, 4, UINT32_MAX},
-                  {"u64:18446744073709551615", kUnsigned, 8, -1}};
+    std::vector<std::pair<const char *, int64_t>> words;
+  } integers[] = {
+      {kSigned, 1, {{"i8:-128", -128}}},
+      {kSigned, 2, {{"i16:32767", 32767}}},
+      {kSigned,
+       4,
+       {{"0", 0}, {"-5", -5}, {"0x10", 16}, {"-0x10", -16}, {"2147483647", INT32_MAX}, {"-2147483648", INT32_MIN}}},
+      {kSigned,
+       8,
+       {{"2147483648", 2147483648}, {"-2147483649", -2147483649}, {"-9223372036854775808", INT64_MIN}, {"i64:-1", -1}}},
+      {kUnsigned, 1, {{"u8:0xFF", 255}, {"u8:-0", 0}}},
+      {kUnsigned, 4, {{"u32:4294967295", UINT32_MAX}}},
+      {kUnsigned,
+       8,
+       {{"9223372036854775808", INT64_MIN}, {"0xffffffffffffffff", -1}, {"u64:18446744073709551615", -1}}}};
   std::string error;
-  for (const auto &row : integers) {
-    const std::optional<hosted::RawArgument> argument = ParseArgument(row.word, &error);
-    ASSERT_TRUE(argument) << error;
-    EXPECT_TRUE(argument->kind == row.kind && argument->width == row.width) << row.word;
-    EXPECT_EQ(argument->bits, static_cast<uint64_t>(row.value)) << row.word;
+  for (const auto &[kind, width, words] : integers) {
+    for (const auto &[word, value] : words) {
+      const std::optional<hosted::RawArgument> argument = ParseArgument(word, &error);
+      ASSERT_TRUE(argument) << error;
+      EXPECT_TRUE(argument->kind == kind && argument->width == width) << word;
+      EXPECT_EQ(argument->bits, static_cast<uint64_t>(value)) << word;
+    }
   }
   const auto textOf = [&error](const std::string &word) {
     const std::optional<hosted::RawArgument> argument = ParseArgument(word, &error);
@@ -51,32 +48,26 @@ TEST(Argument, ReadsEveryWayOfWritingOne) {
 }
 
 TEST(Argument, RefusesNumbersOutOfRangeAndNamesTheRange) {
-  constexpr struct {
-    const char *word;
+  const struct {
     const char *told;
-  } kBad[] = {
-      {"i8:128", "-128 to 127"},
-      {"i8:-129", "-128 to 127"},
-      {"i16:0x8000", "-32768 to 32767"},
-      {"i32:2147483648", "-2147483648 to 2147483647"},
-      {"i64:9223372036854775808", "-9223372036854775808 to 9223372036854775807"},
-      {"u8:256", "0 to 255"},
-      {"u16:-1", "0 to 65535"},
-      {"u64:-1", "0 to 18446744073709551615"},
-      {"u64:18446744073709551616", "64 bits"},
-      {"18446744073709551616", "64 bits"},
-      {"-9223372036854775809", "out of range"},
-      {"0x1ffffffffffffffff", "64 bits"},
-      {"i32:", "decimal or 0x"},
-      {"i32:five", "decimal or 0x"},
-      {"u8: 5", "decimal or 0x"},
-      {"i32:--5", "decimal or 0x"},
-  };
-  for (const auto &bad : kBad) {
-    std::string error;
-    EXPECT_FALSE(ParseArgument(bad.word, &error)) << bad.word;
-    EXPECT_NE(error.find(bad.told), std::string::npos) << error;
-    EXPECT_NE(error.find("'" + std::string(bad.word) + "'"), std::string::npos) << error;
+    std::vector<const char *> words;
+  } bad[] = {{"-128 to 127", {"i8:128", "i8:-129"}},
+             {"-32768 to 32767", {"i16:0x8000"}},
+             {"-2147483648 to 2147483647", {"i32:2147483648"}},
+             {"-9223372036854775808 to 9223372036854775807", {"i64:9223372036854775808"}},
+             {"0 to 255", {"u8:256"}},
+             {"0 to 65535", {"u16:-1"}},
+             {"0 to 18446744073709551615", {"u64:-1"}},
+             {"64 bits", {"u64:18446744073709551616", "18446744073709551616", "0x1ffffffffffffffff"}},
+             {"out of range", {"-9223372036854775809"}},
+             {"decimal or 0x", {"i32:", "i32:five", "u8: 5", "i32:--5"}}};
+  for (const auto &[told, words] : bad) {
+    for (const char *word : words) {
+      std::string error;
+      EXPECT_FALSE(ParseArgument(word, &error)) << word;
+      EXPECT_NE(error.find(told), std::string::npos) << error;
+      EXPECT_NE(error.find("'" + std::string(word) + "'"), std::string::npos) << error;
+    }
   }
 }
 

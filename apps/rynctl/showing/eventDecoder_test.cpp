@@ -18,10 +18,8 @@ DecodedEvent Decode(const std::vector<std::byte> &bytes) {
 }
 
 bool Tells(const DecodedEvent &event, const std::string &part) {
-  for (const std::string &problem : event.problems) {
-    if (problem.find(part) != std::string::npos) return true;
-  }
-  return false;
+  return std::ranges::any_of(event.problems,
+                             [&](const auto &problem) { return problem.find(part) != std::string::npos; });
 }
 
 /// Nothing that reaches a terminal may steer it, and JSON must be JSON.
@@ -55,8 +53,7 @@ TEST(EventDecoder, ReadsAWholeRecord) {
 
 TEST(EventDecoder, SaysWhatIsWrong) {
   const std::vector<std::byte> whole = EventBytes(kApdStart, {"naa.6001"});
-  const size_t nameLength = sizeof kApdStart;
-  const size_t area = rynd::kEventNameOffset + nameLength;
+  const size_t nameLength = sizeof kApdStart, area = rynd::kEventNameOffset + nameLength;
   const struct {
     size_t offset;
     uint64_t value;
