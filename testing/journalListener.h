@@ -26,8 +26,6 @@ class JournalListener {
     Open();
   }
   ~JournalListener() { Close(); }
-  JournalListener(const JournalListener &) = delete;
-  JournalListener &operator=(const JournalListener &) = delete;
   void Open() {
     base::UnixAddress address;
     EXPECT_EQ(base::MakeUnixAddress(path_, &address), 0);

@@ -1,15 +1,11 @@
 // The agent as its clients, its disk and its own past treat it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
 #include <random>
-#include <thread>
 
 #include "hosted/paths.h"
 #include "mgmtd/store/database.h"
@@ -31,9 +27,7 @@ bool SendNumbered(const TestRoot &root, uint64_t number) {
 }
 
 std::vector<mgmtd::StoredEvent> AllEvents(const TestRoot &root) {
-  mgmtd::EventFilter filter;
-  filter.limit = 100'000;
-  return mgmtd::Reader(StoreOf(root)).Events(filter);
+  return mgmtd::Reader(StoreOf(root)).Events({.limit = 100'000});
 }
 
 nlohmann::json Status(const TestRoot &root) {
@@ -104,6 +98,14 @@ TEST(Agent, KeepsWhatIsDamagedMarkedAndWhatIsDoubledOnce) {
   EXPECT_TRUE(LogHas(root, "5 records received, 4 events stored, 1 doubles, 3 damaged"));
 }
 
+/// An agent that stores the events 1 to `count` and ends.
+void StoreFirst(const TestRoot &root, uint64_t count) {
+  AgentProcess agent(root);
+  for (uint64_t i = 1; i <= count; ++i) ASSERT_TRUE(SendNumbered(root, i));
+  ASSERT_TRUE(AwaitStored(root, count));
+  EXPECT_EQ(agent.End(SIGTERM), 0);
+}
+
 std::string StoreFolder(const TestRoot &root) {
   return std::filesystem::path(StoreOf(root)).parent_path();
 }
@@ -134,12 +136,7 @@ TEST(Agent, AReadOnlyDiskHoldsNothingUpAndItsProblemsAreFoundAgain) {
   const TestRoot root;
   const SmallDisk disk(StoreFolder(root), "400k");
   if (!disk.IsMounted()) GTEST_SKIP() << "only root can make a small disk";
-  {
-    AgentProcess agent(root);
-    ASSERT_TRUE(SendNumbered(root, 1));
-    ASSERT_TRUE(SendNumbered(root, 2));
-    EXPECT_EQ(agent.End(SIGTERM), 0);
-  }
+  StoreFirst(root, 2);
   ASSERT_TRUE(disk.Change(MS_RDONLY, "size=64m"));
   AgentProcess agent(root);
   // While nothing of the file is known, a clear comes for a problem that is in it.
@@ -173,12 +170,7 @@ TEST(Agent, MovesADamagedFileAside) {
   };
   std::filesystem::create_directories(StoreFolder(root));
   WriteFile(path, std::string(100'000, 'x'));  // no database at all
-  {
-    AgentProcess agent(root);
-    for (uint64_t i = 1; i <= 500; ++i) ASSERT_TRUE(SendNumbered(root, i));
-    ASSERT_TRUE(AwaitStored(root, 500));
-    EXPECT_EQ(agent.End(SIGTERM), 0);
-  }
+  StoreFirst(root, 500);
   EXPECT_EQ(asides(), 1U);
   {
     mgmtd::Database database(path, mgmtd::Database::Mode::kWrite);
@@ -205,12 +197,7 @@ TEST(Agent, MovesADamagedFileAside) {
 
 TEST(Agent, TakesAnOlderStoreAndLeavesANewerOne) {
   const TestRoot root;
-  {
-    AgentProcess agent(root);
-    ASSERT_TRUE(SendNumbered(root, 1));
-    ASSERT_TRUE(AwaitStored(root, 1));
-    EXPECT_EQ(agent.End(SIGTERM), 0);
-  }
+  StoreFirst(root, 1);
   const auto change = [&](const char *sql) {
     mgmtd::Database database(StoreOf(root), mgmtd::Database::Mode::kWrite);
     database.Execute(sql);
@@ -246,10 +233,9 @@ TEST(Agent, AClockThatIsSetBackLosesNothing) {
   for (uint64_t i = 0; i < 5; ++i) ASSERT_TRUE(SendEvent(root, EventBytes(kApdStart, {"naa.1"}, i + 1, times[i])));
   ASSERT_TRUE(AwaitStored(root, 5));
   EXPECT_EQ(agent.End(SIGTERM), 0);
-  mgmtd::EventFilter filter;
-  filter.sinceUs = static_cast<int64_t>(now) - 10;
   std::vector<uint64_t> sequences;
-  for (const auto &event : mgmtd::Reader(StoreOf(root)).Events(filter)) sequences.push_back(event.sequence);
+  const int64_t since = static_cast<int64_t>(now) - 10;
+  for (const auto &event : mgmtd::Reader(StoreOf(root)).Events({.sinceUs = since})) sequences.push_back(event.sequence);
   EXPECT_EQ(sequences, (std::vector<uint64_t>{1, 2, 4, 5})) << "by their own times, in the order of reception";
   EXPECT_EQ(mgmtd::Reader(StoreOf(root)).Problems({})[0].times, 5);
 }

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <map>
 #include <random>
-#include <thread>
 
 #include "mgmtd/store/reader.h"
 #include "rynctl/showing/testEvent.h"
@@ -23,11 +22,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kSenders = 4;
 constexpr char kWithList[] = "amb.problem.net.connectivity.lost";
-
-int Endings() {
-  const char *wanted = getenv("RYND_AGENT_ENDINGS");
-  return wanted != nullptr ? atoi(wanted) : IsSlowBuild() ? 8 : 40;
-}
 
 /// Sends numbered records one after the other, each again until it has been taken, and keeps the book.
 class Sender {
@@ -76,8 +70,7 @@ class Sender {
 std::map<int, std::vector<uint64_t>> Stored(const TestRoot &root) {
   std::map<int, std::vector<uint64_t>> numbers;
   mgmtd::Reader reader(StoreOf(root));
-  mgmtd::EventFilter filter;
-  filter.limit = 10'000;
+  mgmtd::EventFilter filter{.limit = 10'000};
   for (std::vector<mgmtd::StoredEvent> events; !(events = reader.Events(filter)).empty();) {
     for (const mgmtd::StoredEvent &event : events) {
       EXPECT_EQ(event.damage, "");
@@ -88,38 +81,40 @@ std::map<int, std::vector<uint64_t>> Stored(const TestRoot &root) {
   return numbers;
 }
 
-/// End the agent again and again while all send; the moments at which it had ended.
-std::vector<Clock::time_point> EndOften(const TestRoot &root, int signal, int wanted) {
-  std::mt19937 random(signal == SIGKILL ? 1 : 2);
-  std::vector<Clock::time_point> ends;
-  for (int i = 0; i < Endings(); ++i) {
-    AgentProcess agent(root);
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 150'000));
-    EXPECT_EQ(agent.End(signal), wanted);
-    ends.push_back(Clock::now());
+/// Agents that were ended again and again while all sent.
+struct Endings {
+  Endings(int signal, int wanted) {
+    const char *often = getenv("RYND_AGENT_ENDINGS");
+    std::vector<std::unique_ptr<Sender>> senders;
+    for (int i = 0; i < kSenders; ++i) senders.push_back(std::make_unique<Sender>(root, i));
+    std::mt19937 random(signal == SIGKILL ? 1 : 2);
+    for (int left = often != nullptr ? atoi(often) : IsSlowBuild() ? 8 : 40; left > 0; --left) {
+      AgentProcess agent(root);
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 150'000));
+      EXPECT_EQ(agent.End(signal), wanted);
+      ends.push_back(Clock::now());
+    }
+    AgentProcess last(root);
+    for (const auto &sender : senders) taken.push_back(sender->Stop());
+    EXPECT_EQ(last.End(SIGTERM), 0);
+    stored = Stored(root);
   }
-  return ends;
-}
+  const TestRoot root;
+  std::vector<Clock::time_point> ends;           ///< when each had ended
+  std::vector<std::vector<Sender::Trip>> taken;  ///< by sender
+  std::map<int, std::vector<uint64_t>> stored;   ///< in the end, by sender
+};
 
 TEST(AgentEndings, KilledItLosesNoMoreThanWhatCameLast) {
-  const TestRoot root;
-  std::vector<std::unique_ptr<Sender>> senders;
-  for (int i = 0; i < kSenders; ++i) senders.push_back(std::make_unique<Sender>(root, i));
-  const std::vector<Clock::time_point> ends = EndOften(root, SIGKILL, 128 + SIGKILL);
-  AgentProcess last(root);
-  std::vector<std::vector<Sender::Trip>> taken;
-  for (const auto &sender : senders) taken.push_back(sender->Stop());
-  ASSERT_EQ(last.End(SIGTERM), 0);
-
-  std::map<int, std::vector<uint64_t>> stored = Stored(root);
-  size_t all = 0;
-  size_t lost = 0;
+  Endings endings(SIGKILL, 128 + SIGKILL);
+  const std::vector<Clock::time_point> &ends = endings.ends;
+  size_t all = 0, lost = 0;
   Clock::duration longest{};
   for (int sender = 0; sender < kSenders; ++sender) {
-    const std::vector<Sender::Trip> &sent = taken[static_cast<size_t>(sender)];
+    const std::vector<Sender::Trip> &sent = endings.taken[static_cast<size_t>(sender)];
     all += sent.size();
     size_t next = 0;
-    for (const uint64_t number : stored[sender]) {
+    for (const uint64_t number : endings.stored[sender]) {
       ASSERT_GE(number, next) << "a record came twice, or out of order";
       for (; next < number; ++next) {
         // What is missing was sent just before a kill: nothing that came later in that life is there.
@@ -140,26 +135,19 @@ TEST(AgentEndings, KilledItLosesNoMoreThanWhatCameLast) {
 }
 
 TEST(AgentEndings, StoppedItLosesNothing) {
-  const TestRoot root;
-  std::vector<std::unique_ptr<Sender>> senders;
-  for (int i = 0; i < kSenders; ++i) senders.push_back(std::make_unique<Sender>(root, i));
-  const size_t ends = EndOften(root, SIGTERM, 0).size();
-  AgentProcess last(root);
-  std::vector<size_t> taken;
-  for (const auto &sender : senders) taken.push_back(sender->Stop().size());
-  ASSERT_EQ(last.End(SIGTERM), 0);
-  std::map<int, std::vector<uint64_t>> stored = Stored(root);
+  Endings endings(SIGTERM, 0);
   size_t all = 0;
   for (int sender = 0; sender < kSenders; ++sender) {
     // One that was taken and not known to be is sent again, and there once.
-    const size_t sent = taken[static_cast<size_t>(sender)];
-    ASSERT_GE(stored[sender].size(), sent);
-    ASSERT_LE(stored[sender].size(), sent + 1);
-    for (size_t i = 0; i < sent; ++i) ASSERT_EQ(stored[sender][i], i);
+    const size_t sent = endings.taken[static_cast<size_t>(sender)].size();
+    const std::vector<uint64_t> &stored = endings.stored[sender];
+    ASSERT_GE(stored.size(), sent);
+    ASSERT_LE(stored.size(), sent + 1);
+    for (size_t i = 0; i < sent; ++i) ASSERT_EQ(stored[i], i);
     all += sent;
   }
-  std::printf("%zu records, %zu stops\n", all, ends);
-  EXPECT_GT(all, ends * 4);
+  std::printf("%zu records, %zu stops\n", all, endings.ends.size());
+  EXPECT_GT(all, endings.ends.size() * 4);
 }
 
 TEST(AgentEndings, WhatTheDaemonSentIsWhatIsStored) {
@@ -181,9 +169,7 @@ TEST(AgentEndings, WhatTheDaemonSentIsWhatIsStored) {
   const uint64_t sent = events.at("sent");
   EXPECT_EQ(sent + events.at("waiting").get<uint64_t>(), 400U) << events;
   ASSERT_EQ(agent->End(SIGTERM), 0);
-  mgmtd::EventFilter filter;
-  filter.limit = 1000;
-  EXPECT_EQ(mgmtd::Reader(StoreOf(root)).Events(filter).size(), sent);
+  EXPECT_EQ(mgmtd::Reader(StoreOf(root)).Events({}).size(), sent);
   daemon.Stop();
 }
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <sstream>
 
 #include "rynctl/showing/testEvent.h"
 #include "rynctl/toolRun.h"
@@ -34,8 +33,7 @@ class RynctlAgent : public testing::Test {
 };
 
 void ExpectScreen(const std::string &text) {
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80U) << line;
+  for (const std::string &line : Lines(text)) EXPECT_LE(line.size(), 80U) << line;
   EXPECT_EQ(text.find('\x1b'), std::string::npos) << "nothing of an event may steer a terminal";
 }
 
@@ -83,10 +81,12 @@ TEST_F(RynctlAgent, HistoryWorksWithoutTheAgent) {
     Send("amb.problem.velfs.ramdisk.full", {"tmp", "\x1b[2J"});
     EXPECT_EQ(agent.End(SIGKILL), 128 + SIGKILL);
   }
-  const auto lines = [](const std::vector<std::string> &options) {
-    std::vector<std::string> words = {"history"};
-    words.insert(words.end(), options.begin(), options.end());
-    const ToolResult result = RunTool(words);
+  const auto history = [](std::vector<std::string> words) {
+    words.insert(words.begin(), "history");
+    return RunTool(words);
+  };
+  const auto lines = [&](const std::vector<std::string> &options) {
+    const ToolResult result = history(options);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out.find('\x1b'), std::string::npos);
     return std::ranges::count(result.out, '\n');
@@ -101,11 +101,9 @@ TEST_F(RynctlAgent, HistoryWorksWithoutTheAgent) {
   EXPECT_EQ(lines({"--until", "@1700000001", "--since", "2023-11-14T00:00Z", "--json"}), 3);
   for (const std::vector<std::string> &wrong :
        {std::vector<std::string>{"--since", "soon"}, {"--category", "trouble"}, {"--count", "0"}, {"--nmae", "x"}}) {
-    std::vector<std::string> words = {"history"};
-    words.insert(words.end(), wrong.begin(), wrong.end());
-    EXPECT_EQ(RunTool(words).status, 2) << wrong[0];
+    EXPECT_EQ(history(wrong).status, 2) << wrong[0];
   }
-  EXPECT_NE(RunTool({"history", "--nmae", "x"}).err.find("did you mean --name"), std::string::npos);
+  EXPECT_NE(history({"--nmae", "x"}).err.find("did you mean --name"), std::string::npos);
 }
 
 }  // namespace

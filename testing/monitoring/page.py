@@ -14,10 +14,6 @@ def texts(browser, selector):
     return browser.run('return [...document.querySelectorAll(arguments[0])].map(e => e.innerText)', selector)
 
 
-def text(browser, selector):
-    return browser.run('return document.querySelector(arguments[0]).innerText', selector)
-
-
 def shows(browser, selector, words, seconds=30):
     eventually(lambda: any(words in each for each in texts(browser, selector)), f'"{words}" in {selector}', seconds)
 

@@ -6,13 +6,11 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <chrono>
-#include <thread>
 
 #include "apps/rynmgmtd/testSupport.h"
-#include "base/unixAddress.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
 #include "mgmtd/json/json.h"
 
@@ -25,18 +23,16 @@ using nlohmann::json;
 constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
 
 base::UniqueFd Connect(const std::string &url) {
+  base::UniqueFd fd;
   if (url.starts_with('/')) {
-    base::UnixAddress address;
-    EXPECT_EQ(base::MakeUnixAddress(url, &address), 0);
-    base::UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(connect(fd.Get(), address.Get(), base::UnixAddress::kLength), 0) << url;
+    EXPECT_EQ(hosted::ConnectUnixSocket(url, SOCK_STREAM, &fd), 0) << url;
     return fd;
   }
+  fd.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  base::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
   return fd;
 }
@@ -102,49 +98,45 @@ TEST(HttpServer, TellsEachOnlyWhatItMaySee) {
   Server open, closed("127.0.0.1:0", tokenFile);
   ASSERT_EQ(open.Start(), "");
   ASSERT_EQ(closed.Start(), "");
-  struct Case {
+  const std::string token = "Authorization: Bearer " + std::string(kToken);
+  const std::string bearer = token + "\r\n", longer = token + "0\r\n";
+  const struct {
     Server *server;
-    const char *target, *more, *status;
+    const char *status;
+    std::string more;
+    std::vector<const char *> targets;
+  } cases[] = {
+      {&open, "HTTP/1.1 200", "", {"/", "/page/app.js"}},
+      {&open, "HTTP/1.1 200", "Host: 127.0.0.1:8470\r\n", {"/api/problems"}},
+      {&open, "HTTP/1.1 200", "Host: [::1]:8470\r\n", {"/api/problems"}},
+      {&open, "HTTP/1.1 421", "Host: evil.example\r\n", {"/api/problems"}},
+      {&open, "HTTP/1.1 421", "Host: localhost.evil.example\r\n", {"/"}},
+      {&open, "HTTP/1.1 421", "Host: \r\n", {"/"}},
+      {&open, "HTTP/1.1 403", "Sec-Fetch-Site: cross-site\r\n", {"/api/problems", "/api/stream"}},
+      {&open, "HTTP/1.1 200", "Sec-Fetch-Site: same-origin\r\n", {"/api/problems"}},
+      {&open, "HTTP/1.1 200", "Range: bytes=0-0,0-0,0-0,0-0\r\n", {"/"}},
+      {&open, "HTTP/1.1 404", "", {"/../../etc/passwd"}},
+      {&open,
+       "HTTP/1.1 400",
+       "",
+       {"/api/problems?limit=0", "/api/problems?limit=x", "/api/problems?colour=red", "/api/problems?severity=bad",
+        "/api/events?since=whenever", "/api/timeline?seconds=1"}},
+      {&open, "HTTP/1.1 400", "Last-Event-ID: 7\r\n", {"/api/stream"}},
+      {&closed, "HTTP/1.1 200", "", {"/"}},
+      {&closed, "HTTP/1.1 401", "", {"/api/problems", "/api/stream", "/api/%70roblems"}},
+      {&closed, "HTTP/1.1 401", "Authorization: Bearer 0123456789abcdef\r\n", {"/metrics"}},
+      {&closed, "HTTP/1.1 401", longer, {"/health"}},
+      {&closed, "HTTP/1.1 401", "Authorization: Basic Og==\r\n", {"/api/events"}},
+      {&closed, "HTTP/1.1 200", bearer, {"/health", "/metrics"}},
   };
-  const std::string bearer = "Authorization: Bearer " + std::string(kToken) + "\r\n";
-  const std::string longer = "Authorization: Bearer " + std::string(kToken) + "0\r\n";
-  const std::string shorter = "Authorization: Bearer 0123456789abcdef\r\n";
-  const Case cases[] = {
-      {&open, "/", "", "HTTP/1.1 200"},
-      {&open, "/page/app.js", "", "HTTP/1.1 200"},
-      {&open, "/api/problems", "Host: 127.0.0.1:8470\r\n", "HTTP/1.1 200"},
-      {&open, "/api/problems", "Host: [::1]:8470\r\n", "HTTP/1.1 200"},
-      {&open, "/api/problems", "Host: evil.example\r\n", "HTTP/1.1 421"},
-      {&open, "/", "Host: localhost.evil.example\r\n", "HTTP/1.1 421"},
-      {&open, "/", "Host: \r\n", "HTTP/1.1 421"},
-      {&open, "/api/problems", "Sec-Fetch-Site: cross-site\r\n", "HTTP/1.1 403"},
-      {&open, "/api/stream", "Sec-Fetch-Site: cross-site\r\n", "HTTP/1.1 403"},
-      {&open, "/api/problems", "Sec-Fetch-Site: same-origin\r\n", "HTTP/1.1 200"},
-      {&open, "/", "Range: bytes=0-0,0-0,0-0,0-0\r\n", "HTTP/1.1 200"},
-      {&open, "/../../etc/passwd", "", "HTTP/1.1 404"},
-      {&open, "/api/problems?limit=0", "", "HTTP/1.1 400"},
-      {&open, "/api/problems?limit=x", "", "HTTP/1.1 400"},
-      {&open, "/api/problems?colour=red", "", "HTTP/1.1 400"},
-      {&open, "/api/problems?severity=bad", "", "HTTP/1.1 400"},
-      {&open, "/api/events?since=whenever", "", "HTTP/1.1 400"},
-      {&open, "/api/timeline?seconds=1", "", "HTTP/1.1 400"},
-      {&open, "/api/stream", "Last-Event-ID: 7\r\n", "HTTP/1.1 400"},
-      {&closed, "/", "", "HTTP/1.1 200"},
-      {&closed, "/api/problems", "", "HTTP/1.1 401"},
-      {&closed, "/api/stream", "", "HTTP/1.1 401"},
-      {&closed, "/api/%70roblems", "", "HTTP/1.1 401"},
-      {&closed, "/metrics", shorter.c_str(), "HTTP/1.1 401"},
-      {&closed, "/health", longer.c_str(), "HTTP/1.1 401"},
-      {&closed, "/api/events", "Authorization: Basic Og==\r\n", "HTTP/1.1 401"},
-      {&closed, "/health", bearer.c_str(), "HTTP/1.1 200"},
-      {&closed, "/metrics", bearer.c_str(), "HTTP/1.1 200"},
-  };
-  for (const Case &test : cases) {
-    const std::string answer = test.server->Ask(test.target, test.more);
-    EXPECT_EQ(Status(answer), test.status) << test.target << " " << test.more;
-    EXPECT_NE(answer.find("frame-ancestors 'none'"), std::string::npos) << test.target;
-    EXPECT_NE(answer.find("X-Content-Type-Options: nosniff"), std::string::npos) << test.target;
-    EXPECT_EQ(answer.find("Access-Control"), std::string::npos) << test.target;
+  for (const auto &[server, status, more, targets] : cases) {
+    for (const char *target : targets) {
+      const std::string answer = server->Ask(target, more);
+      EXPECT_EQ(Status(answer), status) << target << " " << more;
+      EXPECT_NE(answer.find("frame-ancestors 'none'"), std::string::npos) << target;
+      EXPECT_NE(answer.find("X-Content-Type-Options: nosniff"), std::string::npos) << target;
+      EXPECT_EQ(answer.find("Access-Control"), std::string::npos) << target;
+    }
   }
   for (const std::string method : {"POST", "DELETE", "PUT", "OPTIONS"}) {
     const base::UniqueFd fd = Connect(open.Url());
@@ -266,12 +258,8 @@ TEST(HttpServer, HealthSaysWhatIsWrong) {
 TEST(HttpServer, HungDaemonHangsNobody) {
   const std::string path = hosted::RootPath(hosted::kTraceSocket);
   hosted::MakeFolders(path.substr(0, path.rfind('/')), 0755);
-  base::UnixAddress address;
-  ASSERT_EQ(base::MakeUnixAddress(path, &address), 0);
-  const base::UniqueFd daemon(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  unlink(path.c_str());
-  ASSERT_EQ(bind(daemon.Get(), address.Get(), base::UnixAddress::kLength), 0);
-  ASSERT_EQ(listen(daemon.Get(), 16), 0);
+  base::UniqueFd daemon;
+  ASSERT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0600, &daemon), 0);
   Server server;
   ASSERT_EQ(server.Start(), "");
   std::vector<base::UniqueFd> scrapes;
@@ -292,9 +280,7 @@ TEST(HttpServer, ClientsThatMeanNoGoodCostTheOthersNothing) {
   setrlimit(RLIMIT_NOFILE, &limit);
   Server server;
   std::vector<Problem> problems;
-  for (int i = 1; i <= 5000; ++i) {
-    problems.push_back(MakeProblem(i, i, std::string(100, 'x') + std::to_string(i)));
-  }
+  for (int i = 1; i <= 5000; ++i) problems.push_back(MakeProblem(i, i, std::string(100, 'x') + std::to_string(i)));
   server.feed.Publish({}, problems);
   ASSERT_EQ(server.Start(), "");
   const base::UniqueFd stream = server.Send("/api/stream");

@@ -1,15 +1,9 @@
 // Sinks against the other sides that they meet: there, slow, gone and back.
 #include "mgmtd/sinks/sinks.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "apps/rynmgmtd/testSupport.h"
-#include "base/uniqueFd.h"
-#include "catalog/catalog.h"
 #include "mgmtd/sinks/alertmanagerSink.h"
 #include "mgmtd/sinks/execSink.h"
 #include "mgmtd/sinks/journalSink.h"
@@ -129,10 +123,7 @@ class Programs {
     return folder + "/" + name;
   }
   std::vector<std::string> Lines(const std::string &name) const {
-    std::ifstream file(folder + "/" + name);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
-    return lines;
+    return testing_support::Lines(testing_support::ReadFile(folder + "/" + name));
   }
 
   std::string folder;
@@ -246,19 +237,16 @@ class FakeAlertmanager {
     thread_.join();
   }
   int Port() const { return port_; }
-  std::vector<std::string> History() {
+  long Count(const std::string &what) {
     const std::lock_guard lock(mutex_);
-    return history_;
+    return std::count(history_.begin(), history_.end(), what);
   }
   json Last() {
     const std::lock_guard lock(mutex_);
     return last_;
   }
   bool Has(const std::string &what, long times = 1) {
-    return WaitUntil([&] {
-      const std::vector<std::string> history = History();
-      return std::count(history.begin(), history.end(), what) >= times;
-    });
+    return WaitUntil([&] { return Count(what) >= times; });
   }
 
  private:
@@ -304,10 +292,9 @@ TEST(AlertmanagerSink, TellsTheLastOfEachProblemAcrossAbsences) {
   ASSERT_TRUE(manager->Has("d firing"));
   ASSERT_TRUE(WaitUntil([&] { return agent.sinks->Statuses()[0].lag == 0; }));
   ASSERT_TRUE(manager->Has("early firing"));
-  const std::vector<std::string> history = manager->History();
-  EXPECT_EQ(std::count(history.begin(), history.end(), "early resolved"), 0) << "its end came behind its return";
-  EXPECT_EQ(std::count(history.begin(), history.end(), "b firing"), 0);
-  EXPECT_EQ(std::count(history.begin(), history.end(), "a resolved"), 0) << "told twice";
+  EXPECT_EQ(manager->Count("early resolved"), 0) << "its end came behind its return";
+  EXPECT_EQ(manager->Count("b firing"), 0);
+  EXPECT_EQ(manager->Count("a resolved"), 0) << "told twice";
 }
 
 TEST(AlertmanagerSink, RepeatsWhatIsOpenAndGoesRoundWhatIsRefused) {
@@ -325,9 +312,8 @@ TEST(AlertmanagerSink, RepeatsWhatIsOpenAndGoesRoundWhatIsRefused) {
   ASSERT_TRUE(manager.Has("p1 resolved"));
   EXPECT_EQ(agent.sinks->Statuses()[0].lag, 0);
   EXPECT_GE(agent.sinks->Statuses()[0].refused, 1U);
-  const std::vector<std::string> history = manager.History();
-  EXPECT_EQ(std::count(history.begin(), history.end(), "p1 resolved"), 1) << "what ended is repeated";
-  EXPECT_LE(std::count(history.begin(), history.end(), "p1 firing"), 1);
+  EXPECT_EQ(manager.Count("p1 resolved"), 1) << "what ended is repeated";
+  EXPECT_LE(manager.Count("p1 firing"), 1);
 }
 
 TEST(AlertmanagerSink, AlertsHaveSoundTimesWhateverClocksSaid) {

@@ -55,32 +55,24 @@ TEST_F(Store, GivesWhatIsAskedFor) {
   Add("amb.clear.storage.apd.exit", {"naa.1"}, kNow + 30);                                       // 4
   Add("amb.unknown \xff", {"naa.1"}, kNow + 40);                                                 // 5
   writer_->Stop(5s);
-  const auto with = [](auto change) {
-    EventFilter filter;
-    change(filter);
-    return filter;
-  };
   using Ids64 = std::vector<int64_t>;
   EXPECT_EQ(Ids({}), (Ids64{1, 2, 3, 4, 5}));
   const std::pair<EventFilter, Ids64> cases[] = {
-      {with([](auto &f) { f.sinceUs = kNow + 10; }), {2, 3, 4, 5}},
-      {with([](auto &f) { f.untilUs = kNow + 10; }), {1, 2}},
-      {with([](auto &f) { f.names = {"storage.apd"}; }), {1, 2, 4}},
-      {with([](auto &f) {
-         f.names = {"amb.clear", "net"};
-       }),
-       {3, 4}},
-      {with([](auto &f) { f.names = {"nothing"}; }), {}},
-      {with([](auto &f) { f.subject = "naa.1"; }), {1, 4}},
-      {with([](auto &f) { f.subject = "Gr'een"; }), {3}},
-      {with([](auto &f) { f.subject = "naa*"; }), {1, 2, 4}},
-      {with([](auto &f) { f.subject = "naa"; }), {}},
-      {with([](auto &f) { f.category = "unknown"; }), {5}},
-      {with([](auto &f) { f.severity = "critical"; }), {2, 3}},
-      {with([](auto &f) { f.text = "ALL PATHS"; }), {1, 2, 4}},
-      {with([](auto &f) { f.text = "%' OR 1=1"; }), {}},
-      {with([](auto &f) { f.afterId = 1, f.beforeId = 5, f.newestFirst = true, f.limit = 2; }), {4, 3}},
-      {with([](auto &f) { f.subject = "naa.1", f.newestFirst = true, f.limit = 1, f.sinceUs = kNow; }), {4}},
+      {{.sinceUs = kNow + 10}, {2, 3, 4, 5}},
+      {{.untilUs = kNow + 10}, {1, 2}},
+      {{.names = {"storage.apd"}}, {1, 2, 4}},
+      {{.names = {"amb.clear", "net"}}, {3, 4}},
+      {{.names = {"nothing"}}, {}},
+      {{.subject = "naa.1"}, {1, 4}},
+      {{.subject = "Gr'een"}, {3}},
+      {{.subject = "naa*"}, {1, 2, 4}},
+      {{.subject = "naa"}, {}},
+      {{.category = "unknown"}, {5}},
+      {{.severity = "critical"}, {2, 3}},
+      {{.text = "ALL PATHS"}, {1, 2, 4}},
+      {{.text = "%' OR 1=1"}, {}},
+      {{.afterId = 1, .beforeId = 5, .newestFirst = true, .limit = 2}, {4, 3}},
+      {{.sinceUs = kNow, .subject = "naa.1", .newestFirst = true, .limit = 1}, {4}},
   };
   for (const auto &[filter, ids] : cases) {
     EXPECT_EQ(Ids(filter), ids) << filter.subject << filter.category << filter.severity << filter.text;
@@ -137,9 +129,7 @@ TEST_F(Store, FollowersAndAcknowledgementsOutliveRestarts) {
 }
 
 TEST_F(Store, RemovesWhatIsTooOldOrTooMuch) {
-  WriterOptions options;
-  options.retentionBytes = 2 << 20;
-  Start(options);
+  Start({.retentionBytes = 2 << 20});
   for (int i = 0; i < 8000; ++i) Add(kApdStart, {"naa." + std::to_string(i % 50)});
   ASSERT_TRUE(WaitUntil([&] { return writer_->Health().expired >= 3000; }));
   ASSERT_TRUE(WaitUntil([&] { return writer_->Health().fileBytes < (2 << 20); }));

@@ -34,14 +34,14 @@ struct StoredEvent {
 
 /// Which events are wanted: all of what is set must hold.
 struct EventFilter {
-  std::optional<int64_t> sinceUs, untilUs;  ///< the event's own time, both included
-  std::vector<std::string> names;           ///< one of these begins the name, as catalog::Matches has it; empty: any
-  std::string subject;                      ///< one of its subjects, whole, or with * and ? as the shell has them
-  std::string text;                         ///< stands in its text or name, ASCII letters of either case
-  std::string category;                     ///< "problem", ...
-  std::string severity;                     ///< this one or worse
-  int64_t afterId = 0;                      ///< only above this
-  int64_t beforeId = 0;                     ///< only below this, when it is not 0
+  std::optional<int64_t> sinceUs{}, untilUs{};  ///< the event's own time, both included
+  std::vector<std::string> names{};  ///< one of these begins the name, as catalog::Matches has it; empty: any
+  std::string subject{};             ///< one of its subjects, whole, or with * and ? as the shell has them
+  std::string text{};                ///< stands in its text or name, ASCII letters of either case
+  std::string category{};            ///< "problem", ...
+  std::string severity{};            ///< this one or worse
+  int64_t afterId = 0;               ///< only above this
+  int64_t beforeId = 0;              ///< only below this, when it is not 0
   bool newestFirst = false;
   size_t limit = 1000;  ///< at most so many; ask on with afterId or beforeId
 };

@@ -39,7 +39,7 @@ struct StoreHealth {
 };
 
 struct WriterOptions {
-  std::string path;                           ///< of the file; its folder is made when it is missing
+  std::string path{};                         ///< of the file; its folder is made when it is missing
   int64_t retentionDays = 90;                 ///< events older than this go
   int64_t retentionBytes = int64_t{1} << 30;  ///< above this the oldest go
 };
