@@ -9,8 +9,6 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "catalog/catalog.h"
 #include "core/basics/clock.h"
@@ -206,8 +204,7 @@ bool Start() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static const bool isStarted = Start();
-  static_cast<void>(isStarted);
+  [[maybe_unused]] static const bool isStarted = Start();
   FuzzedDataProvider input(data, size);
   rynd::isDelivering = true;
   Pass(120);  // a window of the rate limit, and the retry of what waits

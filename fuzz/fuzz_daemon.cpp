@@ -2,7 +2,6 @@
 // clients. Everything that is sent is accounted for within ten seconds; each event must decode and stand in the
 // catalogue. A stop ends it with the fuzzer.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,7 +10,6 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "base/uniqueFd.h"
 #include "catalog/catalog.h"
@@ -147,9 +145,8 @@ struct Peers {
   /// One of an observation in the catalogue, or of anything, or changed at some places.
   static std::vector<std::byte> Record(FuzzedDataProvider *input) {
     const auto &all = catalog::Observations();
-    hosted::RawRecord record;
-    record.id = all[input->ConsumeIntegral<uint16_t>() % all.size()].id;
-    record.message = input->ConsumeRandomLengthString(60);
+    const std::string &id = all[input->ConsumeIntegral<uint16_t>() % all.size()].id;
+    hosted::RawRecord record{0, 0, id, input->ConsumeRandomLengthString(60), {}};
     for (uint8_t i = input->ConsumeIntegral<uint8_t>() % 4; i > 0; --i) {
       record.arguments.push_back({hosted::ArgumentKind::kString, 0, 0, input->ConsumeRandomLengthString(60)});
       record.arguments.push_back({hosted::ArgumentKind::kUnsigned, 4, input->ConsumeIntegral<uint32_t>(), {}});
@@ -167,8 +164,7 @@ struct Peers {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static Daemon &daemon = TheDaemon();
   static Peers &peers = *new Peers;
-  static const int isEndArranged = atexit([] { daemon.Stop(); });
-  static_cast<void>(isEndArranged);
+  [[maybe_unused]] static const int isEndArranged = atexit([] { daemon.Stop(); });
   FuzzedDataProvider input(data, size);
   while (input.remaining_bytes() > 0) {
     if (input.ConsumeIntegral<uint8_t>() < 16) {

@@ -2,7 +2,6 @@
 // no text breaks a log record's framing. One thread.
 #include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 
 #include "base/uniqueFd.h"
@@ -122,8 +120,7 @@ void TryLog(FuzzedDataProvider *input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static const int made = hosted::MakeFolders(hosted::RootPath("/var/lib/corvane"), 0755);
-  static_cast<void>(made);
+  [[maybe_unused]] static const int made = hosted::MakeFolders(hosted::RootPath("/var/lib/corvane"), 0755);
   FuzzedDataProvider input(data, size);
   switch (input.ConsumeIntegral<uint8_t>() % 3) {
     case 0:

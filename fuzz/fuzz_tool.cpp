@@ -1,13 +1,10 @@
 // What the operator's tool reads: JSON lines to submit, lines of both trace feeds, event records, rendered
 // also with a format of the input's own. What it takes of a line, the daemon takes too.
-#include <algorithm>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
-#include <string>
 
 #include "fuzz/seedRecord.h"
 #include "hosted/records/eventArguments.h"
-#include "hosted/records/rawRecord.h"
 #include "rynctl/sending/submitFile.h"
 #include "rynctl/showing/eventPrinter.h"
 #include "rynctl/showing/testEvent.h"

@@ -61,8 +61,7 @@ size_t Collector::Count() const {
 
 bool Collector::WaitFor(const std::string &part, size_t count, double seconds) const {
   std::unique_lock lock(mutex_);
-  size_t seen = 0;
-  size_t next = 0;
+  size_t seen = 0, next = 0;
   return changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] {
     for (; next < texts_.size(); ++next) seen += texts_[next].find(part) != std::string::npos ? 1 : 0;
     return seen >= count;
@@ -177,10 +176,7 @@ base::UniqueFd ConnectTrace(const TestRoot &root) {
 
 std::vector<std::byte> MakeRecord(const std::string &id, const std::vector<std::string> &texts,
                                   const std::vector<int32_t> &integers, const std::string &message) {
-  hosted::RawRecord record;
-  record.microseconds = 1'700'000'000'000'000;
-  record.id = id;
-  record.message = message;
+  hosted::RawRecord record{0, 1'700'000'000'000'000, id, message, {}};
   for (const std::string &text : texts) record.arguments.push_back({hosted::ArgumentKind::kString, 0, 0, text});
   for (const int32_t value : integers) {
     record.arguments.push_back({hosted::ArgumentKind::kSigned, 4, static_cast<uint64_t>(int64_t{value}), {}});

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 
@@ -189,8 +188,7 @@ class Followed {
  private:
   PeerCounts *counts_;
   std::array<uint64_t, kContexts> next_{};  ///< of each context; 0: none seen
-  uint64_t missed_ = 0;
-  uint64_t lost_ = 0;
+  uint64_t missed_ = 0, lost_ = 0;
 };
 
 }  // namespace

@@ -43,8 +43,6 @@ class PeerThread {
     stop_ = true;
     thread_.join();
   }
-  PeerThread(const PeerThread &) = delete;
-  PeerThread &operator=(const PeerThread &) = delete;
 
  private:
   std::atomic<bool> stop_ = false;

@@ -2,6 +2,8 @@
 // and in its short form looks at a few rounds. Environment: RYND_SEED (1), RYND_CAMPAIGN_SECONDS (0: the short form).
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -26,8 +28,10 @@ class Rounds {
   Rounds(const Rounds &) = delete;
   Rounds &operator=(const Rounds &) = delete;
 
-  /// True when there is a next round; its random numbers depend on the seed and its number alone.
+  /// True when there is a next round, which a failure prevents; its random numbers depend on the seed and its number
+  /// alone.
   bool Next() {
+    if (testing::Test::HasFailure()) return false;
     if (done_ >= atLeast_ && std::chrono::steady_clock::now() >= end_) return false;
     random_.seed(seed_ * 1'000'003 + static_cast<uint64_t>(done_));
     ++done_;

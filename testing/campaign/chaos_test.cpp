@@ -1,5 +1,4 @@
 // Everything round the daemon fails in turn while numbered observations flow: the book closes all the same.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -7,7 +6,6 @@
 
 #include <fstream>
 #include <memory>
-#include <thread>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
@@ -15,7 +13,6 @@
 #include "testing/daemon.h"
 #include "testing/ledger.h"
 #include "testing/peers.h"
-#include "testing/processState.h"
 #include "testing/settableClock.h"
 #include "testing/smallDisk.h"
 
@@ -146,7 +143,6 @@ TEST(Chaos, ClosesTheBook) {
     if (panicked) continue;
     for (const std::string &problem : scene.arrivals.Problems()) ADD_FAILURE() << problem;
     for (const std::string &problem : scene.counts.Problems()) ADD_FAILURE() << problem;
-    if (HasFailure()) return;
   }
 }
 

@@ -1,8 +1,4 @@
 // A wall clock that is set at random while alarms settle, events wait and windows run: nothing is late or silent.
-#include <gtest/gtest.h>
-#include <chrono>
-#include <memory>
-#include <thread>
 
 #include "hosted/paths.h"
 #include "testing/campaign/campaign.h"
@@ -76,7 +72,6 @@ TEST(Clock, StepsWhileEventsWait) {
     scene.Report("ryn.bootdevice.apd.start.v2", {"naa.1"});
     EXPECT_TRUE(events.Records().WaitFor("amb.problem.bootdevice.apd.start.v2", 1, 5)) << "an alarm is mute";
     EXPECT_EQ(scene.daemon.Stop(), 0);
-    if (HasFailure()) return;
   }
 }
 

@@ -1,11 +1,8 @@
 // Programs that flood the daemon on all its connections hold up no alarm of the kernel.
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
-#include <thread>
 
 #include "hosted/paths.h"
 #include "testing/campaign/campaign.h"
@@ -71,7 +68,6 @@ TEST(Fairness, FloodsHoldUpNoAlarm) {
     }
     floods.clear();
     EXPECT_EQ(running.daemon.Stop(60), 0);
-    if (HasFailure()) return;
   }
 }
 

@@ -1,17 +1,13 @@
 // Valid records of every id, changed at every place of their structure, into every kind of context: none harms the
 // daemon, and the good ones between them all arrive.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <cstring>
-#include <memory>
 
 #include "catalog/catalog.h"
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
-#include "testing/arrivals.h"
 #include "testing/campaign/campaign.h"
 #include "testing/daemon.h"
 #include "testing/ledger.h"
@@ -33,9 +29,7 @@ std::vector<RawRecord> ValidRecords() {
   std::vector<RawRecord> records;
   for (const catalog::Observation &observation : catalog::Observations()) {
     if (observation.id.starts_with(kGoodPrefix)) continue;
-    RawRecord record;
-    record.id = observation.id;
-    record.message = "a message";
+    RawRecord record{0, 0, observation.id, "a message", {}};
     for (const catalog::Argument &argument : observation.arguments) {
       const bool isText = argument.type == "s";
       const auto width = static_cast<uint8_t>(isText ? 0 : std::stoi(argument.type.substr(1)) / 8);
@@ -51,18 +45,10 @@ std::vector<RawRecord> ValidRecords() {
 
 /// A text that somebody may choose: long, with conversions, not UTF-8, with line ends.
 std::string OddText(Rounds *rounds) {
-  static const std::vector<std::string> texts = {"",
-                                                 "%s%n%n%s",
-                                                 std::string("a\0b", 3),
-                                                 "\xff\xfe\x80",
-                                                 "a\nb\r\x1b[31m",
-                                                 "../../../etc",
-                                                 std::string(300, 'x'),
-                                                 "-1",
-                                                 "hba0:C0:T0:L0",
-                                                 "1700000000:00000001:0123456789abcdef",
-                                                 "99999999999999999999",
-                                                 std::string(70'000, 'y')};
+  static const auto texts = std::to_array<std::string>({"", "%s%n%n%s", std::string("a\0b", 3), "\xff\xfe\x80",
+                                                        "a\nb\r\x1b[31m", "../../../etc", std::string(300, 'x'), "-1",
+                                                        "hba0:C0:T0:L0", "1700000000:00000001:0123456789abcdef",
+                                                        "99999999999999999999", std::string(70'000, 'y')});
   return texts[rounds->Draw(rounds->Draw(50) == 0 ? texts.size() : texts.size() - 1)];
 }
 

@@ -1,15 +1,10 @@
 // Stops at random instants, whatever everybody round the daemon does: none later than two seconds.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
-#include <chrono>
 #include <memory>
-#include <thread>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
@@ -76,8 +71,7 @@ struct Scene {
   std::unique_ptr<LogListener> log;
   base::UniqueFd hangingLog;
   Agent agent;
-  base::UniqueFd stalledEnd;
-  base::UniqueFd standardError;
+  base::UniqueFd stalledEnd, standardError;
   const unsigned contexts;
   const uint64_t traceClients;
   const bool floodsConnections;
@@ -114,7 +108,6 @@ TEST(Stops, AtRandomInstantsWhateverAnybodyDoes) {
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     EXPECT_LT(taken.count(), IsSlowBuild() ? 8 : 2);
     EXPECT_TRUE(scene.log == nullptr || scene.log->Lines().WaitFor("Exiting. rc:0"));
-    if (HasFailure()) return;
   }
 }
 
