@@ -46,6 +46,11 @@ def fetch_kernel(work):
     return version
 
 
+def copy_mdadm(work, root):
+    fetch("mdadm", work / "mdadm", "sbin/mdadm")
+    copy_program(str(work / "mdadm/sbin/mdadm"), root)
+
+
 def copy_smartd(work, build, root):
     """smartd, and what the package has it start."""
     fetch("smartmontools", work / "smartmontools", "usr/sbin/smartd")
@@ -108,6 +113,7 @@ def make(work, build):
     for name in PROGRAMS:
         copy_program(build / "bin" / name, root)
     copy_smartd(work, build, root)
+    copy_mdadm(work, root)
     shutil.copy(pathlib.Path(__file__).with_name("init"), root / "init")
     (root / "init").chmod(0o755)
     image = work / "initramfs"

@@ -28,6 +28,7 @@ def devices(work):
                   "-device", f"scsi-hd,bus=hba{i}.0,drive=path{i},id=lun{i},share-rw=on,wwn={SCSI_WWN}"]
     for kind, model in [("nvme", "nvme,serial=NV1234"), ("virtio", "virtio-blk-pci,serial=VB5678")]:
         words += ["-blockdev", f"{path}{work}/{kind},node-name={kind}", "-device", f"{model},drive={kind},id={kind}0"]
+    words += ["-blockdev", "driver=null-co,node-name=nothing,size=16777216,read-zeroes=on"]
     words += ["-device", "ich9-ahci,id=ahci", "-blockdev", f"{path}{work}/ata,node-name=ata",
               "-device", f"ide-hd,bus=ahci.0,drive=ata,id=ata0,serial=AT9,wwn={ATA_WWN}"]
     words += ["-netdev", f"stream,id=n2,server=off,addr.type=unix,addr.path={work}/network.sock",
@@ -82,11 +83,16 @@ class Machine:
                 time.sleep(0.1)
         raise RuntimeError(f"qemu does not serve {path}")
 
-    def qmp(self, command, **arguments):
+    def qmp(self, command, patience=0, **arguments):
+        """What QEMU answers; an error, which is tried again for `patience` seconds, raises."""
+        end = time.monotonic() + patience
         self.monitor_file.write(json.dumps({"execute": command, "arguments": arguments}) + "\n")
         self.monitor_file.flush()
         while True:
             answer = json.loads(self.monitor_file.readline())
+            if "error" in answer and time.monotonic() < end:
+                time.sleep(0.02)
+                return self.qmp(command, end - time.monotonic(), **arguments)
             if "error" in answer:
                 raise RuntimeError(f"{command}: {answer['error']['desc']}")
             if "return" in answer:

@@ -59,6 +59,28 @@ def disks(machine):
     machine.expect()
 
 
+def flicker(machine):
+    """A disk comes and goes faster than it is read: it is told by its name, in pairs, or not at all."""
+    rounds = 40
+    for i in range(rounds):
+        # The one before it goes when the machine has noticed.
+        machine.qmp("device_add", patience=10, driver="scsi-hd", bus="hba0.0", **{"scsi-id": 6}, drive="nothing",
+                    id=f"flicker{i}", wwn=0x5000c50015ea7198)
+        time.sleep(i % 8 * 0.03)
+        machine.qmp("device_del", id=f"flicker{i}")
+    machine.shell("sleep 3; test ! -e /sys/block/sdd")
+    machine.take_events(1)
+    lines = machine.lines()
+    machine.events = ""
+    kinds = ["disk.insertion  A physical disk has been inserted (", "disk.removal  A physical disk has been removed ("]
+    for i, line in enumerate(lines):
+        if kinds[i % 2] + "naa.5000c50015ea7198)" not in line:
+            raise AssertionError("\n".join(lines))
+    if len(lines) % 2 != 0:
+        raise AssertionError("\n".join(lines))
+    return f"(told {len(lines) // 2} of {rounds} times)"
+
+
 def smartd(machine):
     """smartd tries whether it is heard of an ATA and an NVMe disk, and then the NVMe disk's own verdict is that it fails."""
     disk = "nvme.1b36-4e5631323334"
@@ -161,6 +183,20 @@ def vfat(machine):
     machine.expect("it is not mounted any more")
 
 
+def raid(machine):
+    """A mirror loses one of its disks, gets it back, and is stopped."""
+    machine.shell("for i in 0 1; do truncate -s 8M /tmp/mirror$i; mknod -m 600 /dev/loop2$i b 7 2$i; losetup /dev/loop2$i"
+                  " /tmp/mirror$i; done; mdadm -q -C /dev/md0 -R -l 1 -n 2 -e 1.2 --assume-clean /dev/loop20"
+                  " /dev/loop21 2>/dev/null; sleep 2")
+    machine.expect()
+    machine.shell("mdadm -q /dev/md0 -f /dev/loop21 2>/dev/null")
+    machine.expect("array md0, running on Ambi has reported an error")
+    machine.shell("echo remove >/sys/block/md0/md/dev-loop21/state; sleep 1; mdadm -q /dev/md0 -a /dev/loop21")
+    machine.expect("none of its devices is missing any more")
+    machine.shell("mdadm -q -S /dev/md0 2>/dev/null; sleep 2")
+    machine.expect()
+
+
 def crash(machine):
     """A program crashes and leaves a core."""
     machine.shell("cd /tmp; ulimit -c unlimited; sleep 100 & sleep 0.5; kill -SEGV $!; sleep 1")
@@ -168,7 +204,7 @@ def crash(machine):
 
 
 def memory(machine):
-    """After all of this it holds at most 2 MiB, the process that asks the device mapper included."""
+    """With all sources it holds at most 2 MiB, the process that asks the device mapper included."""
     said = machine.shell("sleep 2; for process in $(pidof rynlinuxd); do"
                          " awk '/^Pss:/ {print $2}' /proc/$process/smaps_rollup; done")
     parts = [int(line) for line in said.split()]
@@ -180,4 +216,7 @@ def memory(machine):
 # Not here: mc_event. Only a kernel without mce_record is asked for it, which none for x86 is, and nothing in QEMU brings
 # one about without KVM: no driver of EDAC finds its memory controller there, Debian's has no debugging of EDAC to inject
 # errors by, and QEMU's own injection into firmware's error records (aarch64, ras=on) starts with a signal of KVM's.
-ALL = [sources, memory, cable, transmit, smartd, disks, multipath, bonds, machine_checks, pages, vfat, crash, memory]
+ALL = [
+    sources, memory, cable, transmit, smartd, disks, flicker, multipath, bonds, machine_checks, pages, vfat, raid, crash,
+    memory,
+]
