@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstring>
@@ -52,16 +53,23 @@ class Count {
   std::atomic<uint64_t> count_ = 0;
 };
 
-struct Recorder {
+constexpr size_t kCacheLine = 64;
+
+struct alignas(kCacheLine) Recorder {
+  // What every entry touches stands together, since it goes to and fro between the processors.
   ShortMutex mutex;  ///< guards what follows, up to the options; nothing nests in it
   bool isOpen = false;
-  RingFile current;         ///< appended to
-  RingFile next;            ///< made by the recorder's thread; none: not ready
-  RingFile full;            ///< to be unmapped by the recorder's thread
-  size_t wakeAt = 0;        ///< of the current file, when the thread has to look after it
-  int64_t wallAheadNs = 0;  ///< of the monotonic clock, when both were read last
-  uint64_t lostSince = 0;   ///< entries since the last one
-  uint64_t run = 0;         ///< rises with each start
+  uint64_t run = 0;                           ///< rises with each start
+  uint64_t lostSince = 0;                     ///< entries since the last one
+  RingFile current;                           ///< appended to
+  size_t wakeAt = 0;                          ///< of it, when the recorder's thread has to look after it
+  int64_t nowNs = 0;                          ///< of the monotonic clock, for the entry in hand
+  int64_t wallReadNs = 0;                     ///< when the wall clock was read last
+  int64_t wallAheadNs = 0;                    ///< of the monotonic clock then
+  Count entriesCount, bytesCount, lostCount;  ///< of all runs
+
+  RingFile next;  ///< made by the recorder's thread; none: not ready
+  RingFile full;  ///< to be unmapped by the recorder's thread
   uint64_t startWallUs = 0, startMonotonicNs = 0;
   uint16_t threads = 0;                                         ///< numbers that were given
   std::array<std::array<char, kNameSize>, kMostThreads> names;  ///< of the threads, by number
@@ -73,9 +81,8 @@ struct Recorder {
   std::atomic<bool> isEnding = false;
 };
 
-Count entriesCount, bytesCount, lostCount;  // raised under the recorder's lock
-std::atomic<uint64_t> megabytesNow = 0;     // of the ring
-std::atomic<size_t> longestContent = 0;     // of an answer of the host: half a file
+std::atomic<uint64_t> megabytesNow = 0;  // of the ring
+std::atomic<size_t> longestContent = 0;  // of an answer of the host: half a file
 
 Recorder &TheRecorder() {
   static base::Immortal<Recorder> recorder;  // threads may outlive main()
@@ -88,13 +95,15 @@ int64_t ReadNs(clockid_t clock) {
   return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-/// The times of an entry that is written now. The wall clock is read for those kinds alone that are worth it.
+/// The times of an entry that is written now. The wall clock is read once a millisecond, and reckoned in between.
 void TakeTimes(Recorder *recorder, flight::Front *front) {
-  const int64_t monotonicNs = ReadNs(CLOCK_MONOTONIC);
-  const bool isReckoned = front->kind == Kind::kTaken || front->kind == Kind::kDone || front->kind == Kind::kClock;
-  if (!isReckoned) recorder->wallAheadNs = ReadNs(CLOCK_REALTIME) - monotonicNs;
-  front->monotonicNs = static_cast<uint64_t>(monotonicNs);
-  front->wallUs = static_cast<uint64_t>((monotonicNs + recorder->wallAheadNs) / 1000);
+  constexpr int64_t kReckonedNs = 1'000'000;
+  if (recorder->nowNs - recorder->wallReadNs >= kReckonedNs) {
+    recorder->wallAheadNs = ReadNs(CLOCK_REALTIME) - ReadNs(CLOCK_MONOTONIC);
+    recorder->wallReadNs = recorder->nowNs;
+  }
+  front->monotonicNs = static_cast<uint64_t>(recorder->nowNs);
+  front->wallUs = static_cast<uint64_t>((recorder->nowNs + recorder->wallAheadNs) / 1000);
 }
 
 void PutHere(Recorder *recorder, Kind kind, uint16_t thread, std::span<const Piece> payload) {
@@ -104,8 +113,8 @@ void PutHere(Recorder *recorder, Kind kind, uint16_t thread, std::span<const Pie
   flight::PutEntry(file.base + file.at, front, file.seed, payload);
   const size_t length = flight::Padded(flight::EntryLength(payload));
   file.at += length;
-  entriesCount.Add(1);
-  bytesCount.Add(length);
+  recorder->entriesCount.Add(1);
+  recorder->bytesCount.Add(length);
 }
 
 void PutName(Recorder *recorder, uint16_t thread) {
@@ -185,13 +194,15 @@ bool PutLocked(Recorder *recorder, Kind kind, std::span<const Piece> payload) {
 
 void Put(Kind kind, std::initializer_list<Piece> pieces) {
   Recorder &recorder = TheRecorder();
+  const int64_t nowNs = ReadNs(CLOCK_MONOTONIC);
   bool isDue = false;
   {
     const std::lock_guard lock(recorder.mutex);
     if (!recorder.isOpen) return;
+    recorder.nowNs = std::max(recorder.nowNs, nowNs);  // another thread's entry may have come in between
     if (!PutLocked(&recorder, kind, {pieces.begin(), pieces.size()})) {
       ++recorder.lostSince;
-      lostCount.Add(1);
+      recorder.lostCount.Add(1);
     }
     isDue = recorder.current.at >= recorder.wakeAt;
     if (isDue) recorder.wakeAt = recorder.current.at + kStep;
@@ -330,7 +341,8 @@ std::string StartRecorder(const FlightOptions &options) {
     recorder.threads = 0;
     recorder.lostSince = 0;
     recorder.wakeAt = 0;
-    recorder.startMonotonicNs = static_cast<uint64_t>(ReadNs(CLOCK_MONOTONIC));
+    recorder.nowNs = ReadNs(CLOCK_MONOTONIC);
+    recorder.startMonotonicNs = static_cast<uint64_t>(recorder.nowNs);
     recorder.startWallUs = static_cast<uint64_t>(ReadNs(CLOCK_REALTIME) / 1000);
     recorder.isOpen = true;
     PutStart(&recorder, false);
@@ -429,6 +441,7 @@ void PutDrop(std::pair<std::string_view, std::string_view> name, std::string_vie
 
 void Hyk_GetFlightStatistics(HykFlightStatistics *statistics) {
   const bool isOn = hosted::recorder::IsOn();
-  *statistics = {isOn, isOn ? hosted::megabytesNow.load() : 0, hosted::entriesCount.Get(), hosted::bytesCount.Get(),
-                 hosted::lostCount.Get()};
+  const hosted::Recorder &recorder = hosted::TheRecorder();
+  *statistics = {isOn, isOn ? hosted::megabytesNow.load() : 0, recorder.entriesCount.Get(), recorder.bytesCount.Get(),
+                 recorder.lostCount.Get()};
 }
