@@ -1,8 +1,10 @@
 // Measures the daemon against the bare program. Both run in turns, so that what else the machine does meets both.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bench/measures.h"
@@ -17,7 +19,10 @@ struct Options {
   std::string svgPath;
   bool quick = false;
   bool check = false;
+  std::vector<std::string> only;  ///< parts; none: all of them
+  bool Wants(const char *part) const { return only.empty() || std::ranges::find(only, part) != only.end(); }
 };
+constexpr const char *kParts[] = {"latency", "rates", "starts", "recording", "names", "daemon"};
 
 /// How much is done.
 struct Effort {
@@ -29,8 +34,9 @@ struct Effort {
   int starts = 10;  ///< of each program in a round
   int clients = 100;
   int ports = 4000;
+  int namesRounds = 5;
 };
-constexpr Effort kQuick = {3, 4, 250, 5000, 300, 5, 20, 400};
+constexpr Effort kQuick = {3, 4, 250, 5000, 300, 5, 20, 400, 1};
 constexpr int kPauseUs = 2000;
 
 struct Measures {
@@ -56,12 +62,25 @@ struct Measures {
   Measure recordedCpu{"recorded_cpu_us"};
   Measure recordedMemory{"recorded_proportional_kib", 8192, false, true};
   Measure recordedCalls{"recorded_system_calls", 1.01};
+  Measure recordedMedian{"recorded_median_us", 1.03};
+  Measure recordedEventCpu{"recorded_event_cpu_us"};
+  // A record among 1,000 and among 100,000 names, and, in the bare program's place, among 10.
+  Measure names[2][kNamedTables] = {{{"1000_paths_us"}, {"1000_pages_us"}, {"1000_ports_us"}},
+                                    {{"100000_paths_us"}, {"100000_pages_us"}, {"100000_ports_us"}}};
   std::vector<double> daemonLatency, bareLatency;  ///< every sample, microseconds
+  /// Those that were measured.
   std::vector<const Measure *> All() const {
-    return {&median,         &tail,         &paused,      &eventCpu,       &matched,      &matchedCpu,
-            &unmatched,      &unmatchedCpu, &burst,       &start,          &firstEvent,   &resident,
-            &proportional,   &idle,         &traced,      &restore,        allocations,   allocations + 1,
-            allocations + 2, &recorded,     &recordedCpu, &recordedMemory, &recordedCalls};
+    std::vector<const Measure *> all = {
+        &median,      &tail,           &paused,         &eventCpu,       &matched,
+        &matchedCpu,  &unmatched,      &unmatchedCpu,   &burst,          &start,
+        &firstEvent,  &resident,       &proportional,   &idle,           &traced,
+        &restore,     allocations,     allocations + 1, allocations + 2, &recorded,
+        &recordedCpu, &recordedMemory, &recordedCalls,  &recordedMedian, &recordedEventCpu};
+    for (const auto &size : names) {
+      for (const Measure &table : size) all.push_back(&table);
+    }
+    std::erase_if(all, [](const Measure *measure) { return measure->daemon.empty(); });
+    return all;
   }
 };
 
@@ -74,12 +93,16 @@ Options ParseOptions(int argc, char **argv) {
       options.check = true;
     } else if (strcmp(argv[i], "--blocking") == 0) {
       setenv("RYND_BENCH_BLOCKING", "1", 1);
+    } else if (strcmp(argv[i], "--only") == 0 && i + 1 < argc &&
+               std::ranges::find(kParts, std::string_view(argv[i + 1])) != std::end(kParts)) {
+      options.only.emplace_back(argv[++i]);
     } else if (strcmp(argv[i], "--csv") == 0 && i + 1 < argc) {
       options.csvPath = argv[++i];
     } else if (strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
       options.svgPath = argv[++i];
     } else {
-      fputs("Usage: rynd_bench [--quick] [--check] [--blocking] [--csv FILE] [--svg FILE]\n", stderr);
+      fputs("Usage: rynd_bench [--quick] [--check] [--blocking] [--only PART]... [--csv FILE] [--svg FILE]\n", stderr);
+      fputs("PART: latency rates starts recording names daemon\n", stderr);
       exit(2);
     }
   }
@@ -138,6 +161,7 @@ void RateRound(const Effort &effort, Setting *setting, Measures *measures) {
 void RecordedRound(const Effort &effort, Setting *setting, Measures *measures) {
   constexpr int kTraced = 2000;
   std::vector<double> rates[2], cpus[2];
+  LatencyRun latency[2];
   double kib[2]{}, calls[2]{};
   for (int i = 0; i < effort.starts; ++i) {
     for (const size_t isOff : {size_t{0}, size_t{1}}) {
@@ -145,12 +169,15 @@ void RecordedRound(const Effort &effort, Setting *setting, Measures *measures) {
       const Rate rate = MeasureMatched(Subject::kDaemon, effort.observations, setting);
       rates[isOff].push_back(rate.perSecond);
       cpus[isOff].push_back(rate.cpuUs);
+      latency[isOff].Add(MeasureLatency(Subject::kDaemon, effort.latencySamples, 0, setting), effort.starts);
       if (i > 0) continue;
       kib[isOff] = static_cast<double>(MeasureStart(Subject::kDaemon, setting).proportionalKib);
       calls[isOff] = MeasureSystemCalls(kTraced, setting);
     }
   }
   measures->recorded.Add(Percentile(rates[0], 0.5), Percentile(rates[1], 0.5));
+  measures->recordedMedian.Add(Percentile(latency[0].values, 0.5), Percentile(latency[1].values, 0.5));
+  measures->recordedEventCpu.Add(latency[0].cpuUs, latency[1].cpuUs);
   measures->recordedCpu.Add(Percentile(cpus[0], 0.5), Percentile(cpus[1], 0.5));
   measures->recordedMemory.Add(kib[0], kib[1]);
   measures->recordedCalls.Add(calls[0], calls[1]);
@@ -185,15 +212,26 @@ void MeasureDaemon(const Effort &effort, Setting *setting, Measures *measures) {
   for (size_t i = 0; i < allocations.size(); ++i) measures->allocations[i].daemon.push_back(allocations[i]);
 }
 
-Measures MeasureAll(const Effort &effort, Setting *setting) {
+/// A record among many names, and, in the bare program's place, among ten.
+void NamesRound(const Effort &effort, Setting *setting, Measures *measures) {
+  for (size_t table = 0; table < kNamedTables; ++table) {
+    const double few = MeasureNames(table, 10, effort.observations, setting);
+    measures->names[0][table].Add(MeasureNames(table, 1000, effort.observations, setting), few);
+    measures->names[1][table].Add(MeasureNames(table, 100'000, effort.observations, setting), few);
+  }
+}
+
+Measures MeasureAll(const Options &options, Setting *setting) {
+  const Effort effort = options.quick ? kQuick : Effort();
   Measures measures;
   for (int round = 0; round < effort.rounds; ++round) {
-    LatencyRound(effort, setting, &measures);
-    RateRound(effort, setting, &measures);
-    StartRound(effort, setting, &measures);
-    RecordedRound(effort, setting, &measures);
+    if (options.Wants("latency")) LatencyRound(effort, setting, &measures);
+    if (options.Wants("rates")) RateRound(effort, setting, &measures);
+    if (options.Wants("starts")) StartRound(effort, setting, &measures);
+    if (options.Wants("recording")) RecordedRound(effort, setting, &measures);
+    if (options.Wants("names") && round < effort.namesRounds) NamesRound(effort, setting, &measures);
   }
-  MeasureDaemon(effort, setting, &measures);
+  if (options.Wants("daemon")) MeasureDaemon(effort, setting, &measures);
   return measures;
 }
 
@@ -211,7 +249,7 @@ int main(int argc, char **argv) {
            ? "the bare program waits as the daemon has to: ppoll over its 31 sockets, poll on its stream"
            : "the bare program does not wait by ppoll and poll, as the daemon has to: it blocks in one socket and one "
              "pipe");
-  const bench::Measures measures = bench::MeasureAll(options.quick ? bench::kQuick : bench::Effort(), &setting);
+  const bench::Measures measures = bench::MeasureAll(options, &setting);
   bench::PrintTable(measures.All());
   if (!options.csvPath.empty() && !bench::WriteCsv(options.csvPath, measures.All())) bench::Fail(options.csvPath);
   if (!options.svgPath.empty() && !bench::WriteSvg(options.svgPath, measures.daemonLatency, measures.bareLatency)) {

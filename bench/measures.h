@@ -62,6 +62,11 @@ double MeasureIdle(Setting *setting);
 /// Microseconds that the daemon's network agent takes for what `uplinks` lost uplinks of `ports` distributed ports each
 /// bring about when they return.
 double MeasureRestore(int uplinks, int ports, Setting *setting);
+/// Tables that MeasureNames knows: paths' changes, pages' errors, ports' losses.
+constexpr size_t kNamedTables = 3;
+/// Microseconds of the daemon's processor time for a record, one of `count` after as many as enter `names` names into
+/// the table.
+double MeasureNames(size_t table, int names, int count, Setting *setting);
 /// How often the daemon allocates for an observation that no agent wants, for one that is handled, and for an event.
 std::vector<double> MeasureAllocations(Setting *setting);
 /// Latencies, in nanoseconds, of `count` events with `clients` clients at the trace socket that read all they get.
