@@ -37,12 +37,18 @@ inline int BindListener(int fd, const std::string &path, const UnixAddress &addr
   // The file takes its mode from the socket, less the umask: never wider than asked for, and widened afterwards.
   if (fchmod(fd, mode) != 0) return errno;
   if (bind(fd, address.Get(), UnixAddress::kLength) != 0) return errno;
-  struct stat folder {};
+  struct stat folder {
+  }, file{};
   const size_t slash = path.rfind('/');
   const std::string folderPath = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  // Refused to whoever is not in that group: the file keeps the caller's then.
-  if (stat(folderPath.c_str(), &folder) != 0 || lchown(path.c_str(), static_cast<uid_t>(-1), folder.st_gid) != 0)
-    errno = 0;
+  if (lstat(path.c_str(), &file) != 0) return errno;
+  // Mostly all is as it has to be, and a change is a write to the file system.
+  const bool isGiven = stat(folderPath.c_str(), &folder) == 0 && folder.st_gid != file.st_gid &&
+                       lchown(path.c_str(), static_cast<uid_t>(-1), folder.st_gid) == 0;
+  // The group is refused to whoever is not in it: the file keeps the caller's then.
+  errno = 0;
+  constexpr mode_t kAll = 07777;
+  if (!isGiven && (file.st_mode & kAll) == mode) return 0;
   return chmod(path.c_str(), mode) == 0 ? 0 : errno;
 }
 
