@@ -1,5 +1,6 @@
 #include "core/startup.h"
 
+#include <malloc.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -107,6 +108,14 @@ int Poll(Daemon *daemon) {
   return PollLoop(daemon->loopSet.get(), kAllSlots, daemon->contexts).Run();
 }
 
+/// Agents allocate little and seldom at once: an arena each, the C library's way, is slower to start.
+void LimitArenas() {
+#ifdef __GLIBC__
+  constexpr int kArenas = 4;
+  mallopt(M_ARENA_MAX, kArenas);
+#endif
+}
+
 }  // namespace
 
 int Run(int argc, char **argv, std::span<const AgentFunction> table) {
@@ -114,6 +123,7 @@ int Run(int argc, char **argv, std::span<const AgentFunction> table) {
   const Options options = ParseOptions(argc, argv);
   if (options.usageShown) return 0;
   BlockSignals();
+  LimitArenas();
   StatisticsStart(table.size());
   int rc = 0;
   try {
