@@ -262,7 +262,7 @@ class Keeper {
 
   bool MakeNext() {
     RingFile next;
-    if (const std::string failure = recorder_->files.Make(&next); !failure.empty()) {
+    if (const std::string failure = recorder_->files.Make(&next, true); !failure.empty()) {
       GiveUp(recorder_, failure);
       return false;
     }
@@ -326,7 +326,7 @@ std::string StartRecorder(const FlightOptions &options) {
     Unmap(&recorder.current);
     recorder.current = std::exchange(recorder.next, {});
   }
-  if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current);
+  if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current, false);
   if (failure.empty() && !Prepare(recorder.current, recorder.current.at, recorder.current.at + kAhead)) {
     failure = options.folder + ": " + std::strerror(errno);
   }

@@ -5,10 +5,12 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -44,6 +46,20 @@ uint64_t SerialOf(const std::string &name) {
   uint64_t serial = 0;
   const char *const end = name.data() + front + flight::kSerialDigits;
   return std::from_chars(name.data() + front, end, serial).ptr == end ? serial : 0;
+}
+
+/// Write zeros to a file whose bytes are reserved. The file system then keeps it in memory in larger pieces than the
+/// pages that it would bring in one by one. Where it fails nothing is lost but time.
+void Fill(int fd, size_t size) {
+  static std::array<std::byte, kPage> zeros{};  // only read
+  std::array<iovec, 32> parts;
+  parts.fill({zeros.data(), zeros.size()});
+  for (size_t at = 0; at < size;) {
+    const auto count = static_cast<int>(std::min(parts.size(), (size - at) / kPage));
+    const ssize_t done = pwritev(fd, parts.data(), count, static_cast<off_t>(at));
+    if (done <= 0) return;
+    at += static_cast<size_t>(done);
+  }
 }
 
 /// The ring's files: their sizes by their serial numbers. 0 or an errno value.
@@ -197,7 +213,7 @@ std::string RingFiles::Finish(const std::string &path, RingFile *file) const {
   return std::rename(path.c_str(), PathOf(file->serial).c_str()) == 0 ? "" : Failure(path, errno);
 }
 
-std::string RingFiles::Make(RingFile *file) {
+std::string RingFiles::Make(RingFile *file, bool isFilled) {
   if (std::string failure = Prune(); !failure.empty()) return failure;
   // It gets its name when it has its header, so that no kill leaves a file that is none.
   const std::string path = folder_ + "/.new";
@@ -206,6 +222,7 @@ std::string RingFiles::Make(RingFile *file) {
   if (!fd) return Failure(path, errno);
   file->serial = lastSerial_ + 1;
   std::string failure = Map(fd, path, file);
+  if (failure.empty() && isFilled) Fill(fd.Get(), file->size);
   if (failure.empty()) failure = Finish(path, file);
   if (failure.empty()) {
     lastSerial_ = file->serial;
