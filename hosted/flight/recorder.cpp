@@ -53,9 +53,7 @@ class Count {
   std::atomic<uint64_t> count_ = 0;
 };
 
-constexpr size_t kCacheLine = 64;
-
-struct alignas(kCacheLine) Recorder {
+struct Recorder {
   // What every entry touches stands together, since it goes to and fro between the processors.
   ShortMutex mutex;  ///< guards what follows, up to the options; nothing nests in it
   bool isOpen = false;
