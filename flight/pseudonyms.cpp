@@ -15,7 +15,9 @@ constexpr uint64_t kMostTries = 10'000;
 constexpr auto kKept = std::to_array<std::string_view>(
     {"configstore", "hyfs",     "volumes", "scratch", "GenuineIntel", "Unknown",   "unknown",   "UNKNOWN",
      "USER",        "invalid",  "null",    "type",    "user",         "subsystem", "timestamp", "reason",
-     "reboot",      "poweroff", "ambcli",  "mgmtd",   "dead",         "off",       "standby"});
+     "reboot",      "poweroff", "ambcli",  "dead",    "off",          "standby"});
+/// What it looks for inside of a word: a word by itself, wherever it stands.
+constexpr auto kSought = std::to_array<std::string_view>({"mgmtd", "fleetd"});
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -29,6 +31,19 @@ bool IsUpper(char c) {
 /// Bytes of other alphabets are words too.
 bool IsOfWord(char c) {
   return IsDigit(c) || IsLower(c) || IsUpper(c) || static_cast<unsigned char>(c) >= 0x80;
+}
+/// The end of the word that begins at `at`; `at` when none does.
+size_t EndOfWord(std::string_view text, size_t at) {
+  size_t end = at;
+  for (; end < text.size() && IsOfWord(text[end]); ++end) {
+    for (const std::string_view sought : kSought) {
+      if (text.substr(end).starts_with(sought)) return end > at ? end : end + sought.size();
+    }
+  }
+  return end;
+}
+bool HasSought(std::string_view word) {
+  return std::ranges::any_of(kSought, [word](std::string_view sought) { return word.find(sought) != word.npos; });
 }
 /// Hexadecimal numbers stay some.
 bool IsHex(std::string_view word) {
@@ -56,7 +71,7 @@ std::string Pseudonyms::Make(std::string_view word) {
       state = Checksum(&state, sizeof state, key_ + i);
       made[i] = Instead(word[i], isHex, state >> 8);
     }
-    if (used_.insert(made).second) return made;
+    if (!HasSought(made) && used_.insert(made).second) return made;
   }
   // All of this form are taken, or too many words have come.
   std::ranges::fill(made, 'x');
@@ -65,11 +80,10 @@ std::string Pseudonyms::Make(std::string_view word) {
 
 void Pseudonyms::ReplaceWords(std::span<char> text, bool isInput) {
   for (size_t at = 0; at < text.size();) {
-    size_t end = at;
-    while (end < text.size() && IsOfWord(text[end])) ++end;
+    const size_t end = EndOfWord({text.data(), text.size()}, at);
     const std::string word(text.data() + at, end - at);
     auto known = pseudonyms_.find(word);
-    if (known == pseudonyms_.end() && isInput && word.size() >= kShortest &&
+    if (known == pseudonyms_.end() && isInput && word.size() >= kShortest && !HasSought(word) &&
         std::ranges::find(kKept, word) == kKept.end()) {
       std::string made = Make(word);
       if (IsFull()) {

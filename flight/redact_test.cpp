@@ -48,7 +48,8 @@ std::vector<std::byte> MakeObservation(const std::vector<std::string> &texts) {
 
 TEST(Redact, ReplacesNamesTheSameEverywhereAndNothingElse) {
   const std::string path = testing_support::ProcessRoot().Path() + kPath;
-  const auto record = MakeObservation({"naa.600508b1001c4d", "/hyfs/volumes/5f1a-Payroll22/", "vmhba32:C0:T0:L7"});
+  const auto record = MakeObservation({"naa.600508b1001c4d", "/hyfs/volumes/5f1a-Payroll22/", "vmhba32:C0:T0:L7",
+                                       "Payroll22mgmtdfleetdPayroll22/fleetd.mgmtdPayroll22fleet"});
   const auto event = MakeEvent({"naa.600508b1001c4d", "Unknown", "Payroll22"});
   std::ofstream file(path, std::ios::binary);
   Writer writer(&file);
@@ -95,13 +96,15 @@ TEST(Redact, ReplacesNamesTheSameEverywhereAndNothingElse) {
       said.assign(reinterpret_cast<const char *>(posted->record.data()), posted->record.size());
     }
   }
-  ASSERT_EQ(seen.arguments.size(), 4u);
+  ASSERT_EQ(seen.arguments.size(), 5u);
   EXPECT_EQ(seen.id + seen.message, "ryn.storage.apd.startDevice %s, secret42 is part of the message");
-  EXPECT_EQ(seen.arguments[3].bits, 4711u);
+  EXPECT_EQ(seen.arguments[4].bits, 4711u);
   EXPECT_EQ(taken, hash);
   const std::string device = seen.arguments[0].text, volume = seen.arguments[1].text.substr(14, 14);
   EXPECT_TRUE(seen.arguments[1].text.starts_with("/hyfs/volumes/")) << seen.arguments[1].text;
   EXPECT_EQ(device.size(), 18u);
+  const std::string sought = volume.substr(5) + "mgmtdfleetd" + volume.substr(5) + "/fleetd.mgmtd";
+  EXPECT_TRUE(seen.arguments[3].text.starts_with(sought)) << seen.arguments[3].text;
   ASSERT_EQ(kept.size(), 8u);
   EXPECT_EQ(kept[1], "sysinfo/config/intOpts/Net/LinkFlappingThreshold=1003");
   EXPECT_EQ(kept[2], "storage/devices/" + device + "=");

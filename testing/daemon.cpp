@@ -195,7 +195,7 @@ std::string ReadToEnd(int fd) {
   return bytes;
 }
 
-RunningDaemon::RunningDaemon() {
+RunningDaemon::RunningDaemon(void (*prepare)(const TestRoot &root)) : daemon((prepare(root), root)) {
   if (!log.Lines().WaitFor("rynd setup completed. Start polling loop.")) Fail("the daemon is not ready");
 }
 

@@ -113,8 +113,9 @@ struct RunningDaemon {
   TestRoot root;
   LogListener log{root / "/dev/log"};
   EventListener events{root / "/var/run/corvane/mgmtd-kprob.sock"};
-  Daemon daemon{root};
-  RunningDaemon();
+  Daemon daemon;
+  /// `prepare` is called before it starts.
+  explicit RunningDaemon(void (*prepare)(const TestRoot &root) = [](const TestRoot &) {});
 };
 
 }  // namespace testing_support

@@ -51,6 +51,16 @@ int Process::WaitForExit(double seconds) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+Output RunShell(const std::string &command) {
+  Output output;
+  FILE *const pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return output;
+  char part[4096];
+  for (size_t got = 0; (got = fread(part, 1, sizeof part, pipe)) > 0;) output.text.append(part, got);
+  output.status = WEXITSTATUS(pclose(pipe));
+  return output;
+}
+
 void RedirectTo(int fd, const std::string &path) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
   if (file < 0 || dup2(file, fd) < 0) _exit(126);

@@ -30,6 +30,13 @@ class Process {
   pid_t pid_ = -1;
 };
 
+struct Output {
+  int status = -1;   ///< of the exit
+  std::string text;  ///< what was written to the standard output
+};
+/// Run a shell's command to its end.
+Output RunShell(const std::string &command);
+
 /// In a child: append what it writes to `fd` to the file `path`.
 void RedirectTo(int fd, const std::string &path);
 

@@ -3,13 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
 
 #include "testing/daemon.h"
-#include "testing/flight/recordedDaemon.h"
+#include "testing/flight/replayed.h"
 #include "testing/replay/randomHost.h"
 
 namespace testing_support {
@@ -47,15 +46,6 @@ void Send(const TestRoot &root, uint64_t seed, unsigned place) {
   }
 }
 
-/// The output of a shell's command, its exit status behind it.
-std::string Shell(const std::string &command) {
-  std::string output;
-  FILE *pipe = popen(command.c_str(), "r");
-  char part[4096];
-  for (size_t got = 0; (got = fread(part, 1, sizeof part, pipe)) > 0;) output.append(part, got);
-  return output + "status " + std::to_string(WEXITSTATUS(pclose(pipe)));
-}
-
 TEST(Recorded, ReplaysEqualWhateverWasSentAndWhoRaced) {
   const char *wanted = getenv("RYND_RECORDED_SEEDS");
   const unsigned seeds = wanted == nullptr ? 2 : static_cast<unsigned>(strtoul(wanted, nullptr, 10));
@@ -78,19 +68,8 @@ TEST(Recorded, ReplaysEqualWhateverWasSentAndWhoRaced) {
       ASSERT_EQ(daemon.Stop(), 0);
       EXPECT_GT(events.Records().Count(), 500u) << seed;
     }
-    const std::string replay = std::string(RYNCTL_PROGRAM) + " replay " + FlightFolder(root) + " 2>&1";
-    const std::string replayed = Shell(replay);
-    EXPECT_TRUE(replayed.ends_with("status 0"))
-        << "seed " << seed << "\n"
-        << replayed.substr(replayed.size() - std::min<size_t>(replayed.size(), 3'000));
-    EXPECT_NE(replayed.find(", all as recorded."), std::string::npos);
-    EXPECT_EQ(Shell(replay), replayed);
-    const std::string away = root / "/away.rec";
-    EXPECT_EQ(Shell(replay + " --redact " + away), "Written: " + away + "\nstatus 0");
-    const std::string redacted = Shell(std::string(RYNCTL_PROGRAM) + " replay " + away + " 2>&1");
-    EXPECT_TRUE(redacted.ends_with("status 0"))
-        << "seed " << seed << " redacted\n"
-        << redacted.substr(redacted.size() - std::min<size_t>(redacted.size(), 3'000));
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    ExpectReplaysEqual(root, RYNCTL_PROGRAM);
     if (HasFailure()) {
       std::filesystem::copy(FlightFolder(root), testing::TempDir() + "recorded-" + std::to_string(seed),
                             std::filesystem::copy_options::overwrite_existing);

@@ -15,7 +15,7 @@
 #include "hosted/records/rawRecord.h"
 #include "rynctl/sending/argument.h"
 #include "rynctl/sending/observationCheck.h"
-#include "testing/daemon.h"
+#include "testing/flight/replayed.h"
 
 namespace testing_support {
 namespace {
@@ -37,6 +37,7 @@ std::vector<std::byte> RecordOf(const std::string &id, const Words &words) {
 }
 
 struct Host : RunningDaemon {
+  Host() : RunningDaemon([](const TestRoot &path) { TurnOnRecorder(path); }) {}
   base::UniqueFd kernel = ConnectKernel(root);
   size_t seen = 0;  ///< events that were looked at
 
@@ -129,6 +130,8 @@ TEST(CatalogExamples, LeadToWhatIsSaidOfThem) {
   for (const std::string &line : texts) EXPECT_TRUE(kept.contains(line)) << "new: " << line;
   for (const std::string &line : kept) EXPECT_TRUE(texts.contains(line)) << "gone: " << line;
   EXPECT_EQ(host.daemon.Stop(), 0);
+  // What every agent did, of all that it can, is the same when it is run again.
+  if (RYND_REPLAYS) ExpectReplaysEqual(host.root, RYND_BUILD "/bin/rynctl");
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <set>
 
@@ -13,26 +11,16 @@
 #include "rynctl/showing/traceRecord.h"
 #include "testing/daemon.h"
 #include "testing/ledger.h"
+#include "testing/processState.h"
 
 namespace testing_support {
 namespace {
 
 using nlohmann::json;
 
-struct Output {
-  int status;
-  std::string text;
-};
-
-/// Run "rynctl WORDS" below `root`: its exit status and standard output.
+/// Run "rynctl WORDS" below `root`.
 Output Rynctl(const TestRoot &root, const std::string &words) {
-  const std::string command = "CORVANE_ROOT=" + (root / "") + " " RYND_BUILD "/bin/rynctl " + words + " 2>/dev/null";
-  std::FILE *pipe = popen(command.c_str(), "r");
-  Output output{-1, ""};
-  char part[4096];
-  for (size_t count; (count = fread(part, 1, sizeof part, pipe)) > 0;) output.text.append(part, count);
-  output.status = WEXITSTATUS(pclose(pipe));
-  return output;
+  return RunShell("CORVANE_ROOT=" + (root / "") + " " RYND_BUILD "/bin/rynctl " + words + " 2>/dev/null");
 }
 
 /// The subjects of "rynctl check" that are not ok, as "SUBJECT STATE"; the exit status must suit them.
