@@ -37,8 +37,8 @@ inline int BindListener(int fd, const std::string &path, const UnixAddress &addr
   // The file takes its mode from the socket, less the umask: never wider than asked for, and widened afterwards.
   if (fchmod(fd, mode) != 0) return errno;
   if (bind(fd, address.Get(), UnixAddress::kLength) != 0) return errno;
-  struct stat folder {
-  }, file{};
+  struct stat folder {};
+  struct stat file {};
   const size_t slash = path.rfind('/');
   const std::string folderPath = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   if (lstat(path.c_str(), &file) != 0) return errno;
