@@ -9,6 +9,8 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "catalog/catalog.h"
 #include "core/basics/clock.h"

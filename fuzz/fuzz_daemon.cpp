@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/uniqueFd.h"
 #include "catalog/catalog.h"

@@ -1,7 +1,9 @@
 // What the operator's tool reads: JSON lines to submit, lines of both trace feeds, event records, rendered
 // also with a format of the input's own. What it takes of a line, the daemon takes too.
+#include <algorithm>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "fuzz/seedRecord.h"
 #include "hosted/records/eventArguments.h"

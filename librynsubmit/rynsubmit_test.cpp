@@ -2,7 +2,9 @@
 #include "librynsubmit/rynsubmit.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,8 +13,10 @@
 #include <chrono>
 #include <cstdlib>
 #include <set>
+#include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"

@@ -1,3 +1,4 @@
+#include <poll.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -6,6 +7,7 @@
 
 #include "core/basics/log.h"
 #include "core/fanOut.h"
+#include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 

@@ -3,9 +3,12 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "core/agents/runner.h"
 #include "core/basics/timerThread.h"

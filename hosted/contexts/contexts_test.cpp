@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
@@ -7,6 +9,7 @@
 #include <map>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "hosted/contexts/contextTest.h"
 #include "hosted/contexts/discardLog.h"

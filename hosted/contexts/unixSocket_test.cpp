@@ -1,8 +1,12 @@
+#include "hosted/contexts/unixSocket.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -10,6 +14,7 @@
 #include <map>
 
 #include "base/unixAddress.h"
+#include "hosted/paths.h"
 #include "hosted/testSupport.h"
 
 namespace hosted {

@@ -1,14 +1,21 @@
+#include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <thread>
 
 #include "base/unixListener.h"
 #include "hosted/contexts/contextTest.h"
+#include "hosted/log/log.h"
 #include "platform/statistics.h"
 
 namespace hosted {

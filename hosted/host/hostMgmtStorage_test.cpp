@@ -1,5 +1,7 @@
 #include "platform/hostMgmtStorage.h"
 
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <filesystem>
 

@@ -1,3 +1,4 @@
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include "hosted/records/littleEndian.h"
 #include "hosted/testSupport.h"
 #include "platform/hsi.h"
+#include "platform/system.h"
 
 namespace hosted {
 namespace {

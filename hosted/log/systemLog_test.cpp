@@ -1,6 +1,9 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>

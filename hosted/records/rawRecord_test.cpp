@@ -1,4 +1,6 @@
+#include "hosted/records/rawRecord.h"
 
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>

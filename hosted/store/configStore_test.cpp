@@ -1,5 +1,7 @@
+#include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "hosted/host/hostTree.h"
 #include "hosted/store/flatJson.h"

@@ -1,6 +1,9 @@
 // What every agent asks of the runner, which is replaced: nothing else would notice an agent that hears nothing.
 
 #include "correlators/agentTable.h"
+#include <string>
+#include <vector>
+
 #include "platform/ryn.h"
 #include "testing/postedEvents.h"
 #include "testing/recordedAgents.h"

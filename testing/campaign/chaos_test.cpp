@@ -1,4 +1,5 @@
 // Everything round the daemon fails in turn while numbered observations flow: the book closes all the same.
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -6,6 +7,7 @@
 
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"

@@ -1,4 +1,8 @@
 // A wall clock that is set at random while alarms settle, events wait and windows run: nothing is late or silent.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
 
 #include "hosted/paths.h"
 #include "testing/campaign/campaign.h"

@@ -1,8 +1,11 @@
 // Programs that flood the daemon on all its connections hold up no alarm of the kernel.
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 #include "hosted/paths.h"
 #include "testing/campaign/campaign.h"

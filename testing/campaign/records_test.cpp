@@ -1,13 +1,16 @@
 // Valid records of every id, changed at every place of their structure, into every kind of context: none harms the
 // daemon, and the good ones between them all arrive.
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cstring>
 
 #include "catalog/catalog.h"
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
+#include "testing/arrivals.h"
 #include "testing/campaign/campaign.h"
 #include "testing/daemon.h"
 #include "testing/ledger.h"

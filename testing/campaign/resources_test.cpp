@@ -1,5 +1,6 @@
 // A daemon that starts, works and stops while the host has too little of something for it.
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <functional>
 #include <regex>
 
 #include "correlators/catalog.h"

@@ -1,10 +1,14 @@
 // Stops at random instants, whatever everybody round the daemon does: none later than two seconds.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"

@@ -1,11 +1,14 @@
 // The agent as its clients, its disk and its own past treat it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <random>
+#include <thread>
 
 #include "hosted/paths.h"
 #include "mgmtd/store/database.h"

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <map>
 #include <random>
+#include <thread>
 
 #include "mgmtd/store/reader.h"
 #include "rynctl/showing/testEvent.h"

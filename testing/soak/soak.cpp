@@ -12,6 +12,7 @@
 #include "testing/daemon.h"
 #include "testing/ledger.h"
 #include "testing/peers.h"
+#include "testing/processState.h"
 
 namespace testing_support {
 namespace {

@@ -2,11 +2,13 @@
 #include "core/startup.h"
 
 #include <getopt.h>
+#include <gtest/gtest.h>
 
 #include <numeric>
 
 #include "core/basics/cancel.h"
 #include "core/pollLoop.h"
+#include "hosted/paths.h"
 #include "platform/hsi.h"
 #include "startup/fakes.h"
 #include "testing/coreSupport.h"

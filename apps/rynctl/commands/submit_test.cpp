@@ -1,10 +1,13 @@
 // The daemon's sockets are made by the tests, which decode what arrives.
+#include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <sstream>
+#include <thread>
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"

@@ -1,5 +1,9 @@
 #include "core/fanOut.h"
 
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <csignal>
 
 #include <atomic>
@@ -7,6 +11,9 @@
 #include <thread>
 
 #include "core/basics/rawRecord.h"
+#include "hosted/contexts/unixSocket.h"
+#include "hosted/paths.h"
+#include "platform/ryn.h"
 #include "testing/coreSupport.h"
 
 namespace rynd {

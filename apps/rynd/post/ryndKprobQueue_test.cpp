@@ -1,12 +1,18 @@
 #include "post/ryndKprobQueue.h"
 
+#include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
 #include <random>
 #include <thread>
 
+#include "base/uniqueFd.h"
+#include "hosted/contexts/unixSocket.h"
+#include "hosted/paths.h"
 #include "post/eventRecord.h"
 #include "post/mgmtdSocket.h"
 #include "post/rateLimit.h"

@@ -1,7 +1,13 @@
 #include "post/ryndKprob.h"
 
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
 #include <cstring>
 
+#include "base/uniqueFd.h"
+#include "hosted/contexts/unixSocket.h"
+#include "hosted/paths.h"
 #include "platform/messageFormat.h"
 #include "post/eventRecord.h"
 #include "post/ryndKprobQueue.h"

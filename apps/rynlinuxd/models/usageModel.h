@@ -8,6 +8,7 @@
 
 #include "models/mountTable.h"
 #include "sink/ledger.h"
+#include "sink/report.h"
 
 namespace rynlinuxd {
 

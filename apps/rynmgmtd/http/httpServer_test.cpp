@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <thread>
 
 #include "apps/rynmgmtd/testSupport.h"
 #include "hosted/contexts/unixSocket.h"

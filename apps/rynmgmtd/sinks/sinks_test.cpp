@@ -1,9 +1,13 @@
 // Sinks against the other sides that they meet: there, slow, gone and back.
 #include "mgmtd/sinks/sinks.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "apps/rynmgmtd/testSupport.h"
+#include "catalog/catalog.h"
 #include "mgmtd/sinks/alertmanagerSink.h"
 #include "mgmtd/sinks/execSink.h"
 #include "mgmtd/sinks/journalSink.h"

@@ -1,5 +1,6 @@
 #include "core/agents/agents.h"
 
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -8,6 +9,7 @@
 #include <thread>
 
 #include "core/agents/agentContext.h"
+#include "core/agents/stream.h"
 #include "core/basics/cancel.h"
 #include "testing/coreSupport.h"
 

@@ -1,5 +1,8 @@
 #include "core/agents/messageFormatArgs.h"
 
+#include <gtest/gtest.h>
+
+#include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 

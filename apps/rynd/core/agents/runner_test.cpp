@@ -1,9 +1,13 @@
 #include "core/agents/runner.h"
 
+#include <gtest/gtest.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <stdexcept>
 
 #include "core/agents/agents.h"
+#include "core/agents/stream.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 

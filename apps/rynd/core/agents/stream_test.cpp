@@ -1,6 +1,9 @@
+#include "core/agents/stream.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <random>
 

@@ -1,5 +1,7 @@
 #include "core/basics/log.h"
 
+#include <gtest/gtest.h>
+
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
 

@@ -1,9 +1,12 @@
 #include "core/feed/traceFeed.h"
 
+#include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include "core/feed/traceLines.h"
 #include "testing/coreSupport.h"
+#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {

@@ -1,4 +1,5 @@
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <iterator>
 

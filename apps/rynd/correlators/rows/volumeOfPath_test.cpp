@@ -1,8 +1,11 @@
 #include "correlators/rows/volumeOfPath.h"
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 
 #include "testing/coreSupport.h"
+#include "testing/testRoot.h"
 
 namespace rynd {
 namespace {
