@@ -57,9 +57,13 @@ int OpenFailed(const std::string &path, int error) {
 /// Bind the socket of `context` to its path. 0, or an errno value, which was told.
 int OpenContext(int type, mode_t mode, mode_t folderMode, RynLibContext *context) {
   const std::string &path = context->path;
-  const std::string folder = path.substr(0, path.rfind('/'));
-  if (const int error = MakeFolders(folder, folderMode); error != 0) return OpenFailed(folder, error);
-  if (const int error = ServeUnixSocket(path, type, mode, &context->fd); error != 0) return OpenFailed(path, error);
+  int error = ServeUnixSocket(path, type, mode, &context->fd);
+  if (error == ENOENT || error == ENOTDIR) {  // mostly its folder is there
+    const std::string folder = path.substr(0, path.rfind('/'));
+    if (const int failed = MakeFolders(folder, folderMode); failed != 0) return OpenFailed(folder, failed);
+    error = ServeUnixSocket(path, type, mode, &context->fd);
+  }
+  if (error != 0) return OpenFailed(path, error);
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) return OpenFailed(path, errno);
   context->device = status.st_dev;

@@ -42,11 +42,14 @@ int RemoveStale(const std::string &path, const base::UnixAddress &address, int t
   return unlink(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
 }
 
-/// Bind `fd` and make it ready for callers; the folder is locked. 0 or an errno value.
-int BindSocket(int fd, const std::string &path, const base::UnixAddress &address, int type, mode_t mode) {
-  int error = base::BindListener(fd, path, address, mode);
-  if (error == 0 && type != SOCK_DGRAM && listen(fd, SOMAXCONN) != 0) error = errno;
+/// Bind a new socket and make it ready for callers. 0 or an errno value.
+int BindSocket(const std::string &path, const base::UnixAddress &address, int type, mode_t mode, base::UniqueFd *fd) {
+  base::UniqueFd made(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+  if (!made) return errno;
+  int error = base::BindListener(made.Get(), path, address, mode);
+  if (error == 0 && type != SOCK_DGRAM && listen(made.Get(), SOMAXCONN) != 0) error = errno;
   if (error != 0 && error != EADDRINUSE) unlink(path.c_str());
+  if (error == 0) *fd = std::move(made);
   return error;
 }
 
@@ -55,14 +58,16 @@ int BindSocket(int fd, const std::string &path, const base::UnixAddress &address
 int ServeUnixSocket(const std::string &path, int type, mode_t mode, base::UniqueFd *fd) {
   base::UnixAddress address;
   if (const int error = base::MakeUnixAddress(path, &address); error != 0) return error;
+  // Where no file stands, binding is one step. It makes a datagram socket live, so that nobody takes it for stale; one
+  // that has to listen would be taken for that in between.
+  if (type == SOCK_DGRAM) {
+    const int error = BindSocket(path, address, type, mode, fd);
+    if (error != EADDRINUSE) return error;
+  }
   FolderLock lock;
   if (const int error = lock.Take(path); error != 0) return error;
   if (const int error = RemoveStale(path, address, type); error != 0) return error;
-  base::UniqueFd made(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
-  if (!made) return errno;
-  if (const int error = BindSocket(made.Get(), path, address, type, mode); error != 0) return error;
-  *fd = std::move(made);
-  return 0;
+  return BindSocket(path, address, type, mode, fd);
 }
 
 int ConnectUnixSocket(const std::string &path, int type, base::UniqueFd *fd) {
