@@ -225,17 +225,19 @@ class Keeper {
 
   /// False when recording has ended.
   bool Round() {
-    RingFile current, full;
-    bool wantsNext = false;
+    RingFile current, next, full;
     {
       const std::lock_guard lock(recorder_->mutex);
       if (!recorder_->isOpen) return false;
       current = recorder_->current;
+      next = recorder_->next;
       full = std::exchange(recorder_->full, {});
-      wantsNext = recorder_->next.base == nullptr;
     }
     Unmap(&full);
-    return KeepPages(current) && (!wantsNext || MakeNext());
+    if (!KeepPages(current) || (next.base == nullptr && !MakeNext(&next))) return false;
+    // Not earlier: they are memory.
+    if (current.size - current.at < 2 * kAhead) Prepare(next, next.at, next.at + kAhead);
+    return true;
   }
 
  private:
@@ -258,15 +260,13 @@ class Keeper {
     return true;
   }
 
-  bool MakeNext() {
-    RingFile next;
-    if (const std::string failure = recorder_->files.Make(&next, true); !failure.empty()) {
+  bool MakeNext(RingFile *next) {
+    if (const std::string failure = recorder_->files.Make(next, true); !failure.empty()) {
       GiveUp(recorder_, failure);
       return false;
     }
-    Prepare(next, next.at, next.at + kAhead);
     const std::lock_guard lock(recorder_->mutex);
-    recorder_->next = next;
+    recorder_->next = *next;
     return true;
   }
 
