@@ -1,5 +1,6 @@
 // Measures the daemon against the bare program. Both run in turns, so that what else the machine does meets both.
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/awake.h"
 #include "bench/measures.h"
 #include "bench/recording.h"
 #include "bench/report.h"
@@ -43,6 +45,8 @@ struct Measures {
   Measure median{"latency_median_us", 1.15};
   Measure tail{"latency_p99_us", 1.5};
   Measure paused{"latency_paused_median_us"};
+  Measure asleep{"latency_asleep_median_us"};
+  Measure pausedAsleep{"latency_paused_asleep_median_us"};
   Measure eventCpu{"event_cpu_us"};
   Measure matched{"throughput_per_s", 0.8, true};
   Measure matchedCpu{"handled_cpu_us"};
@@ -71,11 +75,11 @@ struct Measures {
   /// Those that were measured.
   std::vector<const Measure *> All() const {
     std::vector<const Measure *> all = {
-        &median,      &tail,           &paused,         &eventCpu,       &matched,
-        &matchedCpu,  &unmatched,      &unmatchedCpu,   &burst,          &start,
-        &firstEvent,  &resident,       &proportional,   &idle,           &traced,
-        &restore,     allocations,     allocations + 1, allocations + 2, &recorded,
-        &recordedCpu, &recordedMemory, &recordedCalls,  &recordedMedian, &recordedEventCpu};
+        &median,        &tail,           &paused,          &eventCpu,     &asleep,      &pausedAsleep,
+        &matched,       &matchedCpu,     &unmatched,       &unmatchedCpu, &burst,       &start,
+        &firstEvent,    &resident,       &proportional,    &idle,         &traced,      &restore,
+        allocations,    allocations + 1, allocations + 2,  &recorded,     &recordedCpu, &recordedMemory,
+        &recordedCalls, &recordedMedian, &recordedEventCpu};
     for (const auto &size : names) {
       for (const Measure &table : size) all.push_back(&table);
     }
@@ -127,21 +131,31 @@ struct LatencyRun {
   }
 };
 
-void LatencyRound(const Effort &effort, Setting *setting, Measures *measures) {
-  LatencyRun daemon, bare;
-  for (int i = 0; i < effort.latencyRuns; ++i) {
-    daemon.Add(MeasureLatency(Subject::kDaemon, effort.latencySamples, 0, setting), effort.latencyRuns);
-    bare.Add(MeasureLatency(Subject::kBare, effort.latencySamples, 0, setting), effort.latencyRuns);
+/// `runs` of each program in turns.
+std::array<LatencyRun, 2> RunLatency(int runs, int samples, int pauseUs, Setting *setting) {
+  std::array<LatencyRun, 2> both;
+  for (int i = 0; i < runs; ++i) {
+    for (const Subject subject : {Subject::kDaemon, Subject::kBare}) {
+      both[static_cast<size_t>(subject)].Add(MeasureLatency(subject, samples, pauseUs, setting), runs);
+    }
   }
-  measures->median.Add(Percentile(daemon.values, 0.5), Percentile(bare.values, 0.5));
-  measures->tail.Add(Percentile(daemon.values, 0.99), Percentile(bare.values, 0.99));
-  measures->eventCpu.Add(daemon.cpuUs, bare.cpuUs);
-  measures->daemonLatency.insert(measures->daemonLatency.end(), daemon.values.begin(), daemon.values.end());
-  measures->bareLatency.insert(measures->bareLatency.end(), bare.values.begin(), bare.values.end());
-  const Latency pausedDaemon = MeasureLatency(Subject::kDaemon, effort.latencySamples, kPauseUs, setting);
-  const Latency pausedBare = MeasureLatency(Subject::kBare, effort.latencySamples, kPauseUs, setting);
-  measures->paused.Add(Percentile(Microseconds(pausedDaemon.samples), 0.5),
-                       Percentile(Microseconds(pausedBare.samples), 0.5));
+  return both;
+}
+
+void LatencyRound(const Effort &effort, Setting *setting, Measures *measures) {
+  const auto add = [](const std::array<LatencyRun, 2> &both, double share, Measure *measure) {
+    measure->Add(Percentile(both[0].values, share), Percentile(both[1].values, share));
+  };
+  add(RunLatency(effort.latencyRuns, effort.latencySamples, 0, setting), 0.5, &measures->asleep);
+  add(RunLatency(1, effort.latencySamples, kPauseUs, setting), 0.5, &measures->pausedAsleep);
+  const AwakeProcessors awake;
+  const std::array<LatencyRun, 2> both = RunLatency(effort.latencyRuns, effort.latencySamples, 0, setting);
+  add(both, 0.5, &measures->median);
+  add(both, 0.99, &measures->tail);
+  measures->eventCpu.Add(both[0].cpuUs, both[1].cpuUs);
+  measures->daemonLatency.insert(measures->daemonLatency.end(), both[0].values.begin(), both[0].values.end());
+  measures->bareLatency.insert(measures->bareLatency.end(), both[1].values.begin(), both[1].values.end());
+  add(RunLatency(1, effort.latencySamples, kPauseUs, setting), 0.5, &measures->paused);
 }
 
 void RateRound(const Effort &effort, Setting *setting, Measures *measures) {

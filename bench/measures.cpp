@@ -62,6 +62,7 @@ Latency MeasureLatency(Subject subject, int count, int pauseUs, Setting *setting
                         ReadyText(subject), &setting->log);
   const base::UniqueFd kernel = ConnectKernel();
   const std::vector<std::byte> record = MakeObservation(true);
+  LogDrain log(&setting->log, setting->postingLogs.size());
   Latency latency;
   latency.samples.reserve(static_cast<size_t>(count));
   int64_t cpu = 0;
@@ -73,10 +74,7 @@ Latency MeasureLatency(Subject subject, int count, int pauseUs, Setting *setting
     int64_t arrival = 0;
     setting->events.Receive(&arrival);
     if (i >= 0) latency.samples.push_back(arrival - start);
-    // Everything of this observation is over before the next one is submitted.
-    for (size_t left = setting->postingLogs.size(); left > 0; --left) {
-      if (!setting->log.Skip()) Fail("no log record");
-    }
+    log.Wait();  // everything of this observation is over before the next one is submitted
   }
   latency.cpuUs = static_cast<double>(program.CpuTime() - cpu) / 1e3 / count;
   return latency;

@@ -26,7 +26,7 @@ class Root {
   Root &operator=(const Root &) = delete;
 };
 
-/// The system log's end. Read by the thread that measures, so that no other one takes time from the program under test.
+/// The system log's end. One thread at a time reads it.
 class LogSocket {
  public:
   LogSocket();

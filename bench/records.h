@@ -4,7 +4,9 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <utility>
@@ -32,13 +34,23 @@ inline void Submit(const base::UniqueFd &kernel, const std::vector<std::byte> &r
   if (send(kernel.Get(), record.data(), record.size(), MSG_NOSIGNAL) < 0) Fail("submit");
 }
 
-/// Reads the log as long as it lives, for measures that do not look at it.
+/// Reads the log on a thread of its own as long as it lives: as on a host, sending a record wakes somebody up.
 class LogDrain {
  public:
-  explicit LogDrain(LogSocket *log)
-      : thread_([this, log] {
-          while (!stop_) log->Skip(50);
+  /// With `together` it tells of each so many records.
+  explicit LogDrain(LogSocket *log, size_t together = 0)
+      : thread_([this, log, together] {
+          for (size_t records = 0; !stop_;) {
+            if (log->Skip(50) && ++records == together) {
+              records = 0;
+              read_.release();
+            }
+          }
         }) {}
+  /// Wait until so many more have been read as the constructor was given; ends the benchmark when they do not come.
+  void Wait() {
+    if (!read_.try_acquire_for(std::chrono::seconds(5))) Fail("no log record");
+  }
   ~LogDrain() {
     stop_ = true;
     thread_.join();
@@ -48,6 +60,7 @@ class LogDrain {
 
  private:
   std::atomic<bool> stop_ = false;
+  std::counting_semaphore<> read_{0};
   std::thread thread_;
 };
 
