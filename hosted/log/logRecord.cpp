@@ -20,6 +20,13 @@ constexpr size_t kValueLimit = 200;      // a longer parameter value is cut
 constexpr size_t kLongest = 256 * 1024;  // no socket takes a longer record
 constexpr std::string_view kCutMark = " (cut)";
 
+/// Characters of a parameter's value that cannot stay as they are, or not alone.
+constexpr auto kTroublesome = [] {
+  std::array<bool, 256> characters{};
+  for (const unsigned char c : {'"', '\\', ']', '\n', '\r'}) characters[c] = true;
+  return characters;
+}();
+
 /// Appends to a buffer and stops at its end.
 class Appender {
  public:
@@ -30,14 +37,11 @@ class Appender {
   /// A parameter's value, escaped as RFC 5424 says; line ends would break the framing.
   void AddValue(std::string_view value) {
     value = value.substr(0, kValueLimit);
-    const auto isSpecial = [](char c) { return c == '"' || c == '\\' || c == ']'; };
-    const auto isLineEnd = [](char c) { return c == '\n' || c == '\r'; };
-    // One pass for the usual value; a search for any of a set would be one for each character.
-    if (std::ranges::none_of(value, [&](char c) { return isSpecial(c) || isLineEnd(c); })) return Add(value);
+    if (std::ranges::none_of(value, [](unsigned char c) { return kTroublesome[c]; })) return Add(value);
     for (const char c : value) {
-      if (isSpecial(c)) Add("\\");
-      const char kept = isLineEnd(c) ? ' ' : c;
-      Add({&kept, 1});
+      const bool isLineEnd = c == '\n' || c == '\r';
+      if (kTroublesome[static_cast<unsigned char>(c)] && !isLineEnd) Add("\\");
+      Add(isLineEnd ? std::string_view(" ") : std::string_view(&c, 1));
     }
   }
 
@@ -51,6 +55,7 @@ struct Identity {
   std::array<char, 256> host{};
   std::array<char, 16> pid{};
   std::array<char, 300> usual{};  ///< what follows the time when a header says nothing of its own
+  size_t usualSize = 0;
 };
 
 const Identity &OwnIdentity() {
@@ -62,7 +67,8 @@ const Identity &OwnIdentity() {
       if (c != '\0' && (c < '!' || c > '~')) c = '?';
     }
     std::snprintf(own.pid.data(), own.pid.size(), "%d", getpid());
-    std::snprintf(own.usual.data(), own.usual.size(), " %.255s rynd %s - ", own.host.data(), own.pid.data());
+    own.usualSize = static_cast<size_t>(
+        std::snprintf(own.usual.data(), own.usual.size(), " %.255s rynd %s - ", own.host.data(), own.pid.data()));
     return own;
   }();
   return identity;
@@ -97,7 +103,7 @@ void AddStructuredData(const char *sdId, const HykSyslogParam *param, Appender *
 void AddSender(const LogHeader &header, Appender *out) {
   const Identity &own = OwnIdentity();
   if (IsEmpty(header.hostName) && IsEmpty(header.appName) && IsEmpty(header.messageId))
-    return out->Add(own.usual.data());
+    return out->Add({own.usual.data(), own.usualSize});
   out->Add(" ");
   out->Add(OrDefault(header.hostName, own.host.data()));
   out->Add(" ");
@@ -134,8 +140,8 @@ bool IsPlain(const char *format) {
   return true;
 }
 
-/// Write a plain format to `at`, without a NUL. Where it ends, or null when it does not end before `end`. The C
-/// library's own formatting takes several times as long, and a storm of observations is mostly this.
+/// Write a plain format to `at`, without a NUL. Where it ends, or null when it does not end before `end`, or is not
+/// plain. The C library's own formatting takes several times as long, and a storm of observations is mostly this.
 [[gnu::format(printf, 1, 0)]] char *FormatPlain(const char *format, va_list arguments, char *at, const char *end) {
   const auto add = [&](std::string_view text) {
     if (text.size() >= static_cast<size_t>(end - at)) return false;
@@ -150,6 +156,8 @@ bool IsPlain(const char *format) {
       const char *text = va_arg(arguments, const char *);
       if (!add(text == nullptr ? "(null)" : text)) return nullptr;
       format = conversion + 2;
+    } else if (conversion[1] != 'l' || conversion[2] != 'u') {
+      return nullptr;
     } else {
       std::array<char, 20> digits;
       const auto last = std::to_chars(digits.begin(), digits.end(), va_arg(arguments, unsigned long)).ptr;
@@ -207,7 +215,7 @@ void LogRecord::Grow(size_t size) {
   room_ = larger;
 }
 
-/// Write a message of a plain format. False when it does not fit.
+/// Write a message of a plain format. False when it is none, or does not fit.
 bool LogRecord::PutPlain(const char *format, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
@@ -219,9 +227,9 @@ bool LogRecord::PutPlain(const char *format, va_list arguments) {
 }
 
 void LogRecord::Format(const char *format, va_list arguments) {
+  if (PutPlain(format, arguments)) return;
   va_list again;
   if (IsPlain(format)) {
-    if (PutPlain(format, arguments)) return;
     va_copy(again, arguments);
     Grow(PlainLength(format, again));
     va_end(again);
