@@ -23,7 +23,7 @@ constexpr std::string_view kCutMark = " (cut)";
 /// Characters of a parameter's value that cannot stay as they are, or not alone.
 constexpr auto kTroublesome = [] {
   std::array<bool, 256> characters{};
-  for (const unsigned char c : {'"', '\\', ']', '\n', '\r'}) characters[c] = true;
+  for (const char c : {'"', '\\', ']', '\n', '\r'}) characters[static_cast<unsigned char>(c)] = true;
   return characters;
 }();
 
