@@ -16,13 +16,11 @@ function(rynd_expose target kind prefix folder)
   target_include_directories(${target} ${kind} ${shown})
 endfunction()
 
-# rynd_room(TARGET PREFIX FOLDER [TOGETHER|APART] [LINKS rooms...] [WITHOUT files...]): the sources of FOLDER, its tests
-# left out. TOGETHER: where RYND_TOGETHER is on, some are compiled at a time, since the headers of others' libraries that
-# they include take longer than they do. Where it is ALL, those of every room are, but for rooms that are APART: their
-# sources use the same names for things of their own, or a program puts an object of its own in the place of one. Tests
-# do that with most rooms.
+# rynd_room(TARGET PREFIX FOLDER [TOGETHER] [LINKS rooms...] [WITHOUT files...]): the sources of FOLDER, its tests left
+# out. TOGETHER: where RYND_TOGETHER is on, some are compiled at a time, since the headers of others' libraries that they
+# include take longer than they do.
 function(rynd_room target prefix folder)
-  cmake_parse_arguments(arg "TOGETHER;APART" "" "LINKS;WITHOUT" ${ARGN})
+  cmake_parse_arguments(arg "TOGETHER" "" "LINKS;WITHOUT" ${ARGN})
   cmake_path(ABSOLUTE_PATH folder NORMALIZE)
   file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
   list(FILTER sources EXCLUDE REGEX "_test\\.cpp$")
@@ -34,7 +32,7 @@ function(rynd_room target prefix folder)
     add_library(${target} OBJECT ${sources})
     set_property(GLOBAL APPEND PROPERTY RYND_ROOMS ${target})
     rynd_use_precompiled(${target} precompiled_std)
-    if((arg_TOGETHER AND RYND_TOGETHER) OR (RYND_TOGETHER STREQUAL ALL AND NOT arg_APART))
+    if(arg_TOGETHER AND RYND_TOGETHER)
       set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
     endif()
   else()
