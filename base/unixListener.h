@@ -30,13 +30,8 @@ inline bool RefusesDescriptors(int fd) {
   return getsockopt(fd, SOL_SOCKET, kPassRights, &passed, &size) == 0 && passed == 0;
 }
 
-/// Bind `fd` to `path` with exactly `mode` whatever the umask, the folder's group where the caller may give it, and
-/// attached descriptors refused. 0 or an errno value; a file that was made is left to the caller.
-inline int BindListener(int fd, const std::string &path, const UnixAddress &address, mode_t mode) {
-  RefuseDescriptors(fd);
-  // The file takes its mode from the socket, less the umask: never wider than asked for, and widened afterwards.
-  if (fchmod(fd, mode) != 0) return errno;
-  if (bind(fd, address.Get(), UnixAddress::kLength) != 0) return errno;
+/// Give the socket file `path` exactly `mode`, and its folder's group where the caller may. 0 or an errno value.
+inline int GiveModeAndGroup(const std::string &path, mode_t mode) {
   struct stat folder {};
   struct stat file {};
   const size_t slash = path.rfind('/');
@@ -50,6 +45,18 @@ inline int BindListener(int fd, const std::string &path, const UnixAddress &addr
   constexpr mode_t kAll = 07777;
   if (!isGiven && (file.st_mode & kAll) == mode) return 0;
   return chmod(path.c_str(), mode) == 0 ? 0 : errno;
+}
+
+/// Bind `fd` to `path` with exactly `mode` whatever the umask, the folder's group where the caller may give it, and
+/// attached descriptors refused. 0, or an errno value with no file of its own left behind.
+inline int BindListener(int fd, const std::string &path, const UnixAddress &address, mode_t mode) {
+  RefuseDescriptors(fd);
+  // The file takes its mode from the socket, less the umask: never wider than asked for, and widened afterwards.
+  if (fchmod(fd, mode) != 0) return errno;
+  if (bind(fd, address.Get(), UnixAddress::kLength) != 0) return errno;
+  const int error = GiveModeAndGroup(path, mode);
+  if (error != 0) unlink(path.c_str());
+  return error;
 }
 
 }  // namespace base

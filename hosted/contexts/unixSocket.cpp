@@ -46,11 +46,14 @@ int RemoveStale(const std::string &path, const base::UnixAddress &address, int t
 int BindSocket(const std::string &path, const base::UnixAddress &address, int type, mode_t mode, base::UniqueFd *fd) {
   base::UniqueFd made(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
   if (!made) return errno;
-  int error = base::BindListener(made.Get(), path, address, mode);
-  if (error == 0 && type != SOCK_DGRAM && listen(made.Get(), SOMAXCONN) != 0) error = errno;
-  if (error != 0 && error != EADDRINUSE) unlink(path.c_str());
-  if (error == 0) *fd = std::move(made);
-  return error;
+  if (const int error = base::BindListener(made.Get(), path, address, mode); error != 0) return error;
+  if (type != SOCK_DGRAM && listen(made.Get(), SOMAXCONN) != 0) {
+    const int error = errno;
+    unlink(path.c_str());
+    return error;
+  }
+  *fd = std::move(made);
+  return 0;
 }
 
 }  // namespace
