@@ -11,9 +11,10 @@
 
 namespace flight {
 
-/// A text consists of words of letters and digits, and of what parts them. A word has one pseudonym, wherever it
-/// stands, of the same length and with the same kinds of characters in the same places; no two words share one. So what
-/// is put together of words, or taken apart, is the same as what is made of their pseudonyms.
+/// A text consists of words of letters and digits, and of what parts them; what the daemon looks for inside of a name
+/// is a word by itself, and stays. A word has one pseudonym, wherever it stands, of the same length and with the same
+/// kinds of characters in the same places; no two words share one. So what is put together of words, or taken apart, is
+/// the same as what is made of their pseudonyms.
 class Pseudonyms {
  public:
   /// Different keys give different pseudonyms.

@@ -1,6 +1,6 @@
 // What every agent asks of the runner, which is replaced: nothing else would notice an agent that hears nothing.
-
 #include "correlators/agentTable.h"
+
 #include <string>
 #include <vector>
 

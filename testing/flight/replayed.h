@@ -25,6 +25,7 @@ inline void ExpectReplaysEqual(const TestRoot &root, const std::string &rynctl) 
   EXPECT_EQ(RunShell(replay + FlightFolder(root) + " --redact " + away).text, "Written: " + away + "\n");
   const Output redacted = RunShell(replay + away);
   EXPECT_EQ(redacted.status, 0) << "without names\n" << end(redacted.text);
+  ASSERT_FALSE(redacted.text.empty() || replayed.text.empty());
   EXPECT_EQ(Lines(redacted.text).back(), Lines(replayed.text).back());
 }
 

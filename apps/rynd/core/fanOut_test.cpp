@@ -4,9 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include <atomic>
+#include <csignal>
 #include <cstring>
 #include <thread>
 
