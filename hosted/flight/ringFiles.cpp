@@ -1,5 +1,6 @@
 #include "hosted/flight/ringFiles.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -15,9 +16,8 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <map>
-#include <system_error>
+#include <memory>
 
 #include "flight/format.h"
 #include "hosted/paths.h"
@@ -64,15 +64,18 @@ void Fill(int fd, size_t size) {
 
 /// The ring's files: their sizes by their serial numbers. 0 or an errno value.
 int ListFiles(const std::string &folder, std::map<uint64_t, uint64_t> *files) {
-  std::error_code error;
-  std::filesystem::directory_iterator at(folder, error);
-  for (; !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
-    const uint64_t serial = SerialOf(at->path().filename().native());
-    std::error_code gone;
-    const uint64_t size = at->file_size(gone);
-    if (serial != 0) (*files)[serial] = gone ? 0 : size;
+  const std::unique_ptr<DIR, int (*)(DIR *)> list(opendir(folder.c_str()), closedir);
+  if (list == nullptr) return errno;
+  while (true) {
+    errno = 0;
+    const dirent *entry = readdir(list.get());
+    if (entry == nullptr) return errno;
+    const uint64_t serial = SerialOf(entry->d_name);
+    struct stat status {};
+    if (serial == 0) continue;
+    const bool isThere = fstatat(dirfd(list.get()), entry->d_name, &status, 0) == 0;
+    (*files)[serial] = isThere ? static_cast<uint64_t>(status.st_size) : 0;
   }
-  return error.value();
 }
 
 /// Nobody who submits observations can guess it, and so make an entry up inside of one.
