@@ -26,9 +26,9 @@ namespace {
 using flight::Kind;
 using flight::Piece;
 
-constexpr size_t kStep = size_t{128} << 10;  ///< bytes after which the recorder's thread looks after the pages
-constexpr size_t kAhead = 2 * kStep;         ///< bytes that are ready to be written
-constexpr uint16_t kMostThreads = 256;       ///< that are told apart
+constexpr size_t kStep = size_t{64} << 10;  ///< bytes after which the recorder's thread looks after the pages
+constexpr size_t kAhead = 2 * kStep;        ///< bytes that are ready to be written
+constexpr uint16_t kMostThreads = 256;      ///< that are told apart
 constexpr size_t kNameSize = 64;
 constexpr size_t kLongestPath = 4096;
 constexpr auto kLongestEnd = std::chrono::milliseconds(200);

@@ -213,6 +213,7 @@ std::string RingFiles::Finish(const std::string &path, RingFile *file) const {
   file->at = sizeof(flight::FileHeader);
   const flight::FileHeader header = flight::MakeFileHeader(file->serial, file->seed);
   std::memcpy(file->base, &header, sizeof header);
+  Release(*file, 0, file->size);  // until it is its turn
   return std::rename(path.c_str(), PathOf(file->serial).c_str()) == 0 ? "" : Failure(path, errno);
 }
 
