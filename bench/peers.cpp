@@ -24,11 +24,13 @@ namespace {
 
 // What a failing benchmark leaves behind for no one: one program at a time, one root.
 std::atomic<pid_t> runningProgram = 0;
-std::string rootPath;
+std::string rootPath, runPath;
 
 void RemoveRoot() {
   std::error_code ignored;
-  if (!rootPath.empty()) std::filesystem::remove_all(rootPath, ignored);
+  for (const std::string &path : {rootPath, runPath}) {
+    if (!path.empty()) std::filesystem::remove_all(path, ignored);
+  }
 }
 
 base::UniqueFd Serve(const char *path, int type) {
@@ -56,9 +58,12 @@ Root::Root() {
   if (mkdtemp(path) == nullptr) Fail(path);
   rootPath = path;
   setenv("CORVANE_ROOT", path, 1);
-  for (const char *folder : {"/dev", "/var/run/corvane", "/var/lib/corvane"}) {
-    std::filesystem::create_directories(rootPath + folder);
-  }
+  for (const char *folder : {"/dev", "/var/lib/corvane"}) std::filesystem::create_directories(rootPath + folder);
+  char run[] = "/dev/shm/rynd-bench-XXXXXX";
+  if (mkdtemp(run) == nullptr) Fail(run);
+  runPath = run;
+  std::filesystem::create_directory_symlink(runPath, rootPath + "/var/run");
+  std::filesystem::create_directory(runPath + "/corvane");
 }
 
 Root::~Root() {

@@ -17,7 +17,8 @@ int64_t Now();
 /// End the benchmark, and the program that it runs, with `what` and the system's text for errno. Exit status 2.
 [[noreturn]] void Fail(const std::string &what);
 
-/// A folder in /tmp that CORVANE_ROOT names, removed when it goes. One at a time.
+/// A folder in /tmp that CORVANE_ROOT names, removed when it goes. One at a time. As on any host its /var/run is in
+/// memory: a socket's file there costs a fraction of one on a disk.
 class Root {
  public:
   Root();
