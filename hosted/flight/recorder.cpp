@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <initializer_list>
@@ -15,6 +16,7 @@
 
 #include "base/immortal.h"
 #include "flight/encode.h"
+#include "hosted/flight/mappingGuard.h"
 #include "hosted/flight/ringFiles.h"
 #include "hosted/log/log.h"
 #include "platform/statistics.h"
@@ -31,6 +33,7 @@ constexpr size_t kAhead = 2 * kStep;        ///< bytes that are ready to be writ
 constexpr uint16_t kMostThreads = 256;      ///< that are told apart
 constexpr size_t kNameSize = 64;
 constexpr size_t kLongestPath = 4096;
+constexpr char kLost[] = "its file can't be accessed any more: a disk has failed, or the file was cut";
 constexpr auto kLongestEnd = std::chrono::milliseconds(200);
 
 /// Appending takes a fraction of a microsecond, so whoever finds the lock taken had better look again at once.
@@ -202,10 +205,15 @@ void Put(Kind kind, std::initializer_list<Piece> pieces) {
       ++recorder.lostSince;
       recorder.lostCount.Add(1);
     }
-    isDue = recorder.current.at >= recorder.wakeAt;
+    isDue = recorder.current.at >= recorder.wakeAt || MappingIsLost();
     if (isDue) recorder.wakeAt = recorder.current.at + kStep;
   }
   if (isDue) recorder.wake.release();
+}
+
+/// Why pages can't be had, by the errno value.
+std::string NoPages(int error) {
+  return error == EFAULT ? kLost : std::string("no room for it: ") + std::strerror(error);
 }
 
 /// Stop recording because of `why`. The recorder's thread.
@@ -234,6 +242,10 @@ class Keeper {
       full = std::exchange(recorder_->full, {});
     }
     Unmap(&full);
+    if (MappingIsLost()) {
+      GiveUp(recorder_, kLost);
+      return false;
+    }
     if (!KeepPages(current) || (next.base == nullptr && !MakeNext(&next))) return false;
     // Not earlier: they are memory.
     if (current.size - current.at < 2 * kAhead) Prepare(next, next.at, next.at + kAhead);
@@ -250,7 +262,7 @@ class Keeper {
     }
     serial_ = current.serial;
     if (!Prepare(current, std::max(ready_, current.at), current.at + kAhead)) {
-      GiveUp(recorder_, std::string("no room for it: ") + std::strerror(errno));
+      GiveUp(recorder_, NoPages(errno));
       return false;
     }
     ready_ = current.at + kAhead;
@@ -317,6 +329,7 @@ std::string StartRecorder(const FlightOptions &options) {
   Recorder &recorder = TheRecorder();
   if (!recorder.ended.try_acquire()) return "the last recording has not ended yet";
   Forget(&recorder);
+  ForgetLostMappings();
   recorder.options = options;
   std::string failure = recorder.files.Open(options.folder, options.megabytes);
   if (failure.empty()) recorder.files.Continue(&recorder.current, &recorder.next);
@@ -326,8 +339,9 @@ std::string StartRecorder(const FlightOptions &options) {
   }
   if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current, false);
   if (failure.empty() && !Prepare(recorder.current, recorder.current.at, recorder.current.at + kAhead)) {
-    failure = options.folder + ": " + std::strerror(errno);
+    failure = options.folder + ": " + NoPages(errno);
   }
+  if (failure.empty() && MappingIsLost()) failure = kLost;
   if (!failure.empty()) {
     Forget(&recorder);
     recorder.ended.release();

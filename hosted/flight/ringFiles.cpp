@@ -20,6 +20,7 @@
 #include <memory>
 
 #include "flight/format.h"
+#include "hosted/flight/mappingGuard.h"
 #include "hosted/paths.h"
 
 namespace hosted {
@@ -111,7 +112,10 @@ size_t FindEnd(const RingFile &file) {
 }  // namespace
 
 void Unmap(RingFile *file) {
-  if (file->base != nullptr) munmap(file->base, file->size);
+  if (file->base != nullptr) {
+    UnguardMapping(file->base);
+    munmap(file->base, file->size);
+  }
   *file = {};
 }
 
@@ -160,6 +164,7 @@ std::string RingFiles::Map(const base::UniqueFd &fd, const std::string &path, Ri
   madvise(base, fileSize_, MADV_DONTDUMP);
   file->base = static_cast<std::byte *>(base);
   file->size = fileSize_;
+  GuardMapping(file->base, file->size);
   return "";
 }
 

@@ -230,25 +230,46 @@ TEST(Recorder, WhatPreventsItIsSaidAndHarmsNobody) {
   }
 }
 
-TEST(Recorder, AFullDiskTurnsItOff) {
-  const TestRoot root;
-  const LogListener log(root / "/dev/log");
-  TurnOnRecorder(root, 2);
-  Daemon daemon(root, {}, "", -1, [] { signal(SIGXFSZ, SIG_IGN); });
-  ASSERT_TRUE(log.Lines().WaitFor(kReady));
-  const rlimit none{1000, 1000};  // bytes of a file: each further one fails as on a full disk
+/// Each further byte of a file fails, as on a full disk.
+void FillDisk(const TestRoot &, const Daemon &daemon) {
+  const rlimit none{1000, 1000};
   ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_FSIZE, &none, nullptr), 0);
-  std::atomic<bool> stop = false;
-  std::thread sender([&, fd = ConnectKernel(root, 0)] { Send(fd, 0, stop); });
-  EXPECT_TRUE(log.Lines().WaitFor("The flight recording ends: "));
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  stop = true;
-  sender.join();
-  EXPECT_EQ(daemon.Stop(), 0);
-  EXPECT_EQ(log.Lines().CountOf("The flight recording ends: "), 1u);
-  const Content content = ContentOf(root);
-  EXPECT_TRUE(content.wrong.empty()) << content.wrong[0];
-  EXPECT_GT(content.observations, 0u);
+}
+
+/// Accesses to what is mapped fail, as on a disk that has failed.
+void CutFiles(const TestRoot &root, const Daemon &) {
+  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root))) {
+    std::filesystem::resize_file(file, 0);
+  }
+}
+
+TEST(Recorder, ADiskThatIsFullOrFailsTurnsItOff) {
+  for (const auto harm : {FillDisk, CutFiles}) {
+    const TestRoot root;
+    const LogListener log(root / "/dev/log");
+    const EventListener events(root / "/var/run/corvane/mgmtd-kprob.sock");
+    TurnOnRecorder(root, 2);
+    Daemon daemon(root, {}, "", -1, [] { signal(SIGXFSZ, SIG_IGN); });
+    ASSERT_TRUE(log.Lines().WaitFor(kReady));
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> senders;
+    for (unsigned context = 0; context < 8; ++context) {
+      senders.emplace_back([&stop, context, fd = ConnectKernel(root, context)] { Send(fd, context, stop); });
+    }
+    harm(root, daemon);
+    EXPECT_TRUE(log.Lines().WaitFor("The flight recording ends: "));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    stop = true;
+    for (std::thread &sender : senders) sender.join();
+    ASSERT_TRUE(SendRecord(ConnectKernel(root, 9), MakeRecord("ryn.clock.last")));
+    EXPECT_TRUE(log.Lines().WaitFor("ryn.clock.last"));
+    EXPECT_EQ(daemon.Stop(), 0);
+    EXPECT_EQ(log.Lines().CountOf("The flight recording ends: "), 1u);
+    if (harm == CutFiles) continue;
+    const Content content = ContentOf(root);
+    EXPECT_TRUE(content.wrong.empty()) << content.wrong[0];
+    EXPECT_GT(content.observations, 0u);
+  }
 }
 
 }  // namespace
