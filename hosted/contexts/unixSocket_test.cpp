@@ -160,8 +160,8 @@ std::map<int, int> ServeAtOnce(const std::string &path, int type, int count) {
 TEST(UnixSocket, LetsOneOfManyProcessesWin) {
   const testing_support::TestRoot root;
   constexpr int kProcesses = 8;
-  for (int round = 0; round < 36; ++round) {  // each but a third finds the stale file of the one before
-    if (round % 3 == 0) unlink((root / "/socket").c_str());
+  for (int round = 0; round < 96; ++round) {  // a third finds the stale file of the one before
+    if (round % 3 != 0) unlink((root / "/socket").c_str());
     EXPECT_EQ(ServeAtOnce(root / "/socket", kTypes[round % 2], kProcesses),
               (std::map<int, int>{{0, 1}, {EADDRINUSE, kProcesses - 1}}))
         << round;
