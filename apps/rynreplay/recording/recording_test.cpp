@@ -1,27 +1,18 @@
 // Recordings that no daemon made: what is told to whom, and what a replay makes of differences, of damage and of size.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
 #include <fstream>
-#include <functional>
-#include <sstream>
 
 #include "flight/writer.h"
-#include "post/eventRecord.h"
-#include "replay/recording/player.h"
-#include "replay/recording/stepReader.h"
+#include "hosted/records/rawRecord.h"
 #include "replay/reports/commands.h"
-#include "testing/replay/ownProcess.h"
-#include "testing/replay/randomHost.h"
+#include "rynctl/showing/testEvent.h"
 #include "testing/testRoot.h"
 
 namespace replay {
 namespace {
 
-using testing_support::InOwnProcess;
-using testing_support::RandomHost;
 using testing_support::TestRoot;
 
 constexpr uint64_t kStartUs = 1'700'000'000'000'000;
@@ -73,54 +64,38 @@ std::string Tool(int (*command)(const rynctl::Words &, rynctl::Console &), const
   return testing_support::ReadFile(root / "/out") + testing_support::ReadFile(root / "/err") + std::to_string(status);
 }
 
-/// The bytes of the event that the daemon posts for an APD of `device`.
-std::string ApdEvent(const std::string &device) {
-  static std::string bytes;
-  std::string made;
-  const TestRoot root;
-  InOwnProcess([&] {
-    TheWorld().clock.Set(1'000'000'000, kStartUs);
-    TheWorld().Start();
-    TheWorld().HearSteps(
-        [](void *, const Step &, std::vector<Post> posts) {
-          bytes.assign(reinterpret_cast<const char *>(posts.at(0).record.data()), posts.at(0).record.size());
-        },
-        nullptr);
-    TheWorld().Observe(Record("ryn.storage.apd.start", {device}), 1'000'000'000);
-    testing_support::WriteFile(root / "/event", bytes);
-  });
-  return testing_support::ReadFile(root / "/event");
+void ExpectIn(const std::string &part, const std::string &text) {
+  EXPECT_NE(text.find(part), std::string::npos) << text;
 }
 
 TEST(Recording, TellsWhatDiffersAndHow) {
   const TestRoot root;
   const std::string path = root / "/a.rec";
-  const std::string a = Record("ryn.storage.apd.start", {"naa.a"}), b = Record("ryn.storage.apd.start", {"naa.b"});
-  const std::string eventA = ApdEvent("naa.a"), eventB = ApdEvent("naa.b");
-  const auto write = [&](const std::vector<std::string> &events) {
+  const std::string a = Record("ryn.storage.apd.start", {"naa.a"});
+  const std::vector<std::byte> eventA = rynctl::EventBytes(rynctl::kApdStart, {"naa.a"});
+  const std::vector<std::byte> eventB = rynctl::EventBytes(rynctl::kApdStart, {"naa.b"});
+  const auto write = [&](const std::vector<std::vector<std::byte>> &events) {
     Recorder recorder(path);
-    recorder.Put("rynd", flight::Start{}).Observe(a).Take("APDCorrelator", a);
-    for (const std::string &event : events) recorder.Put("APDCorrelator", flight::Event{View(event)});
+    const flight::HostAnswer uuid{flight::HostKind::kText, false, false, 0, "machine/uuid", rynctl::kTestUuid};
+    recorder.Put("rynd", flight::Start{}).Put("rynd", uuid).Observe(a).Take("APDCorrelator", a);
+    for (const std::vector<std::byte> &event : events) recorder.Put("APDCorrelator", flight::Event{event});
     recorder.Put("APDCorrelator", flight::Done{});
-  };
-  const auto isIn = [&](const std::string &part, const std::string &text) {
-    EXPECT_NE(text.find(part), std::string::npos) << text;
   };
   write({eventA});
   const std::string equal = Tool(ReplayCommand, {path});
-  isIn("1 event from 1 handled observation, all as recorded.\n0", equal);
+  ExpectIn("1 event from 1 handled observation, all as recorded.\n0", equal);
   EXPECT_EQ(Tool(ReplayCommand, {path}), equal);
   write({});
-  isIn("\n+ ", "\n" + Tool(ReplayCommand, {path}));
-  isIn("0 as recorded, 0 changed (!), 1 in the replay alone (+), 0 in the recording alone (-).\n1",
-       Tool(ReplayCommand, {path}));
+  ExpectIn("\n+ ", "\n" + Tool(ReplayCommand, {path}));
+  ExpectIn("0 as recorded, 0 changed (!), 1 in the replay alone (+), 0 in the recording alone (-).\n1",
+           Tool(ReplayCommand, {path}));
   write({eventB});
-  isIn("! replayed: ", Tool(ReplayCommand, {path}));
-  isIn("1 changed (!)", Tool(ReplayCommand, {path}));
+  ExpectIn("! replayed: ", Tool(ReplayCommand, {path}));
+  ExpectIn("1 changed (!)", Tool(ReplayCommand, {path}));
   write({eventA, eventA});
-  isIn("1 as recorded, 0 changed (!), 0 in the replay alone (+), 1 in the recording alone (-).\n1",
-       Tool(ReplayCommand, {path}));
-  isIn("\"compared\":\"missing\"", Tool(ReplayCommand, {path, "--json"}));
+  ExpectIn("1 as recorded, 0 changed (!), 0 in the replay alone (+), 1 in the recording alone (-).\n1",
+           Tool(ReplayCommand, {path}));
+  ExpectIn("\"compared\":\"missing\"", Tool(ReplayCommand, {path, "--json"}));
 }
 
 TEST(Recording, TellsEachAgentItsOwnReadsAndRunsTimersWhenTheyRan) {
@@ -175,17 +150,19 @@ TEST(Recording, PlaysEachRunFromItsStart) {
   const std::string full = Record("ryn.velfs.ramdisk.full", {"tmp", "/tmp/a"});
   {
     Recorder recorder(path);
-    for (int run = 0; run < 3; ++run) recorder.Put("rynd", flight::Start{}).Observe(full).Observe(full);
+    // Within 300 s, but the daemon had started anew; and after them.
+    for (int run = 0; run < 3; ++run) {
+      recorder.Put("rynd", flight::Start{}).Observe(full).Wait(100).Observe(full).Wait(301'000).Observe(full);
+    }
   }
   const std::string replayed = Tool(ReplayCommand, {path});
-  size_t events = 0;
-  for (size_t at = replayed.find("ramdisk.full  The"); at != std::string::npos;
-       at = replayed.find("ramdisk.full  The", at + 1)) {
-    ++events;
-  }
-  EXPECT_EQ(events, 3u) << replayed;  // within 300 s, but the daemon had started anew
-  const std::string whyNot = Tool(WhyNotCommand, {"velfs.ramdisk.full", path, "--subject", "/tmp/a"});
-  EXPECT_NE(whyNot.find("the alarm of tmp was given 0 s ago: quiet for 300 s"), std::string::npos) << whyNot;
+  EXPECT_EQ(std::ranges::count_if(
+                testing_support::Lines(replayed),
+                [](const std::string &line) { return line.starts_with("2 events from 3 handled observations"); }),
+            3)
+      << replayed;
+  ExpectIn("the alarm of tmp was given 0 s ago: quiet for 300 s",
+           Tool(WhyNotCommand, {"velfs.ramdisk.full", path, "--subject", "/tmp/a"}));
 }
 
 TEST(Recording, SaysWhatCannotBeUsed) {
@@ -212,36 +189,6 @@ TEST(Recording, TakesASavedTraceFeed) {
   const std::string replayed = Tool(ReplayCommand, {"--from-trace", root / "/feed"});
   EXPECT_NE(replayed.find("amb.problem.storage.apd.timeout"), std::string::npos) << replayed;
   EXPECT_NE(replayed.find("1 event from 1 handled observation"), std::string::npos) << replayed;
-}
-
-/// A day at RYND_REPLAY_HOURS=24: 100 observations a second.
-TEST(Recording, PlaysHoursInSeconds) {
-  const TestRoot root;
-  const std::string path = root / "/hours.rec";
-  const char *hours = getenv("RYND_REPLAY_HOURS");
-  const uint64_t count = (hours == nullptr ? 1 : strtoull(hours, nullptr, 10)) * 360'000;
-  {
-    RandomHost host(1);
-    Recorder recorder(path);
-    recorder.Put("rynd", flight::Start{});
-    for (uint64_t i = 0; i < count; ++i) recorder.Wait(9).Observe(host.NextRecord(kStartUs));
-  }
-  class Counter : public StepListener {
-   public:
-    void Played(const PlayedStep & /*step*/) override {}
-  };
-  InOwnProcess([&] {
-    std::string error;
-    const auto steps = StepReader::Open(path, 0, &error);
-    ASSERT_NE(steps, nullptr) << error;
-    Counter counter;
-    const auto before = std::chrono::steady_clock::now();
-    const Totals totals = Player(steps.get(), {}, &counter).Play();
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - before;
-    printf("%lu observations, %lu events: %.1f s\n", count, totals.events, took.count());
-    EXPECT_GT(totals.observations, count * 9 / 10);
-    EXPECT_GT(totals.events, count / 100);
-  });
 }
 
 }  // namespace
