@@ -71,13 +71,16 @@ struct Host : RunningDaemon {
   }
 };
 
-/// The events that came, a line each, to the byte; each once, in alphabetical order.
+/// The events that came, a line each, to the byte, with what the catalogue calls their arguments; each once, in
+/// alphabetical order.
 Names Texts(const Collector &records) {
   Names lines;
   for (const std::string &record : records.All()) {
     const auto event = eventrecord::DecodeEvent(reinterpret_cast<const std::byte *>(record.data()), record.size());
     EXPECT_EQ(event.problems, Words{}) << event.name;
-    lines.insert(event.name + "\t" + eventrecord::ArgumentList(event.arguments) + "\t" + event.text);
+    std::string names;
+    for (const std::string &name : catalog::FindEvent(event.name)->arguments) names += name + ' ';
+    lines.insert(event.name + "\t" + names + eventrecord::ArgumentList(event.arguments) + "\t" + event.text);
   }
   return lines;
 }
