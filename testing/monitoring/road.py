@@ -13,15 +13,11 @@ import urllib.request
 SKIPPED = 77
 
 
-def skip(reason):
-    print(f'skipped: {reason}')
-    sys.exit(SKIPPED)
-
-
 def need(*programs):
     for program in programs:
         if shutil.which(program) is None:
-            skip(f'{program} is not installed: tools/install-deps agents')
+            print(f'skipped: {program} is not installed: tools/install-deps agents')
+            sys.exit(SKIPPED)
 
 
 def eventually(holds, what, seconds=30):
@@ -53,20 +49,19 @@ class Road:
             self.daemon = self.spawn('rynd', 'rynd')
             self.submit('ryn.none', '--force', wait=30)
         except BaseException:
-            self.__exit__(None, None, None)
+            self.__exit__(*sys.exc_info())
             raise
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, kind, *_):
         for child in reversed(self.children):
-            if child.poll() is None:
-                child.terminate()
-                try:
-                    child.wait(20)
-                except subprocess.TimeoutExpired:
-                    child.kill()
-                    child.wait()
-        if _[0] is not None:
+            child.terminate()
+            try:
+                child.wait(20)
+            except subprocess.TimeoutExpired:
+                child.kill()
+                child.wait()
+        if kind is not None:
             for name in sorted(os.listdir(self.root)):
                 if name.endswith('.log'):
                     print(f'--- {name}\n{self.log(name[:-4])[-3000:]}')
