@@ -1,18 +1,15 @@
-// A million random steps over weeks of simulated time: what must hold whatever a host reports. A seed that fails is
-// saved as a recording, which `rynctl replay` runs again. RYND_RANDOM_STEPS: another number of steps; RYND_SEED: the
-// first seed.
+// A million random steps over weeks of simulated time: what must hold whatever a host reports. RYND_RANDOM_STEPS:
+// another number of steps; RYND_SEED: the first seed.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <set>
 
 #include "catalog/catalog.h"
 #include "core/basics/statistics.h"
 #include "eventRecord/eventDecoder.h"
-#include "flight/writer.h"
 #include "replay/world/world.h"
 #include "testing/replay/ownProcess.h"
 #include "testing/replay/randomHost.h"
@@ -23,76 +20,19 @@ namespace {
 using testing_support::HostChange;
 using testing_support::RandomHost;
 
-constexpr int64_t kStartNs = 1'000 * rynd::kNsPerSecond;
-constexpr uint64_t kStartUs = 1'700'000'000'000'000;
-
 uint64_t FromEnvironment(const char *name, uint64_t otherwise) {
   const char *text = getenv(name);
   return text == nullptr ? otherwise : strtoull(text, nullptr, 10);
 }
 
-/// What happens, without who sees it: the same for a test and for the recording of its seed.
-class Happenings {
- public:
-  explicit Happenings(uint64_t seed) : host_(seed, seed % 2 == 0 ? 20 : 40'000) {}
-  /// Let the next thing happen: `change` or `observe` is called with it.
-  template <typename Change, typename Observe>
-  void Next(const Change &change, const Observe &observe) {
-    if (host_.Draw(1'000) == 0) return change(host_.NextChange());
-    const uint64_t pause = host_.Draw(20);  // seconds of all sizes, and bursts
-    if (pause == 0) nowNs_ += static_cast<int64_t>(host_.Draw(60'000'000)) * 1'000;
-    if (host_.Draw(20'000) == 0) nowNs_ += 3'600 * rynd::kNsPerSecond;
-    observe(host_.NextRecord(WallUs()), nowNs_);
-  }
-  std::vector<HostChange> Begin() { return host_.Begin(); }
-  uint64_t WallUs() const { return kStartUs + static_cast<uint64_t>(nowNs_ - kStartNs) / 1'000; }
-  int64_t NowNs() const { return nowNs_; }
-
- private:
-  RandomHost host_;
-  int64_t nowNs_ = kStartNs;
-};
-
-/// Write what happens under `seed`, up to its failing step, as a recording.
-std::string Save(uint64_t seed, uint64_t steps) {
-  std::string path = testing::TempDir() + "random-" + std::to_string(seed) + ".rec";
-  std::ofstream file(path, std::ios::binary);
-  flight::Writer writer(&file);
-  Happenings happenings(seed);
-  flight::Entry entry;
-  const auto put = [&](const auto &what) {
-    entry.monotonicNs = static_cast<uint64_t>(happenings.NowNs());
-    entry.wallUs = happenings.WallUs();
-    entry.what = what;
-    writer.Append(entry);
-  };
-  const auto change = [&](const HostChange &made) {
-    put(flight::HostAnswer{flight::HostKind::kText, true, false, made.text ? 0 : ENOENT, made.path,
-                           made.text ? std::string_view(*made.text) : std::string_view()});
-  };
-  put(flight::Start{});
-  for (const HostChange &made : happenings.Begin()) change(made);
-  for (uint64_t i = 0; i < steps; ++i) {
-    happenings.Next(change, [&](const std::string &record, int64_t) {
-      put(flight::Observation{0, 0, 0, {reinterpret_cast<const std::byte *>(record.data()), record.size()}});
-    });
-  }
-  return path;
-}
-
 /// What must hold for every event.
-class Judge {
- public:
-  void Heard(const std::vector<Post> &posts) {
-    for (const Post &post : posts) Heard(post);
-  }
-  uint64_t Events() const { return events_; }
-  uint64_t Restores() const { return restores_; }
+struct Judge {
+  uint64_t events = 0, restores = 0;
+  std::map<std::string, std::set<std::string>> lost;  ///< devices, by path
 
- private:
   void Heard(const Post &post) {
     if (!post.dropReason.empty()) return;
-    ++events_;
+    ++events;
     ASSERT_LT(post.record.size(), size_t{1} << 20) << post.name;
     const eventrecord::DecodedEvent event = eventrecord::DecodeEvent(post.record.data(), post.record.size());
     ASSERT_TRUE(event.problems.empty()) << event.name << ": " << event.problems[0];
@@ -109,18 +49,15 @@ class Judge {
                                             "amb.problem.storage.redundancy.degraded"};
     const auto text = [&](size_t i) { return std::string(event.arguments[i].text); };
     for (const std::string_view loss : kLosses) {
-      if (event.name == loss) lost_[text(1)].insert(text(0));
+      if (event.name == loss) lost[text(1)].insert(text(0));
     }
     if (event.name != "amb.clear.storage.connectivity.restored" &&
         event.name != "amb.clear.storage.redundancy.restored") {
       return;
     }
-    ++restores_;
-    ASSERT_TRUE(lost_[text(2)].contains(text(0))) << event.text;
+    ++restores;
+    ASSERT_TRUE(lost[text(2)].contains(text(0))) << event.text;
   }
-
-  uint64_t events_ = 0, restores_ = 0;
-  std::map<std::string, std::set<std::string>> lost_;  ///< devices, by path
 };
 
 /// What was handled is what arrived, and what was posted is sent, dropped or waits.
@@ -138,30 +75,39 @@ void CheckLedger(uint64_t observed) {
 void RunSeed(uint64_t seed, uint64_t steps) {
   World &world = TheWorld();
   Judge judge;
-  uint64_t observed = 0;
-  Happenings happenings(seed);
+  RandomHost host(seed, seed % 2 == 0 ? 20 : 40'000);
   const auto change = [&](const HostChange &made) {
     made.text ? world.host.Put(made.path, *made.text) : world.host.Remove(made.path);
   };
-  world.clock.Set(kStartNs, kStartUs);
+  int64_t nowNs = 1'000 * rynd::kNsPerSecond;
+  world.clock.Set(nowNs, 1'700'000'000'000'000);
   world.HearSteps(
-      [](void *judging, const Step &, std::vector<Post> posts) { static_cast<Judge *>(judging)->Heard(posts); },
+      [](void *judging, const Step &, std::vector<Post> posts) {
+        for (const Post &post : posts) static_cast<Judge *>(judging)->Heard(post);
+      },
       &judge);
-  for (const HostChange &made : happenings.Begin()) change(made);
+  for (const HostChange &made : host.Begin()) change(made);
   world.Start();
+  uint64_t observed = 0;
   size_t memoryAtHalf = 0;
   for (uint64_t i = 0; i < steps; ++i) {
-    happenings.Next(change,
-                    [&](const std::string &record, int64_t nowNs) { observed += world.Observe(record, nowNs); });
+    if (host.Draw(1'000) == 0) {
+      change(host.NextChange());
+    } else {
+      // Seconds of all sizes, and bursts.
+      if (host.Draw(20) == 0) nowNs += static_cast<int64_t>(host.Draw(60'000'000)) * 1'000;
+      if (host.Draw(20'000) == 0) nowNs += 3'600 * rynd::kNsPerSecond;
+      observed += world.Observe(host.NextRecord(world.clock.WallUs()), nowNs);
+    }
     if (i % 1'000 == 0) CheckLedger(observed);
     if (i == steps / 2) memoryAtHalf = mallinfo2().uordblks;
-    if (testing::Test::HasFatalFailure()) FAIL() << "seed " << seed << ", step " << i << ": " << Save(seed, i + 1);
+    if (testing::Test::HasFatalFailure()) FAIL() << "seed " << seed << ", step " << i;
   }
   CheckLedger(observed);
   // By the half, every table that names fill is full.
-  EXPECT_LT(mallinfo2().uordblks, memoryAtHalf + (size_t{8} << 20)) << "seed " << seed << ": " << Save(seed, steps);
-  EXPECT_GT(judge.Events(), steps / 100);
-  EXPECT_GE(judge.Restores(), seed % 2 == 0 ? 10u : 0u) << seed;
+  EXPECT_LT(mallinfo2().uordblks, memoryAtHalf + (size_t{8} << 20)) << "seed " << seed;
+  EXPECT_GT(judge.events, steps / 100);
+  EXPECT_GE(judge.restores, seed % 2 == 0 ? 10u : 0u) << seed;
 }
 
 #if defined(__has_feature)
