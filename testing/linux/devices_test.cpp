@@ -1,10 +1,7 @@
 // Devices and addresses for real, as far as namespaces have them.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <csignal>
-#include <thread>
 
 #include "testing/linux/linuxHost.h"
 
@@ -24,13 +21,12 @@ TEST(LinuxAddresses, OneThatAnotherHostHasIsToldWithItsOwner) {
       "ip -6 addr add 2001:db8::2/64 dev eth0; ip -6 addr add 2001:db8::1/64 dev eth0"));
   EXPECT_TRUE(
       host.Tells("net.hyknic.ip.duplicate Duplicate IP address detected for 2001:db8::1 on interface eth0, "
-                 "current owner being 52:54:00:12:34:56."))
-      << host.All();
+                 "current owner being 52:54:00:12:34:56."));
   host.EndDaemon(SIGTERM);
   host.StartDaemon();
   EXPECT_TRUE(host.Tells("hyknic.ip.duplicate", 2)) << "it still has it";
   ASSERT_TRUE(Shell("ip -6 addr del 2001:db8::1/64 dev eth0"));
-  EXPECT_TRUE(host.Tells("it is no longer that of another host, or no longer one of eth0")) << host.All();
+  EXPECT_TRUE(host.Tells("it is no longer that of another host, or no longer one of eth0"));
   EXPECT_EQ(host.CountOf("2001:db8::2"), 0u) << "a program wrote that line";
   EXPECT_EQ(host.Events().size(), 3u) << host.All();
 }
@@ -43,15 +39,15 @@ TEST(LinuxDisks, WhatIsNoDiskThatComesIsNotToldAndSmartdIsHeard) {
   // Written by a program, as is done to have device files made anew; and of what is no device.
   ASSERT_TRUE(Shell("for disk in /sys/block/*; do echo add >$disk/uevent; done; truncate -s 1M '" + (work / "/img") +
                     "' && loop=$(losetup --show -f '" + (work / "/img") + "') && losetup -d $loop; true"));
-  std::this_thread::sleep_for(std::chrono::seconds(2));
+  Pause(2);
   EXPECT_EQ(host.All(), "");
   const auto smartd = [&](const std::string &kind) {
     return Shell("CORVANE_ROOT=" + host.Root().Path() + " SMARTD_FAILTYPE=" + kind +
                  " SMARTD_DEVICE=/dev/rynd-none SMARTD_MESSAGE=words " RYNLINUXD_PROGRAM " --smartd 2>/dev/null");
   };
   EXPECT_TRUE(smartd("Health") && smartd("Temperature"));
-  EXPECT_TRUE(host.Tells("hcm.event.disk.predictive.failure")) << host.All();
-  EXPECT_TRUE(host.Tells("smartd reports Temperature: words")) << host.All();
+  EXPECT_TRUE(host.Tells("hcm.event.disk.predictive.failure"));
+  EXPECT_TRUE(host.Tells("smartd reports Temperature: words"));
   EXPECT_FALSE(smartd("")) << "not called by smartd";
   host.EndDaemon(SIGTERM);
   EXPECT_FALSE(smartd("Health")) << "nobody heard it";

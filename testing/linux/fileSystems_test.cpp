@@ -2,21 +2,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
-#include <thread>
 
 #include "testing/linux/linuxHost.h"
-#include "testing/processState.h"
 
 namespace testing_support {
 namespace {
-
-void Pause(double seconds) {
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
 
 TEST(LinuxFileSystems, ThoseThatRunFullAreToldByTheirNames) {
   ENTER_NAMESPACES();
@@ -34,14 +28,13 @@ TEST(LinuxFileSystems, ThoseThatRunFullAreToldByTheirNames) {
   EXPECT_EQ(host.CountOf(work.Path()), 0u) << "what was sealed is meant to be full: " << host.All();
   ASSERT_TRUE(
       Shell("head -c 9700000 /dev/zero >'" + ram + "/x'; head -c 40M /dev/zero >" + disk + "/x 2>/dev/null; true"));
-  EXPECT_TRUE(host.Tells("velfs.ramdisk.usage.warning Ramdisk '" + ram + "' usage is very high. Approx 7% space left."))
-      << host.All();
-  EXPECT_TRUE(host.Tells("file system " + disk + ". The message reported is: it is nearly full: 100 %")) << host.All();
+  EXPECT_TRUE(
+      host.Tells("velfs.ramdisk.usage.warning Ramdisk '" + ram + "' usage is very high. Approx 7% space left."));
+  EXPECT_TRUE(host.Tells("file system " + disk + ". The message reported is: it is nearly full: 100 %"));
   ASSERT_TRUE(Shell("head -c 2M /dev/zero >>'" + ram + "/x' 2>/dev/null; rm " + disk + "/x"));
   EXPECT_TRUE(
-      host.Tells("velfs.ramdisk.usage.error Ramdisk '" + ram + "' is reaching its critical size limit. Approx 0%"))
-      << host.All();
-  EXPECT_TRUE(host.Tells("3rdParty.information A 3rd party component, file system " + disk)) << host.All();
+      host.Tells("velfs.ramdisk.usage.error Ramdisk '" + ram + "' is reaching its critical size limit. Approx 0%"));
+  EXPECT_TRUE(host.Tells("3rdParty.information A 3rd party component, file system " + disk));
   // A daemon that is started anew hears what is open, and nothing else.
   host.EndDaemon(SIGTERM);
   host.StartDaemon();
@@ -49,7 +42,7 @@ TEST(LinuxFileSystems, ThoseThatRunFullAreToldByTheirNames) {
   host.EndWatcher(SIGTERM);
   host.StartWatcher();
   ASSERT_TRUE(Shell("umount '" + ram + "'"));
-  EXPECT_TRUE(host.Tells("it is not mounted any more")) << host.All();
+  EXPECT_TRUE(host.Tells("it is not mounted any more"));
   EXPECT_EQ(host.CountOf("is nearly full"), 1u);
   EXPECT_EQ(host.CountOf("critical size limit"), 2u);
 }
@@ -65,9 +58,9 @@ TEST(LinuxFileSystems, DamageAndItsConsequenceAreTold) {
   if (!host.Watches("fs-errors")) GTEST_SKIP() << host.Check();
   ASSERT_TRUE(
       Shell("echo test >/sys/fs/ext4/$(basename $(findmnt -no SOURCE " + (work / "/data") + "))/trigger_fs_error"));
-  EXPECT_TRUE(host.Tells("hyfs.metadata.corruptondisk 01234567-89abcdef-fedc-ba9876543210 vol one")) << host.All();
-  EXPECT_TRUE(host.Tells("it has turned read-only after an error")) << host.All();
-  EXPECT_TRUE(host.Tells("errors stand in its record")) << host.All();
+  EXPECT_TRUE(host.Tells("hyfs.metadata.corruptondisk 01234567-89abcdef-fedc-ba9876543210 vol one"));
+  EXPECT_TRUE(host.Tells("it has turned read-only after an error"));
+  EXPECT_TRUE(host.Tells("errors stand in its record"));
   Pause(1);
   EXPECT_EQ(host.Events().size(), 3u) << host.All();
   Shell("umount " + (work / "/data"));
@@ -83,8 +76,8 @@ TEST(LinuxFileSystems, AHangingOneHoldsNobodyUp) {
   if (!silent || mount("server", hung.c_str(), "fuse", 0, options.c_str()) != 0) GTEST_SKIP() << "no fuse here";
   LinuxHost host({"--sources", "filesystems", "--poll", "1"});
   ASSERT_TRUE(Shell("head -c 1000000 /dev/zero >" + ram + "/x"));
-  EXPECT_TRUE(host.Tells("Ramdisk '" + ram + "'", 1, 10)) << host.All();
-  EXPECT_TRUE(host.Tells("server does not answer")) << host.All();
+  EXPECT_TRUE(host.Tells("Ramdisk '" + ram + "'", 1, 10));
+  EXPECT_TRUE(host.Tells("server does not answer"));
   Pause(8);
   EXPECT_EQ(host.CountOf("does not answer"), 1u);
   host.EndWatcher(SIGTERM);  // at once, whatever hangs
@@ -103,10 +96,10 @@ TEST(LinuxFileSystems, TenThousandMountsAreLookedAt) {
   LinuxHost host({"--sources", "filesystems,links", "--poll", "1"});
   const std::string last = work / ("/m" + std::to_string(made - 1));
   ASSERT_TRUE(Shell("head -c 65536 /dev/zero >" + last + "/x"));
-  EXPECT_TRUE(host.Tells("Ramdisk '" + last + "'")) << host.All();
+  EXPECT_TRUE(host.Tells("Ramdisk '" + last + "'"));
   EXPECT_EQ(host.CountOf(work.Path()), 1u) << host.All();
   if (!IsSlowBuild()) {
-    EXPECT_LT(ReadProcessState(host.Watcher()).residentKib, 8192);
+    EXPECT_LT(ReadProcessState(host.Watcher().Pid()).residentKib, 8192);
   }
 }
 
@@ -125,7 +118,7 @@ TEST(LinuxMemory, AKillForWantOfMemoryIsToldAndAForgedOneIsNot) {
   if (!Shell("mkdir " + group + " 2>/dev/null && echo 4194304 >" + limit)) GTEST_SKIP() << "no memory control here";
   Shell("cp /usr/bin/tail " + (work / "/" + tag) + "; sh -c 'echo $$ >" + group + "/cgroup.procs; exec " +
         (work / "/" + tag) + " /dev/zero' 2>/dev/null");
-  EXPECT_TRUE(host.Tells("component, " + tag)) << host.All();
+  EXPECT_TRUE(host.Tells("component, " + tag));
   EXPECT_NE(host.All().find("its control group is out of memory"), std::string::npos) << host.All();
   EXPECT_EQ(host.CountOf("forged"), 0u);
   EXPECT_TRUE(WaitUntil([&] { return rmdir(group.c_str()) == 0; }));

@@ -1,17 +1,17 @@
 #include "testing/linux/linuxHost.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
+#include <thread>
 
 #include "eventRecord/eventDecoder.h"
 
@@ -33,6 +33,10 @@ std::string EnterNamespaces(bool keepsNetwork) {
 
 bool Shell(const std::string &command) {
   return std::system(command.c_str()) == 0;
+}
+
+void Pause(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
 LinuxHost::LinuxHost(std::vector<std::string> arguments) : arguments_(std::move(arguments)) {
@@ -58,43 +62,20 @@ void LinuxHost::EndDaemon(int signal) {
 
 void LinuxHost::StartWatcher() {
   const size_t before = log_.Lines().CountOf("rynlinuxd watches");
-  std::vector<char *> argv;
-  std::string program = RYNLINUXD_PROGRAM;
-  argv.push_back(program.data());
-  for (std::string &argument : arguments_) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  watcher_ = fork();
-  if (watcher_ == 0) {
+  std::vector<std::string> words = {RYNLINUXD_PROGRAM};
+  words.insert(words.end(), arguments_.begin(), arguments_.end());
+  watcher_.emplace(words, [&] {
     setenv("CORVANE_ROOT", root_.Path().c_str(), 1);
-    const int out = open((root_ / "/watcher").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    dup2(out, 1);
-    dup2(out, 2);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) RedirectTo(fd, root_ / "/watcher");
+  });
   EXPECT_TRUE(log_.Lines().WaitFor("rynlinuxd watches", before + 1)) << ReadFile(root_ / "/watcher");
 }
 
 void LinuxHost::EndWatcher(int signal) {
-  if (watcher_ < 0) return;
-  kill(watcher_, signal);
-  int status = 0;
-  waitpid(watcher_, &status, 0);
-  watcher_ = -1;
-  const bool isExpected = signal == SIGKILL ? WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL
-                                            : WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  EXPECT_TRUE(isExpected) << status << ' ' << ReadFile(root_ / "/watcher");
-}
-
-long LinuxHost::HeldKib() const {
-  const std::string watcher = std::to_string(watcher_);
-  std::istringstream processes(watcher + ' ' + ReadFile("/proc/" + watcher + "/task/" + watcher + "/children"));
-  long sum = 0;
-  for (std::string process; processes >> process;) {
-    const std::string rollup = ReadFile("/proc/" + process + "/smaps_rollup");
-    sum += std::atol(rollup.c_str() + rollup.find("\nPss:") + 5);
-  }
-  return sum;
+  if (!watcher_) return;
+  watcher_->Signal(signal);
+  EXPECT_EQ(watcher_->WaitForExit(), signal == SIGKILL ? 128 + SIGKILL : 0) << ReadFile(root_ / "/watcher");
+  watcher_.reset();
 }
 
 std::vector<std::string> LinuxHost::Events() const {
@@ -107,19 +88,26 @@ std::vector<std::string> LinuxHost::Events() const {
 }
 
 size_t LinuxHost::CountOf(const std::string &part) const {
-  size_t count = 0;
-  for (const std::string &event : Events()) count += event.find(part) != std::string::npos ? 1 : 0;
-  return count;
+  const std::vector<std::string> events = Events();
+  return static_cast<size_t>(
+      std::ranges::count_if(events, [&](const auto &event) { return event.find(part) != std::string::npos; }));
 }
 
-bool LinuxHost::Tells(const std::string &part, size_t count, double seconds) const {
-  return WaitUntil([&] { return CountOf(part) >= count; }, seconds);
+testing::AssertionResult LinuxHost::Tells(const std::string &part, size_t count, double seconds) const {
+  if (WaitUntil([&] { return CountOf(part) >= count; }, seconds)) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << '\'' << part << "' was not told " << count << " times:\n" << All();
+}
+
+std::string LinuxHost::LastOf(const std::string &part) const {
+  std::string last;
+  for (const std::string &event : Events()) {
+    if (event.find(part) != std::string::npos) last = event;
+  }
+  return last;
 }
 
 std::string LinuxHost::Check() const {
-  const std::string out = root_ / "/check";
-  Shell("CORVANE_ROOT=" + root_.Path() + " " RYNCTL_PROGRAM " check --color never >" + out + " 2>&1");
-  return ReadFile(out);
+  return RunShell("CORVANE_ROOT=" + root_.Path() + " " RYNCTL_PROGRAM " check --color never 2>&1").text;
 }
 
 bool LinuxHost::Watches(const std::string &source) const {

@@ -1,6 +1,8 @@
 // A Linux host in namespaces of its own: the daemon, a management agent and rynlinuxd, under which real things happen.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +20,7 @@ std::string EnterNamespaces(bool keepsNetwork = false);
 
 /// Run a shell command; its success.
 bool Shell(const std::string &command);
+void Pause(double seconds);
 
 class LinuxHost {
  public:
@@ -30,17 +33,17 @@ class LinuxHost {
   void EndDaemon(int signal);
   void StartWatcher();
   void EndWatcher(int signal);
-  pid_t Watcher() const { return watcher_; }
-  /// Memory that rynlinuxd and its processes hold, what is shared with others by their parts, in KiB.
-  long HeldKib() const;
+  const Process &Watcher() const { return *watcher_; }
   const Collector &Log() const { return log_.Lines(); }
   TestRoot &Root() { return root_; }
 
   /// "NAME TEXT" of each event so far.
   std::vector<std::string> Events() const;
   size_t CountOf(const std::string &part) const;
-  /// Wait until `count` events hold `part`.
-  bool Tells(const std::string &part, size_t count = 1, double seconds = 30) const;
+  /// Wait until `count` events hold `part`; shows all of them where they never do.
+  testing::AssertionResult Tells(const std::string &part, size_t count = 1, double seconds = 30) const;
+  /// The last event that holds `part`, or "".
+  std::string LastOf(const std::string &part) const;
   /// What `rynctl check` says.
   std::string Check() const;
   /// Whether this source does.
@@ -54,7 +57,7 @@ class LinuxHost {
   EventListener events_{root_ / "/var/run/corvane/mgmtd-kprob.sock"};
   std::vector<std::string> arguments_;
   std::optional<Daemon> daemon_;
-  pid_t watcher_ = -1;
+  std::optional<Process> watcher_;
 };
 
 }  // namespace testing_support

@@ -33,10 +33,10 @@ TEST(LinuxStop, ARebootIsToldAndTheStopOfAServiceIsNot) {
       "[ \"$1\" = list-jobs ] && echo '5 rynd.service stop waiting' && echo '7 reboot.target start waiting'; exec "
       "sleep 60");
   restart();
-  EXPECT_TRUE(host.Tells("host.stop.reboot Host is rebooting.")) << host.All();
+  EXPECT_TRUE(host.Tells("host.stop.reboot Host is rebooting."));
   answer("echo '7 poweroff.target start waiting'");
   restart();
-  EXPECT_TRUE(host.Tells("host.stop.shutdown Host is shutting down.")) << host.All();
+  EXPECT_TRUE(host.Tells("host.stop.shutdown Host is shutting down."));
   EXPECT_EQ(host.Events().size(), 2u) << host.All();
   setenv("PATH", path.c_str(), 1);
 }
