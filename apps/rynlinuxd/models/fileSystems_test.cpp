@@ -10,6 +10,7 @@
 #include "models/mountTable.h"
 #include "models/raidModel.h"
 #include "models/recorder.h"
+#include "models/testSupport.h"
 #include "models/usageModel.h"
 #include "testing/testRoot.h"
 
@@ -145,11 +146,7 @@ TEST(FsErrors, DamageIsToldWithTheVolumeUntilItIsRepaired) {
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_TRUE(errors[0].fsid == std::make_pair(0x11, 0x22) && errors[0].error == EUCLEAN && errors[0].count == 3);
   for (size_t size = 0; size < bytes.size(); ++size) EXPECT_TRUE(ParseFsErrors({bytes.data(), size}).empty());
-  for (size_t at = 0; at < bytes.size(); ++at) {
-    auto changed = bytes;
-    changed[at] = std::byte{0xff};
-    ParseFsErrors(changed);  // for the sanitizers
-  }
+  ReadDamaged(bytes, ParseFsErrors);
   Recorder told;
   FsErrorModel model(&told);
   WatchedFs fs{"/data", "8:1", "vol one", {}};

@@ -2,65 +2,32 @@
 #include "models/linkModel.h"
 
 #include <gtest/gtest.h>
-#include <linux/if.h>
-#include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include <cstddef>
 #include <cstring>
 
 #include "models/recorder.h"
+#include "models/testSupport.h"
 
 namespace rynlinuxd {
 namespace {
 
 constexpr int64_t kMs = 1'000'000;
 
-/// A message as the kernel makes it.
-struct Message {
-  std::vector<std::byte> bytes{};
-  void Put(const void *data, size_t size) {
-    const auto *at = static_cast<const std::byte *>(data);
-    bytes.insert(bytes.end(), at, at + size);
-    bytes.resize((bytes.size() + 3) & ~size_t{3});
-  }
-  void Attribute(uint16_t type, const void *data, size_t size) {
-    const rtattr header{static_cast<uint16_t>(sizeof header + size), type};
-    Put(&header, sizeof header);
-    Put(data, size);
-  }
-};
-
-std::vector<std::byte> LinkBytes(uint16_t type, uint8_t family, const char *slaveKind) {
-  Message message;
-  nlmsghdr header{0, type, 0, 0, 0};
-  message.Put(&header, sizeof header);
-  ifinfomsg link{};
-  link.ifi_family = family;
-  link.ifi_index = 3;
-  link.ifi_flags = IFF_UP | IFF_LOWER_UP;
-  message.Put(&link, sizeof link);
-  message.Attribute(IFLA_IFNAME, "eth1", 5);
-  const uint8_t carrier = 0, mac[] = {0x52, 0x54, 0, 0xab, 1, 2}, permanent[] = {0x52, 0x54, 0, 0xab, 1, 9};
-  message.Attribute(IFLA_CARRIER, &carrier, 1);
-  message.Attribute(IFLA_PERM_ADDRESS, permanent, 6);
-  message.Attribute(IFLA_ADDRESS, mac, 6);
-  const uint32_t losses = 77, master = 4;
-  message.Attribute(IFLA_CARRIER_DOWN_COUNT, &losses, 4);
-  message.Attribute(IFLA_MASTER, &master, 4);
-  message.Attribute(56, "0000:00:03.0", 13);
-  Message kind;
-  kind.Attribute(IFLA_INFO_SLAVE_KIND, slaveKind, std::strlen(slaveKind) + 1);
-  message.Attribute(IFLA_LINKINFO | NLA_F_NESTED, kind.bytes.data(), kind.bytes.size());
-  header.nlmsg_len = static_cast<uint32_t>(message.bytes.size());
-  std::memcpy(message.bytes.data(), &header, sizeof header);
-  return message.bytes;
-}
+/// A NIC that is up, has lost its carrier 77 times, has two addresses and a place on its bus and is a bridge's port.
+constexpr char kPortMessage[] =
+    "800000001000000000000000000000000000000003000000010001000000000009000300657468310000000005002100000000000a003600"
+    "525400ab010900000a000100525400ab01020000080030004d00000008000a000400000011003800303030303a30303a30332e3000000000"
+    "100012800b0004006272696467650000";
 
 TEST(LinkMessage, EveryFactIsReadAndNothingBeyondTheBytes) {
-  const auto bytes = LinkBytes(RTM_NEWLINK, AF_UNSPEC, "bridge");
-  auto both = bytes;
-  const auto gone = LinkBytes(RTM_DELLINK, AF_UNSPEC, "bond");
+  const Bytes bytes = FromHex(kPortMessage);
+  Bytes gone = bytes;
+  gone[offsetof(nlmsghdr, nlmsg_type)] = std::byte{RTM_DELLINK};
+  std::memcpy(gone.data() + gone.size() - 8, "bond", 5);  // in the place of "bridge"
+  Bytes both = bytes;
   both.insert(both.end(), gone.begin(), gone.end());
   const LinkDatagram datagram = ParseLinkDatagram(both);
   ASSERT_EQ(datagram.links.size(), 2u);
@@ -68,19 +35,12 @@ TEST(LinkMessage, EveryFactIsReadAndNothingBeyondTheBytes) {
   EXPECT_EQ(facts.name + ' ' + facts.address + ' ' + facts.parent, "eth1 52:54:00:ab:01:09 0000:00:03.0");
   EXPECT_TRUE(facts.index == 3 && facts.isUp && !facts.hasCarrier && facts.losses == 77 && facts.bridge == 4);
   EXPECT_TRUE(datagram.links[1].isGone && datagram.links[1].bridge == 0) << "a bond is no bridge";
-  // A port that leaves its bridge is no link that goes.
-  EXPECT_TRUE(ParseLinkDatagram(LinkBytes(RTM_DELLINK, AF_BRIDGE, "bridge")).links.empty());
+  gone[sizeof(nlmsghdr)] = std::byte{AF_BRIDGE};
+  EXPECT_TRUE(ParseLinkDatagram(gone).links.empty()) << "a port that leaves its bridge is no link that goes";
   for (size_t size = 0; size < bytes.size(); ++size) {
-    const std::vector<std::byte> cut(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size));
-    EXPECT_TRUE(ParseLinkDatagram(cut).links.empty()) << size;
+    EXPECT_TRUE(ParseLinkDatagram(std::span(bytes).first(size)).links.empty()) << size;
   }
-  for (size_t at = 16; at < bytes.size(); ++at) {
-    for (const int value : {0, 1, 0x7f, 0xff}) {
-      auto changed = bytes;
-      changed[at] = static_cast<std::byte>(value);
-      ParseLinkDatagram(changed);  // for the sanitizers
-    }
-  }
+  ReadDamaged(bytes, ParseLinkDatagram);
 }
 
 LinkFacts Nic(int32_t index, bool up, bool carrier, uint32_t losses = 0, int32_t bridge = 0) {

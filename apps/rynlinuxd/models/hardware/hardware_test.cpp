@@ -6,6 +6,7 @@
 #include "models/hardware/machineCheckModel.h"
 #include "models/hardware/poisonedPages.h"
 #include "models/recorder.h"
+#include "models/testSupport.h"
 
 namespace rynlinuxd {
 namespace {
@@ -21,19 +22,15 @@ constexpr char kMemoryErrorFormat[] =
     "\tfield:__data_loc char[] msg;\toffset:12;\tsize:4;\tsigned:1;\n"
     "\tfield:u16 error_count;\toffset:20;\tsize:2;\tsigned:0;\n\tfield:long address;\toffset:32;\tsize:8;\tsigned:1;\n";
 
-using Bytes = std::vector<std::byte>;
-
-Bytes FromHex(std::string_view hex) {
-  Bytes bytes(4096);
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    bytes[i / 2] = static_cast<std::byte>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
-  }
-  return bytes;
+Bytes PageFromHex(std::string_view hex) {
+  Bytes page = FromHex(hex);
+  page.resize(4096);
+  return page;
 }
 
 /// Bank 1, status 9c00004000010150, address 12345678; behind a head of the page.
 const Bytes &Recorded() {
-  static const Bytes bytes = FromHex(
+  static const Bytes bytes = PageFromHex(
       "cdc5f5dd0800000074000000000000001c00000071000000110000000a010001000000000000000000000000500101004000009c78563412"
       "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000000ea09026b00000000000000"
       "00b10f06000000000000000000000102");
@@ -42,7 +39,7 @@ const Bytes &Recorded() {
 
 /// The same with an extended time in front.
 const Bytes &RecordedLater() {
-  static const Bytes bytes = FromHex(
+  static const Bytes bytes = PageFromHex(
       "cdc5f5dd080000007c000000000000009e26289d070000001c00000071000000110000000a01000100000000000000000000000051010100"
       "c000009c785634220000000000000000000000000000000000000000000000000000000000000000000000000000000000000000eb09026b"
       "0000000000000000b10f06000000000000000000000202");
