@@ -33,6 +33,14 @@ std::vector<mgmtd::StoredEvent> AllEvents(const TestRoot &root) {
   return mgmtd::Reader(StoreOf(root)).Events({.limit = 100'000});
 }
 
+/// That the records 1 to `count` are stored whole, in their order, and none else is.
+void ExpectNumbered(const TestRoot &root, uint64_t count) {
+  std::vector<mgmtd::StoredEvent> events = AllEvents(root);
+  std::erase_if(events, [](const auto &event) { return !event.damage.empty(); });
+  ASSERT_EQ(events.size(), count);
+  for (uint64_t i = 1; i <= count; ++i) ASSERT_EQ(events[i - 1].sequence, i);
+}
+
 nlohmann::json Status(const TestRoot &root) {
   return Ask(root, {{"do", "status"}});
 }
@@ -71,10 +79,7 @@ TEST(Agent, StallsGarbageAndThousandsOfClientsCostTheOthersNothing) {
     return std::ranges::count(events, "", &mgmtd::StoredEvent::damage) == 300;
   }));
   EXPECT_EQ(agent.End(SIGTERM), 0);
-  std::vector<mgmtd::StoredEvent> events = AllEvents(root);
-  std::erase_if(events, [](const auto &event) { return !event.damage.empty(); });
-  ASSERT_EQ(events.size(), 300U);
-  for (uint64_t i = 1; i <= 300; ++i) EXPECT_EQ(events[i - 1].sequence, i);
+  ExpectNumbered(root, 300);
 }
 
 TEST(Agent, KeepsWhatIsDamagedMarkedAndWhatIsDoubledOnce) {
@@ -130,9 +135,7 @@ TEST(Agent, AFullDiskHoldsNothingUp) {
   ASSERT_TRUE(AwaitStored(root, kEvents));
   EXPECT_TRUE(LogHas(root, "The store works again"));
   EXPECT_EQ(agent.End(SIGTERM), 0);
-  const std::vector<mgmtd::StoredEvent> events = AllEvents(root);
-  ASSERT_EQ(events.size(), kEvents);
-  for (uint64_t i = 1; i <= kEvents; ++i) ASSERT_EQ(events[i - 1].sequence, i);
+  ExpectNumbered(root, kEvents);
 }
 
 TEST(Agent, AReadOnlyDiskHoldsNothingUpAndItsProblemsAreFoundAgain) {
@@ -154,9 +157,7 @@ TEST(Agent, AReadOnlyDiskHoldsNothingUpAndItsProblemsAreFoundAgain) {
   for (const auto &problem : answer.at("problems")) open.push_back(problem.at("subject"));
   EXPECT_EQ(open, (std::vector<std::string>{"naa.4", "naa.2"}));
   EXPECT_EQ(agent.End(SIGTERM), 0);
-  const std::vector<mgmtd::StoredEvent> events = AllEvents(root);
-  ASSERT_EQ(events.size(), 4U);
-  for (uint64_t i = 1; i <= 4; ++i) EXPECT_EQ(events[i - 1].sequence, i) << "in the order of reception";
+  ExpectNumbered(root, 4);
 }
 
 TEST(Agent, MovesADamagedFileAside) {

@@ -8,6 +8,7 @@
 
 #include "hosted/contexts/unixSocket.h"
 #include "hosted/paths.h"
+#include "testing/records.h"
 #include "testing/testRoot.h"
 
 namespace rynlinuxd {
@@ -35,10 +36,7 @@ struct FakeDaemon {
   /// "ID KEY" of all that is there, each ended by ';'.
   std::string Read() {
     std::string read;
-    std::array<std::byte, 65536> buffer;
-    for (ssize_t got = 0; (got = recv(socket.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0;) {
-      EXPECT_EQ(hosted::CheckRecord(buffer.data(), static_cast<size_t>(got)), nullptr);
-      const hosted::RawRecord record = hosted::DecodeRecord(buffer.data(), static_cast<size_t>(got));
+    for (hosted::RawRecord record; !(record = testing_support::ReceiveRecord(socket.Get())).id.empty();) {
       read += record.id.substr(9) + ' ' + (record.arguments.empty() ? "" : record.arguments.back().text) + ';';
     }
     return read;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 
 #include "models/recorder.h"
 #include "models/storage/multipathModel.h"
@@ -78,20 +79,20 @@ class Host {
     nowNs += static_cast<int64_t>(seconds * 1e9);
     return Serve();
   }
-  void Send(const char *action, const std::string &values = "") {
+  void Send(const char *action, const std::map<std::string, std::string> &values = {}) {
     Uevent event{action, "/devices/virtual/block/dm-0", {{"SUBSYSTEM", "block"}, {"MAJOR", "253"}, {"MINOR", "0"}}};
-    for (size_t at = 0; at < values.size();) {
-      const size_t end = std::min(values.find('|', at), values.size()), equals = values.find('=', at);
-      event.values[values.substr(at, equals - at)] = values.substr(equals + 1, end - equals - 1);
-      at = end + 1;
-    }
+    event.values.insert(values.begin(), values.end());
     model.Change(event, nowNs);
   }
   /// As the kernel says that one path failed or came back.
   void Path(const char *action, int sequence, const char *path, int valid) {
-    Send("change", "DM_TARGET=multipath|DM_ACTION=PATH_" + std::string(action) +
-                       "|DM_SEQNUM=" + std::to_string(sequence) + "|DM_PATH=" + path +
-                       "|DM_NR_VALID_PATHS=" + std::to_string(valid) + "|DM_NAME=mpatha|DM_UUID=mpath-" + kWwid);
+    Send("change", {{"DM_TARGET", "multipath"},
+                    {"DM_ACTION", std::string("PATH_") + action},
+                    {"DM_SEQNUM", std::to_string(sequence)},
+                    {"DM_PATH", path},
+                    {"DM_NR_VALID_PATHS", std::to_string(valid)},
+                    {"DM_NAME", "mpatha"},
+                    {"DM_UUID", std::string("mpath-") + kWwid}});
   }
 };
 
@@ -178,20 +179,20 @@ TEST(Multipath, ADeviceThatGoesWithoutPathsIsNotBack) {
     EXPECT_EQ(host.After(20), std::string("external.warning storage device ") + kWwid +
                                   " man:rynlinuxd(8) it was removed while no path to it worked\n");
     host.Send("add");
-    host.Send("change", "DM_COOKIE=1");
+    host.Send("change", {{"DM_COOKIE", "1"}});
     EXPECT_EQ(host.After(1), "") << "it is as it was";
   }
   host.Send("remove");
   host.recorder.Take();
-  host.Send("change", "DM_COOKIE=1");
+  host.Send("change", {{"DM_COOKIE", "1"}});
   host.Set(kBothOn, kTable);
   EXPECT_EQ(host.After(1), kOn + "sda dead\n" + kOn + "sdb dead\n" + kExit);
   EXPECT_EQ(host.model.Due(), INT64_MAX);
   // Others are none of its business, and are not asked for again and again.
   host.device.reset();
   host.Send("remove");
-  host.Send("change", "DM_COOKIE=2");
-  host.Send("change", "SYNTH_UUID=0");
+  host.Send("change", {{"DM_COOKIE", "2"}});
+  host.Send("change", {{"SYNTH_UUID", "0"}});
   EXPECT_EQ(host.After(1), "");
   EXPECT_EQ(host.model.Due(), INT64_MAX);
 }
@@ -200,12 +201,12 @@ TEST(Multipath, ANewTableAndLostMessagesAreMadeUpFor) {
   Host host;
   host.Set(kBothOn, kTable);
   host.Answer();
-  host.Send("change", "DM_COOKIE=1");
+  host.Send("change", {{"DM_COOKIE", "1"}});
   host.Set("2 1 0 0 1 1 A 0 2 0 8:0 A 0 8:32 A 0 ", kTable);
   EXPECT_EQ(host.After(0), "scsi.scsipath.remove sdb\nscsi.scsipath.add sdc\n");
   host.Path("FAILED", 1, "8:0", 1);
   EXPECT_EQ(host.After(0.2), Dead("sda"));
-  host.Send("change", "DM_COOKIE=2");
+  host.Send("change", {{"DM_COOKIE", "2"}});
   EXPECT_EQ(host.After(0), kOn + "sda dead\n") << "the table was loaded anew, which begins with all of them";
   // All went, and nobody heard it.
   host.Set("2 1 0 0 1 1 E 0 2 0 8:0 F 0 8:32 F 0 ", kTable);
