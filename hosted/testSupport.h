@@ -6,8 +6,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +21,7 @@
 #include "hosted/log/log.h"
 #include "hosted/paths.h"
 #include "hosted/records/rawRecord.h"
+#include "platform/ryn.h"
 #include "platform/system.h"
 #include "testing/testRoot.h"
 
@@ -112,6 +117,26 @@ inline RawArgument NullText() {
 inline std::vector<std::byte> RecordOf(const std::string &id, std::vector<RawArgument> arguments = {},
                                        const std::string &message = "message") {
   return EncodeRecord({1, 2, id, message, std::move(arguments)});
+}
+
+struct FreeObservation {
+  void operator()(Observation *observation) const { Ryn_Free(observation); }
+};
+using ObservationPtr = std::unique_ptr<Observation, FreeObservation>;
+
+/// `record` as an observation.
+inline ObservationPtr MakeObservation(const std::vector<std::byte> &record) {
+  auto *bytes = new std::byte[record.size()];
+  std::copy(record.begin(), record.end(), bytes);
+  Observation *observation = nullptr;
+  EXPECT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0);
+  return ObservationPtr(observation);
+}
+
+/// Send `record` as one packet.
+inline void SendTo(int fd, const std::vector<std::byte> &record) {
+  ASSERT_EQ(send(fd, record.data(), record.size(), MSG_NOSIGNAL), static_cast<ssize_t>(record.size()))
+      << std::strerror(errno);
 }
 
 }  // namespace hosted

@@ -3,11 +3,8 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
 
-#include <cerrno>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -27,11 +24,6 @@ inline Bytes BadRecord() {
   Bytes record = RecordOf("ryn.bad");
   record[20] = std::byte{1};
   return record;
-}
-
-inline void SendTo(int fd, const Bytes &record) {
-  ASSERT_EQ(send(fd, record.data(), record.size(), MSG_NOSIGNAL), static_cast<ssize_t>(record.size()))
-      << std::strerror(errno);
 }
 
 /// A context opened with a listener at the system log, and what reads from it.

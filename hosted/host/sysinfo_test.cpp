@@ -7,13 +7,20 @@
 #include <thread>
 
 #include "hosted/host/hostTree.h"
+#include "hosted/host/machine.h"
 #include "hosted/records/littleEndian.h"
 #include "hosted/testSupport.h"
+#include "platform/hostMgmt.h"
 #include "platform/hsi.h"
+#include "platform/hsiRecords.h"
+#include "platform/hykCtlUtil.h"
 #include "platform/system.h"
 
 namespace hosted {
 namespace {
+
+using HostMgmt::Lib::HostMgmtException;
+using HykCtl::Util::Sysinfo;
 
 using SysinfoTest = HostTreeTest;
 
@@ -40,45 +47,26 @@ int GetOption(const char *group, const char *name, T *value) {
   return HYK_ReturnStatusToErrno(HSI_Get("config/intOpts", Texts({group, name}).get(), value, sizeof *value));
 }
 
-TEST_F(SysinfoTest, HasTheAgreedDefaults) {
-  const struct {
-    const char *group, *name;
-    int64_t value;
-  } rows[] = {{"Misc", "RynAsyncEnable", 0},
-              {"PageRetire", "PageErrorCorrThreshold", 2},
-              {"PageRetire", "PageErrorCorrPeriod", 30},
-              {"PageRetire", "ThresholdInterval", 10},
-              {"PageRetire", "ApeiLoggingEnabled", 0},
-              {"Cpu", "CPUOfflineThreshold", 0},
-              {"Net", "LinkFlappingThreshold", 0}};
-  for (const auto &row : rows) {
-    const std::string path = std::string("sysinfo/config/intOpts/") + row.group + "/" + row.name;
-    int64_t value = -1;
-    EXPECT_EQ(GetOption(row.group, row.name, &value), 0) << row.name;
-    EXPECT_EQ(value, row.value) << row.name;
-    PutHost(path, "-77\n");
-    EXPECT_EQ(GetOption(row.group, row.name, &value), 0) << row.name;
-    EXPECT_EQ(value, -77) << row.name;
-    PutHost(path, "many");
-    EXPECT_EQ(GetOption(row.group, row.name, &value), EINVAL) << row.name;  // never the default
-  }
+TEST_F(SysinfoTest, ReadsOptionsOfTwoWidths) {
   int64_t value = -1;
+  int32_t narrow = -1;
+  int16_t odd = -1;
+  EXPECT_EQ(GetOption("PageRetire", "PageErrorCorrPeriod", &value), 0);
+  EXPECT_EQ(value, 30) << "the default";
+  const auto put = [](const char *text) { PutHost("sysinfo/config/intOpts/PageRetire/PageErrorCorrPeriod", text); };
+  put("2147483647");
+  EXPECT_EQ(GetOption("PageRetire", "PageErrorCorrPeriod", &narrow), 0);
+  EXPECT_EQ(narrow, INT32_MAX);
+  EXPECT_EQ(GetOption("PageRetire", "PageErrorCorrPeriod", &odd), EINVAL);
+  for (const char *text : {"2147483648", "-2147483649"}) {
+    put(text);
+    EXPECT_EQ(GetOption("PageRetire", "PageErrorCorrPeriod", &narrow), ERANGE);
+  }
+  put("many");
+  EXPECT_EQ(GetOption("PageRetire", "PageErrorCorrPeriod", &value), EINVAL) << "never the default";
   EXPECT_EQ(GetOption("Misc", "Other", &value), ENOENT);
   EXPECT_EQ(GetOption("Cpu", "RynAsyncEnable", &value), ENOENT);
   EXPECT_EQ(GetOption("..", "..", &value), ENOENT);
-}
-
-TEST_F(SysinfoTest, ReadsOptionsOfTwoWidths) {
-  int32_t narrow = -1;
-  int16_t odd = -1;
-  PutHost("sysinfo/config/intOpts/Net/LinkFlappingThreshold", "2147483647");
-  EXPECT_EQ(GetOption("Net", "LinkFlappingThreshold", &narrow), 0);
-  EXPECT_EQ(narrow, INT32_MAX);
-  EXPECT_EQ(GetOption("Net", "LinkFlappingThreshold", &odd), EINVAL);
-  for (const char *text : {"2147483648", "-2147483649"}) {
-    PutHost("sysinfo/config/intOpts/Net/LinkFlappingThreshold", text);
-    EXPECT_EQ(GetOption("Net", "LinkFlappingThreshold", &narrow), ERANGE);
-  }
 }
 
 TEST_F(SysinfoTest, SetsAnOptionAndRecordsIt) {
@@ -155,6 +143,89 @@ TEST_F(SysinfoTest, ComparesTheBuilds) {
     PutHost("sysinfo/system/buildSignature", content);
     EXPECT_NE(HSI_CheckSig(kernelDate, sizeof kernelDate, &ownDate), 0);
     EXPECT_EQ(kernelDate, expected);
+  }
+}
+
+TEST_F(SysinfoTest, NumbersHaveTheirRangesAndDefaults) {
+  const struct {
+    const char *node, *content;  ///< null: there is no file
+    size_t size;
+    int error;
+    int64_t value;
+  } rows[] = {{"system/ntpclock/rynReportInterval", nullptr, 4, ENOENT, 7},
+              {"system/ntpclock/rynReportInterval", "-60\n", 4, 0, -60},
+              {"system/ntpclock/rynReportInterval", "2147483648", 4, ERANGE, 7},
+              {"system/pageRetire/threshold", nullptr, 8, 0, 1000},
+              {"system/pageRetire/threshold", "9223372036854775807", 8, 0, INT64_MAX},
+              {"system/pageRetire/threshold", "-1", 8, EINVAL, 7},
+              {"system/pageRetire/threshold", "5", 4, EINVAL, 7},
+              {"sched/offline/enabled", nullptr, 1, 0, 0},
+              {"sched/offline/enabled", "1", 1, 0, 1},
+              {"sched/offline/enabled", "2", 1, EINVAL, 7}};
+  for (const auto &row : rows) {
+    if (row.content != nullptr) PutHost(std::string("sysinfo/") + row.node, row.content);
+    int64_t value = 7;
+    EXPECT_EQ(HYK_ReturnStatusToErrno(HSI_Get(row.node, nullptr, &value, row.size)), row.error) << row.node;
+    if (row.size == 4) value = static_cast<int32_t>(value);
+    EXPECT_EQ(value, row.value) << row.node << " " << (row.content == nullptr ? "none" : row.content);
+  }
+}
+
+TEST_F(SysinfoTest, PagesHaveAStatusEach) {
+  uint8_t status[3] = {9, 9, 9};
+  const auto get = [&](uint64_t page, size_t size = 2) {
+    Sysinfo("system/pageRetire/MPNStatus").AddInput(static_cast<int64_t>(page)).Get(status, size);
+  };
+  get(0x1a);
+  EXPECT_EQ(std::memcmp(status, "\0\0\x9", 3), 0);
+  PutHost("sysinfo/system/pageRetire/MPNStatus/0x1a", "0 255");
+  PutHost("sysinfo/system/pageRetire/MPNStatus/0xffffffffffffffff", "1 0");
+  get(0x1a);
+  EXPECT_EQ(std::memcmp(status, "\0\xff\x9", 3), 0);
+  get(UINT64_MAX);
+  EXPECT_EQ(std::memcmp(status, "\x1\0\x9", 3), 0);
+  EXPECT_THROW(get(0x1a, 3), HostMgmtException);
+  for (const char *text : {"1", "1 256", "1 -1", ""}) {
+    PutHost("sysinfo/system/pageRetire/MPNStatus/0x1a", text);
+    EXPECT_THROW(get(0x1a), HostMgmtException) << text;
+  }
+  EXPECT_THROW(Sysinfo("system/pageRetire/MPNStatus").Get(status, 2), HostMgmtException);
+}
+
+TEST_F(SysinfoTest, ProcessorsAreTheMachinesOwnOrWhatTheTreeHolds) {
+  char info[kHsiCpuInfoSize + 1], list[kHsiCpuListSize + 1];
+  uint32_t cores = 0, pcpus = 0;
+  const auto getInfo = [&] {
+    info[kHsiCpuInfoSize] = 'x';
+    const int error = HYK_ReturnStatusToErrno(HSI_Get("hardware/cpu/cpuInfo", nullptr, info, kHsiCpuInfoSize));
+    std::memcpy(&cores, info + 24, sizeof cores);
+    std::memcpy(&pcpus, info + 28, sizeof pcpus);
+    EXPECT_EQ(info[kHsiCpuInfoSize], 'x');
+    return error;
+  };
+  const auto getVendor = [&] {
+    list[kHsiCpuListSize] = 'x';
+    Sysinfo("hardware/cpu/cpuList").AddInstancePath(int64_t{0}).Get(list, kHsiCpuListSize);
+    EXPECT_EQ(list[kHsiCpuListSize], 'x');
+    return std::string(list + 24);
+  };
+  EXPECT_EQ(getInfo(), 0);
+  EXPECT_GE(cores, 1u);
+  EXPECT_GE(pcpus, cores);
+  EXPECT_EQ(getVendor(), MachineCpuVendor());
+  PutHost("sysinfo/hardware/cpu/cpuInfo", "28 56");
+  PutHost("sysinfo/hardware/cpu/vendor", "GenuineIntel\n");
+  EXPECT_EQ(getInfo(), 0);
+  EXPECT_EQ(cores, 28u);
+  EXPECT_EQ(pcpus, 56u);
+  EXPECT_EQ(getVendor(), "GenuineIntel");
+  PutHost("sysinfo/hardware/cpu/vendor", std::string(107, 'v'));
+  EXPECT_EQ(getVendor(), std::string(107, 'v'));
+  PutHost("sysinfo/hardware/cpu/vendor", std::string(108, 'v'));
+  EXPECT_THROW(getVendor(), HostMgmtException);
+  for (const char *text : {"28", "28 4294967296", "-1 2", "1 2 3"}) {
+    PutHost("sysinfo/hardware/cpu/cpuInfo", text);
+    EXPECT_EQ(getInfo(), EINVAL) << text;
   }
 }
 

@@ -2,8 +2,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 
 #include "hosted/testSupport.h"
 #include "platform/ryn.h"
@@ -11,21 +9,8 @@
 namespace hosted {
 namespace {
 
-struct FreeObservation {
-  void operator()(Observation *observation) const { Ryn_Free(observation); }
-};
-using ObservationPtr = std::unique_ptr<Observation, FreeObservation>;
-
-ObservationPtr MakeFrom(const std::vector<std::byte> &record) {
-  auto *bytes = new std::byte[record.size()];
-  std::memcpy(bytes, record.data(), record.size());
-  Observation *observation = nullptr;
-  EXPECT_EQ(Ryn_MakeRyn(bytes, record.size(), &observation), 0);
-  return ObservationPtr(observation);
-}
-
 TEST(Observation, GivesItsPartsAsTheyWereSent) {
-  const ObservationPtr observation = MakeFrom(EncodeRecord({7, 123'456'789'012, "ryn.a.b", "two\nlines", {}}));
+  const ObservationPtr observation = MakeObservation(EncodeRecord({7, 123'456'789'012, "ryn.a.b", "two\nlines", {}}));
   const char *id = nullptr;
   char *message = nullptr;
   char unused = 0;
@@ -51,7 +36,7 @@ TEST(Observation, LeavesTheBytesOfABadRecordToTheCaller) {
 }
 
 TEST(Observation, AnswersByKindAndIndex) {
-  const ObservationPtr observation = MakeFrom(RecordOf("ryn.a", {Text("text"), Signed(8, -5), NullText()}));
+  const ObservationPtr observation = MakeObservation(RecordOf("ryn.a", {Text("text"), Signed(8, -5), NullText()}));
   const char *text = "before";
   int32_t number = 1;
   EXPECT_EQ(Ryn_GetStringArg(observation.get(), 0, &text), 0);
@@ -86,7 +71,7 @@ TEST(Observation, FitsAnIntegerByItsValueAndEitherSign) {
   };
   for (const auto &[statuses, arguments] : rows) {
     for (const RawArgument &argument : arguments) {
-      const ObservationPtr observation = MakeFrom(RecordOf("ryn.a", {argument}));
+      const ObservationPtr observation = MakeObservation(RecordOf("ryn.a", {argument}));
       const auto bits = static_cast<int64_t>(argument.bits);
       SCOPED_TRACE(bits);
       int8_t byte = 1;
@@ -110,7 +95,7 @@ TEST(Observation, FitsAnIntegerByItsValueAndEitherSign) {
 
 TEST(Observation, WalksAFormat) {
   const ObservationPtr observation =
-      MakeFrom(RecordOf("ryn.a", {Text("a"), Unsigned(4, 17), Signed(8, -1), NullText(), Text("b")}));
+      MakeObservation(RecordOf("ryn.a", {Text("a"), Unsigned(4, 17), Signed(8, -1), NullText(), Text("b")}));
   const char *first = nullptr, *second = "x", *third = nullptr;
   uint32_t number = 0;
   int64_t wide = 0;
@@ -134,7 +119,7 @@ TEST(Observation, WalksAFormat) {
 }
 
 TEST(Observation, StopsAtTheFirstFailure) {
-  const ObservationPtr observation = MakeFrom(RecordOf("ryn.a", {Signed(4, 1), Signed(4, 2)}));
+  const ObservationPtr observation = MakeObservation(RecordOf("ryn.a", {Signed(4, 1), Signed(4, 2)}));
   // The first conversion succeeds, the second fails and the third is never reached.
   const char *const kinds[] = {"%d %s %d",   "%d %p %d",   "%d %c %d",  "%d %f %d",    "%d %*d %d",
                                "%d %.*d %d", "%d %0$d %d", "%d %Ld %d", "%d %hs %d",   "%d %",
