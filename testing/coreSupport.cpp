@@ -1,4 +1,7 @@
+#include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,6 +10,7 @@
 
 #include "core/basics/log.h"
 #include "core/fanOut.h"
+#include "hosted/contexts/unixSocket.h"
 #include "hosted/records/rawRecord.h"
 #include "platform/ryn.h"
 #include "testing/coreSupport.h"
@@ -88,16 +92,30 @@ std::vector<std::byte> MakeRecord(const std::string &id, const std::vector<std::
   return hosted::EncodeRecord(record);
 }
 
-Observation *MakeObservation(const std::vector<std::byte> &record) {
-  auto *bytes = new std::byte[record.size()];
-  std::copy(record.begin(), record.end(), bytes);
-  Observation *observation = nullptr;
-  if (Ryn_MakeRyn(bytes, record.size(), &observation) != 0) abort();
-  return observation;
+void EventSocket::Open() {
+  constexpr timeval kMoment{0, 1000};
+  ASSERT_EQ(hosted::MakeFolders(path_.substr(0, path_.rfind('/')), 0755), 0);
+  ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM, 0600, &fd_), 0);
+  setsockopt(fd_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kMoment, sizeof kMoment);
 }
 
-Observation *MakeObservation(const std::string &id, const std::vector<std::string> &texts, const std::string &message) {
-  return MakeObservation(MakeRecord(id, texts, message));
+void EventSocket::Close() {
+  fd_.Reset();
+  unlink(path_.c_str());
+}
+
+base::UniqueFd EventSocket::Accept() const {
+  return base::UniqueFd(accept(fd_.Get(), nullptr, nullptr));
+}
+
+std::string EventSocket::Next() const {
+  const base::UniqueFd connection = Accept();
+  std::string bytes;
+  char part[4096];
+  for (ssize_t count; (count = recv(connection.Get(), part, sizeof part, 0)) > 0;) {
+    bytes.append(part, static_cast<size_t>(count));
+  }
+  return bytes;
 }
 
 Stream *OpenStream(const char *prefix) {

@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "base/uniqueFd.h"
 #include "core/agents/stream.h"
+#include "hosted/paths.h"
 #include "hosted/testSupport.h"
 
-struct Observation;
-
 namespace rynd {
+
+using hosted::MakeObservation;
 
 /// Collects what the process logs while it exists. One at a time.
 class CapturedLog {
@@ -45,10 +47,23 @@ auto WithoutMemoryFor(size_t size, const Action &action) {
 /// A raw record with text arguments.
 std::vector<std::byte> MakeRecord(const std::string &id, const std::vector<std::string> &texts = {},
                                   const std::string &message = "m");
-/// A record as an Observation, which the caller frees.
-Observation *MakeObservation(const std::vector<std::byte> &record);
-Observation *MakeObservation(const std::string &id, const std::vector<std::string> &texts = {},
-                             const std::string &message = "m");
+/// The management agent's socket: what is sent to it waits there until it is read.
+class EventSocket {
+ public:
+  ~EventSocket() { Close(); }
+  void Open();
+  void Close();
+  bool IsOpen() const { return static_cast<bool>(fd_); }
+  /// The next connection to it, which waits there already; invalid when none does.
+  base::UniqueFd Accept() const;
+  /// All that came over the next connection; "" when there is none.
+  std::string Next() const;
+  const std::string &Path() const { return path_; }
+
+ private:
+  const std::string path_ = hosted::RootPath(hosted::kEventSocket);
+  base::UniqueFd fd_;
+};
 
 /// A stream that is subscribed to `prefix`.
 Stream *OpenStream(const char *prefix);

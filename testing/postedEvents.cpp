@@ -12,7 +12,6 @@
 
 #include "core/agents/runner.h"
 #include "core/basics/timerThread.h"
-#include "platform/ryn.h"
 #include "post/ryndKprob.h"
 
 namespace rynd {
@@ -76,9 +75,7 @@ hosted::RawArgument Long(uint64_t value) {
 
 void Dispatch(HandlerTable table, Handler defaultHandler, const std::string &id, const Arguments &arguments,
               const std::string &message) {
-  Observation *const observation = MakeObservation(hosted::RecordOf(id, arguments, message));
-  DispatchObservation(defaultHandler, &table, observation);
-  Ryn_Free(observation);
+  DispatchObservation(defaultHandler, &table, MakeObservation(hosted::RecordOf(id, arguments, message)).get());
 }
 
 std::vector<std::string> EventsOf(HandlerTable table, const std::string &id, const Arguments &arguments) {

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/ryn.h"
 #include "testing/postedEvents.h"
 #include "testing/recordedAgents.h"
 
@@ -14,9 +13,7 @@ namespace {
 /// What an agent's default handler logs and posts about "ryn.t.other".
 std::vector<std::string> Answer(Handler handler, CapturedLog *log) {
   const size_t before = log->Messages().size();
-  Observation *observation = MakeObservation("ryn.t.other", {}, "seen");
-  handler(observation);
-  Ryn_Free(observation);
+  handler(MakeObservation(MakeRecord("ryn.t.other", {}, "seen")).get());
   const std::vector<std::string> &all = log->Messages();
   std::vector<std::string> answer(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
   for (const std::string &event : TakeEvents()) answer.push_back(event.substr(0, event.find(' ')));

@@ -11,7 +11,6 @@
 #include "platform/hostMgmtStorage.h"
 #include "platform/hykCtlStorage.h"
 #include "platform/hykCtlSystem.h"
-#include "platform/ryn.h"
 #include "testing/postedEvents.h"
 
 namespace {
@@ -137,9 +136,7 @@ TEST_P(StorageFaults, OnlyTheLibrarysOwnIsAFailedReconfiguration) {
   const char *const id = "ryn.swap.systemSwap.isPDL.removed";
   const char *const path = "/hyfs/volumes/ds1/swap";
   if (GetParam() == Thrown::kForeign) {
-    Observation *observation = MakeObservation(id, {path});
-    EXPECT_THROW(SwapHandlers()[id](observation), int);
-    Ryn_Free(observation);
+    EXPECT_THROW(SwapHandlers()[id](MakeObservation(MakeRecord(id, {path})).get()), int);
     return;
   }
   EXPECT_EQ(EventsOf(SwapHandlers(), id, {Str(path)}).size(), GetParam() == Thrown::kLibrary ? 1u : 0u);

@@ -140,9 +140,7 @@ TEST(FanOutMemory, ARecordWithoutMemoryIsLostAlone) {
   base::UniqueFd sender;
   ASSERT_EQ(hosted::ConnectUnixSocket(hosted::KernelSocketPath(3), SOCK_DGRAM, &sender), 0);
   const std::vector<std::byte> large = MakeRecord("a.b", {std::string(9000, 'x')}), small = MakeRecord("a.b");
-  for (const auto &record : {large, small}) {
-    ASSERT_EQ(send(sender.Get(), record.data(), record.size(), 0), static_cast<ssize_t>(record.size()));
-  }
+  for (const auto &record : {large, small}) hosted::SendTo(sender.Get(), record);
   std::vector<std::byte> buffer(8192);
   size_t length = 1;
   const auto read = [&] { return RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length); };

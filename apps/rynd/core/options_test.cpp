@@ -3,16 +3,18 @@
 #include <getopt.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace rynd {
 namespace {
 
-using Words = std::vector<std::string>;
-
-Options Parse(Words words) {
-  words.insert(words.begin(), "/usr/sbin/rynd");
+/// The options that the command line `rynd LINE` gives, whose words are a blank apart.
+Options Parse(const std::string &line) {
+  std::istringstream stream("/usr/sbin/rynd " + line);
+  std::vector<std::string> words(std::istream_iterator<std::string>(stream), {});
   std::vector<char *> argv;
   for (std::string &word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
@@ -23,30 +25,20 @@ Options Parse(Words words) {
 TEST(Options, OnlyEnableGoesOn) {
   const struct {
     bool enable, usage;
-    std::vector<Words> given;
-  } cases[] = {{false, false, {{}, {"--", "-h"}}},
-               {true, false, {{"-e"}, {"--enableryns"}, {"--en"}, {"-ee", "operand"}}},
+    std::vector<std::string> given;
+  } cases[] = {{false, false, {"", "-- -h"}},
+               {true, false, {"-e", "--enableryns", "--en", "-ee operand"}},
                {false,
                 true,
-                {{"-h"},
-                 {"--help"},
-                 {"-t"},
-                 {"--test"},
-                 {"-l", "3"},
-                 {"-l3"},
-                 {"-l"},
-                 {"--loglevel"},
-                 {"--loglevel=2"},
-                 {"--enableryns=1"},
-                 {"--nothing"},
-                 {"-x"}}},
-               {true, true, {{"-e", "-t"}}}};
+                {"-h", "--help", "-t", "--test", "-l 3", "-l3", "-l", "--loglevel", "--loglevel=2", "--enableryns=1",
+                 "--nothing", "-x"}},
+               {true, true, {"-e -t"}}};
   for (const auto &[enable, usage, given] : cases) {
-    for (const Words &words : given) {
-      SCOPED_TRACE(testing::PrintToString(words));
+    for (const std::string &line : given) {
+      SCOPED_TRACE(line);
       testing::internal::CaptureStdout();
       testing::internal::CaptureStderr();
-      const Options options = Parse(words);
+      const Options options = Parse(line);
       const std::string output = testing::internal::GetCapturedStdout();
       testing::internal::GetCapturedStderr();
       EXPECT_EQ(options.enableRyns, enable);

@@ -33,15 +33,16 @@ class PollLoopTest : public testing::Test {
     ASSERT_GE(poll(set_, loop->Count(), 0), 0);
     ASSERT_EQ(loop->ServeSlots(), 0);
   }
-  base::UniqueFd Connect() {
-    base::UniqueFd fd;
-    EXPECT_EQ(hosted::ConnectUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, &fd), 0);
-    return fd;
+  /// So many programs, each accepted or turned away.
+  std::vector<base::UniqueFd> Connect(PollLoop *loop, size_t count) {
+    std::vector<base::UniqueFd> clients(count);
+    for (base::UniqueFd &client : clients) {
+      EXPECT_EQ(hosted::ConnectUnixSocket(hosted::RootPath(hosted::kUserSocket), SOCK_SEQPACKET, &client), 0);
+      Pass(loop);
+    }
+    return clients;
   }
-  static void Send(const base::UniqueFd &fd, const std::string &id) {
-    const auto record = MakeRecord(id);
-    ASSERT_EQ(send(fd.Get(), record.data(), record.size(), 0), static_cast<ssize_t>(record.size()));
-  }
+  static void Send(const base::UniqueFd &fd, const std::string &id) { hosted::SendTo(fd.Get(), MakeRecord(id)); }
 
   ContextTable contexts_ = MakeContextTable();
   pollfd set_[kAllSlots];
@@ -50,11 +51,7 @@ class PollLoopTest : public testing::Test {
 
 TEST_F(PollLoopTest, ANinthConnectionIsAcceptedAndClosedAtOnce) {
   PollLoop loop(set_, kAllSlots, contexts_);
-  std::vector<base::UniqueFd> clients;
-  for (int i = 0; i < 9; ++i) {
-    clients.push_back(Connect());
-    Pass(&loop);
-  }
+  std::vector<base::UniqueFd> clients = Connect(&loop, 9);
   EXPECT_EQ(loop.Count(), kAllSlots);
   char byte;
   EXPECT_EQ(recv(clients[8].Get(), &byte, 1, 0), 0);
@@ -62,18 +59,13 @@ TEST_F(PollLoopTest, ANinthConnectionIsAcceptedAndClosedAtOnce) {
   clients.erase(clients.begin());
   Pass(&loop);
   EXPECT_EQ(loop.Count(), kAllSlots - 1);
-  clients.push_back(Connect());
-  Pass(&loop);
+  const auto another = Connect(&loop, 1);
   EXPECT_EQ(loop.Count(), kAllSlots);
 }
 
 TEST_F(PollLoopTest, ClosingInTheMiddleMovesTheLastOneThereAndServesItInTheSamePass) {
   PollLoop loop(set_, kAllSlots, contexts_);
-  std::vector<base::UniqueFd> clients;
-  for (int i = 0; i < 4; ++i) {
-    clients.push_back(Connect());
-    Pass(&loop);
-  }
+  std::vector<base::UniqueFd> clients = Connect(&loop, 4);
   const int lastFd = set_[kFirstConnectionSlot + 3].fd;
   clients[1].Reset();
   Send(clients[3], "ryn.user.last");
@@ -86,35 +78,20 @@ TEST_F(PollLoopTest, ClosingInTheMiddleMovesTheLastOneThereAndServesItInTheSameP
 
 TEST_F(PollLoopTest, RecordsThatWaitOnAClosedConnectionAreServedBeforeItGoes) {
   PollLoop loop(set_, kAllSlots, contexts_);
-  auto client = Connect();
-  Pass(&loop);
-  Send(client, "ryn.user.one");
-  Send(client, "ryn.user.two");
-  client.Reset();
-  for (int i = 0; i < 3; ++i) Pass(&loop);
-  EXPECT_EQ(ReadId(stream_), "ryn.user.one");
-  EXPECT_EQ(ReadId(stream_), "ryn.user.two");
-  EXPECT_EQ(loop.Count(), kFixedSlots);
-}
-
-TEST_F(PollLoopTest, AGoodRecordBehindAFloodOfBadOnesIsServedBeforeItsConnectionGoes) {
-  PollLoop loop(set_, kAllSlots, contexts_);
-  auto client = Connect();
-  Pass(&loop);
-  for (int i = 0; i < 150; ++i) {
-    ASSERT_EQ(send(client.Get(), "bad", 3, MSG_DONTWAIT), 3);
-  }
-  Send(client, "ryn.user.good");
-  client.Reset();
-  for (int i = 0; i < 4; ++i) Pass(&loop);
-  EXPECT_EQ(ReadId(stream_), "ryn.user.good");
+  auto clients = Connect(&loop, 1);
+  Send(clients[0], "ryn.user.one");
+  Send(clients[0], "ryn.user.two");
+  for (int i = 0; i < 150; ++i) ASSERT_EQ(send(clients[0].Get(), "bad", 3, MSG_DONTWAIT), 3);
+  Send(clients[0], "ryn.user.behind.a.flood");
+  clients.clear();
+  for (int i = 0; i < 6; ++i) Pass(&loop);
+  for (const char *id : {"ryn.user.one", "ryn.user.two", "ryn.user.behind.a.flood"}) EXPECT_EQ(ReadId(stream_), id);
   EXPECT_EQ(loop.Count(), kFixedSlots);
 }
 
 TEST_F(PollLoopTest, WithoutRoomForConnectionsTheListeningSlotIsTreatedAsOne) {
   PollLoop loop(set_, kFixedSlots, contexts_);
-  const auto client = Connect();
-  Pass(&loop);
+  const auto clients = Connect(&loop, 1);
   EXPECT_EQ(loop.Count(), kFixedSlots);
 }
 

@@ -24,40 +24,27 @@ TEST(MessageFormatArgs, KeepsTheConversionsAlone) {
   for (const auto &[messageTemplate, format] : cases) EXPECT_EQ(ExtractionFormat(messageTemplate), format);
 }
 
-TEST(MessageFormatArgs, ReadsTheArgumentsInOrder) {
-  Observation *observation = MakeObservation("ryn.a.b", {"one", "two"});
+TEST(MessageFormatArgs, ReadsEveryWidthOrSaysThatItDoesNot) {
+  const auto texts = MakeObservation(MakeRecord("ryn.a.b", {"one", "two"}));
   const char *first = nullptr, *second = nullptr;
-  EXPECT_EQ(GetArgsByMessageFormat(observation, "[%s] then '%-10s' (%%)", &first, &second), 0);
+  EXPECT_EQ(GetArgsByMessageFormat(texts.get(), "[%s] then '%-10s' (%%)", &first, &second), 0);
   EXPECT_STREQ(first, "one");
   EXPECT_STREQ(second, "two");
-  int number = 7;
-  EXPECT_EQ(GetArgsByMessageFormat(observation, "[%s] then %d", &first, &number), kRynWrongKind);
-  EXPECT_EQ(GetArgsByMessageFormat(observation, "%s %s %s", &first, &second, &first), kRynNoArgument);
-  EXPECT_EQ(number, 7);
-  Ryn_Free(observation);
-}
-
-TEST(MessageFormatArgs, ReadsEveryWidthOrSaysThatItDoesNot) {
-  uint64_t wide = 0;
-  const char *text = nullptr;
-  Observation *observation = MakeObservation("ryn.a.b", {"one", "two"});
-  // A success without a read would leave its caller with what stood there before.
-  for (const char *unread : {"%Lf", "%f", "%*lu", "%.*s", "%n", "%lc", "%", "%0$s", "%qd"}) {
-    EXPECT_EQ(GetArgsByMessageFormat(observation, unread, &wide, &wide), kRynWrongKind) << unread;
+  EXPECT_EQ(GetArgsByMessageFormat(texts.get(), "%2$s", &first), 0);
+  EXPECT_STREQ(first, "two");
+  EXPECT_EQ(GetArgsByMessageFormat(texts.get(), "%s %s %s", &first, &second, &first), kRynNoArgument);
+  // A success without a read would leave its caller with what stood there before. The arguments are texts.
+  uint64_t wide = 7;
+  for (const char *unread : {"%Lf", "%f", "%*lu", "%.*s", "%n", "%lc", "%", "%0$s", "%qd", "%lu", "%hhx"}) {
+    EXPECT_EQ(GetArgsByMessageFormat(texts.get(), unread, &wide, &wide), kRynWrongKind) << unread;
   }
-  for (const char *integer : {"%zu", "%jd", "%td", "%lu", "%hhx"}) {
-    EXPECT_EQ(GetArgsByMessageFormat(observation, integer, &wide), kRynWrongKind) << "the argument is a text";
-  }
-  EXPECT_EQ(GetArgsByMessageFormat(observation, "%2$s", &text), 0);
-  EXPECT_STREQ(text, "two");
-  Ryn_Free(observation);
+  EXPECT_EQ(wide, 7U);
   for (const char *integer : {"%zu", "%jd", "%td", "%lu", "%llx", "%1$lu", "%2$zu"}) {
     uint64_t read = 7;
     const hosted::RawArgument argument = hosted::Unsigned(8, UINT64_MAX - 1);
-    observation = MakeObservation(hosted::RecordOf("ryn.a.b", {argument, argument}));
-    EXPECT_EQ(GetArgsByMessageFormat(observation, integer, &read), 0) << integer;
+    const auto numbers = MakeObservation(hosted::RecordOf("ryn.a.b", {argument, argument}));
+    EXPECT_EQ(GetArgsByMessageFormat(numbers.get(), integer, &read), 0) << integer;
     EXPECT_EQ(read, UINT64_MAX - 1) << integer;
-    Ryn_Free(observation);
   }
 }
 

@@ -9,16 +9,18 @@
 namespace rynd {
 namespace {
 
-/// Ends by _exit: the tests have other threads, and a root that an exit would remove.
-/// Signal this process between the flag's test and the wait. 0 when the wait sees it.
-[[noreturn]] void SignalBeforeTheWait(int number, bool stops) {
+/// Signal this process between the flag's test and the wait, which is for nothing or always finds something `ready`.
+/// Ends with 0 when the wait sees it. By _exit: the tests have other threads, and a root that an exit would remove.
+[[noreturn]] void SignalBeforeTheWait(int number, bool stops, bool ready = false) {
+  int ends[2];
   BlockSignals();
-  if (InstallSignalHandlers() != 0) _exit(1);
+  if (InstallSignalHandlers() != 0 || pipe(ends) != 0 || (ready && write(ends[1], "x", 1) != 1)) _exit(1);
   kill(getpid(), number);
   if (StopRequested()) _exit(2);  // blocked until the wait
-  pollfd none{-1, POLLIN, 0};
+  pollfd set{ends[0], POLLIN, 0};
   alarm(20);  // a wait that missed the signal would last for ever
-  if (PollWithSignals(&none, 1) != -1 || errno != EINTR) _exit(3);
+  if (!ready && (PollWithSignals(&set, 1) != -1 || errno != EINTR)) _exit(3);
+  for (int i = 0; ready && i < 16 && !StopRequested(); ++i) PollWithSignals(&set, 1);
   _exit(StopRequested() == stops ? 0 : 4);
 }
 
@@ -26,22 +28,7 @@ TEST(Signals, OneThatComesBeforeTheWaitIsNotLost) {
   EXPECT_EXIT(SignalBeforeTheWait(SIGTERM, true), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(SignalBeforeTheWait(SIGINT, true), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(SignalBeforeTheWait(SIGPIPE, false), testing::ExitedWithCode(0), "");
-}
-
-/// Signal this process while a descriptor is ready at every wait.
-[[noreturn]] void SignalDuringAFlood() {
-  BlockSignals();
-  if (InstallSignalHandlers() != 0) _exit(1);
-  int ends[2];
-  if (pipe(ends) != 0 || write(ends[1], "x", 1) != 1) _exit(2);
-  kill(getpid(), SIGTERM);
-  pollfd ready{ends[0], POLLIN, 0};
-  for (int i = 0; i < 16 && !StopRequested(); ++i) PollWithSignals(&ready, 1);
-  _exit(StopRequested() ? 0 : 3);
-}
-
-TEST(Signals, OneIsLetInThoughSomethingIsAlwaysReady) {
-  EXPECT_EXIT(SignalDuringAFlood(), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(SignalBeforeTheWait(SIGTERM, true, true), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
