@@ -85,6 +85,7 @@ TEST(Handlers, OfDevicesAndPaths) {
        {"scsi.device.thinprov.atquota", {}, nullptr, "get thin provisioned device name: 75"},
        {"scsi.device.nmp.satp.option.failed", {}, nullptr, "get NMP SATP options: 75"},
        {"scsi.device.nmp.satp.option.failed", {Str("o")}, nullptr, "get path name: 75"},
+       {"scsi.device.close.failed", {Int(1), Str("p")}, nullptr, "correlate ryn.scsi.device.close.failed: 22"},
        {"scsi.scsipath.badpath.unreachpe", {NullStr()}, nullptr, "get PE-incapable adapter name for path (null) : 75"},
        {"scsi.device.too.many.io.error",
         {Str("d"), Int(65536)},
@@ -95,36 +96,34 @@ TEST(Handlers, OfDevicesAndPaths) {
   ExpectEach(PsaStorHandlers(),
              {{"psastor.device.limitreached", {Int(1), Int(1)}, nullptr, "get device limit reached plugin name: 22"},
               {"psastor.psastorpath.pathstate.on", {Str("p")}, nullptr}});
-  const struct {
-    const char *front;
-    bool withId;
-    std::vector<const char *> ids;
-  } rows[] = {
-      {"correlate",
-       true,
-       {"scsi.device.io.latency.high", "scsi.device.io.latency.improved", "psastor.device.io.latency.high",
-        "scsi.device.close.failed", "scsi.device.is.ssd.failed", "psastor.device.is.local.failed",
-        "scsi.device.io.qerr.change.config", "scsi.device.io.qerr.changed", "scsi.unsupported.plugin.type",
-        "psastor.unsupported.plugin.type"}},
-      {"get params for correlation",
-       true,
-       {"scsi.device.invalid.xcopy.request", "scsi.device.filter.attach.failed", "scsi.device.detach.failed",
-        "scsi.device.too.many.io.error", "psastor.device.too.many.io.error"}},
-      {"get device name",
-       false,
-       {"scsi.device.state.on", "scsi.device.state.permanentloss", "scsi.device.state.permanentloss.noopens",
-        "scsi.device.state.permanentloss.pluggedback", "psastor.device.state.off",
-        "psastor.device.state.permanentloss.deviceonline", "psastor.device.state.permanentloss.withreservationheld"}},
-      {"get path limit reached path count", false, {"scsi.scsipath.limitreached", "psastor.psastorpath.limitreached"}},
-      {"get device limit reached device count", false, {"scsi.device.limitreached", "psastor.device.limitreached"}},
-      {"get path add remove path name", false, {"scsi.scsipath.add", "psastor.psastorpath.remove"}},
-      {"get path name", false, {"scsi.scsipath.badpath.unsafepe", "scsi.scsipath.badpath.unreachpe"}}};
-  for (const auto &row : rows) {
-    for (const std::string id : row.ids) {
-      const std::string logged = row.front + (row.withId ? " ryn." + id : "") + ": 75";
-      ExpectEach(id.starts_with("psastor.") ? PsaStorHandlers() : ScsiHandlers(),
-                 {{id.c_str(), {}, nullptr, logged.c_str()}});
-    }
+  // What is said when an id's arguments can't be read, before the id where that is said too.
+  const std::pair<std::string, const char *> rows[] = {
+      {"correlate ", "scsi.device.io.latency.high"},
+      {"correlate ", "psastor.device.io.latency.improved"},
+      {"correlate ", "scsi.device.close.failed"},
+      {"correlate ", "psastor.device.is.local.failed"},
+      {"correlate ", "scsi.device.io.qerr.changed"},
+      {"correlate ", "scsi.unsupported.plugin.type"},
+      {"correlate ", "psastor.unsupported.plugin.type"},
+      {"get params for correlation ", "scsi.device.invalid.xcopy.request"},
+      {"get params for correlation ", "scsi.device.detach.failed"},
+      {"get params for correlation ", "scsi.device.too.many.io.error"},
+      {"get params for correlation ", "psastor.device.too.many.io.error"},
+      {"get device name", "scsi.device.state.on"},
+      {"get device name", "scsi.device.state.permanentloss"},
+      {"get device name", "scsi.device.state.permanentloss.noopens"},
+      {"get device name", "psastor.device.state.off"},
+      {"get device name", "psastor.device.state.permanentloss.withreservationheld"},
+      {"get path limit reached path count", "scsi.scsipath.limitreached"},
+      {"get path limit reached path count", "psastor.psastorpath.limitreached"},
+      {"get device limit reached device count", "scsi.device.limitreached"},
+      {"get device limit reached device count", "psastor.device.limitreached"},
+      {"get path add remove path name", "scsi.scsipath.add"},
+      {"get path add remove path name", "psastor.psastorpath.remove"},
+      {"get path name", "scsi.scsipath.badpath.unsafepe"}};
+  for (const auto &[front, id] : rows) {
+    const std::string logged = front + (front.ends_with(' ') ? "ryn." + std::string(id) : "") + ": 75";
+    ExpectEach(*id == 'p' ? PsaStorHandlers() : ScsiHandlers(), {{id, {}, nullptr, logged.c_str()}});
   }
 }
 

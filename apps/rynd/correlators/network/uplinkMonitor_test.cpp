@@ -230,11 +230,13 @@ TEST_F(UplinkMonitorTest, AnUplinkThatIsUpForOneKindOfPortIsUpForBoth) {
 }
 
 TEST_F(UplinkMonitorTest, AnUplinkOrAPortThatIsBackHasLostNothing) {
-  Down("pg-a", 0, 0);
-  Down("pg-b", 0, 0);
-  At(2000);
-  Up("pg-a", 1, 3000);
-  EXPECT_EQ(At(5000).size(), 1u) << "pg-b was lost to the same uplink";
+  for (const int32_t left : {0, 1}) {  // connectivity, then redundancy
+    Down("pg-a", left, 0);
+    Down("pg-b", left, 0);
+    At(2000);
+    Up("pg-a", left + 1, 3000);
+    EXPECT_EQ(At(5000).size(), 1u) << "pg-b was lost to the same uplink";
+  }
   Down("pg-a", 0, 6000);
   At(8000);
   monitor.PortGroupUplinkUp("hynic1", "pg-b", 1, Ms(9000));

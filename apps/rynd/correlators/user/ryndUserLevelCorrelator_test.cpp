@@ -1,7 +1,3 @@
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -127,35 +123,6 @@ TEST_F(UserLevelTest, TimesAreLocal) {
   EXPECT_EQ(RebootTimestamp(1795244277), "Sat, 21 Nov 26 12:27:57 +0530");
   unsetenv("TZ");
   tzset();
-}
-
-/// A process that commits records of two lengths without end is killed at random instants: what stands in the store is
-/// always one of them, whole.
-TEST_F(UserLevelTest, AKillLeavesTheOldRecordOrTheNewOne) {
-  const std::string longReason(20'000, 'x');
-  RecordRebootReason({"REBOOT", "u", "s", "t", "short"});
-  unsigned seed = 1, seen[2] = {0, 0};
-  // More, and later, kills where the machine is too busy for the process to have got far.
-  for (unsigned round = 0; round < 60 || (round < 2000 && (seen[0] == 0 || seen[1] == 0)); ++round) {
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      for (;;) {
-        RecordRebootReason({"REBOOT", "u", "s", "t", longReason.c_str()});
-        RecordRebootReason({"REBOOT", "u", "s", "t", "short"});
-      }
-    }
-    usleep(500 + static_cast<unsigned>(rand_r(&seed)) % (5000 + 100 * round));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    const json record = Recorded();
-    ASSERT_TRUE(record.is_object()) << round;
-    const std::string reason = record.value("reason", "");
-    ASSERT_TRUE(reason == "short" || reason == longReason) << round;
-    ++seen[reason == "short" ? 0 : 1];
-  }
-  EXPECT_GT(seen[0], 0u);
-  EXPECT_GT(seen[1], 0u);
 }
 
 }  // namespace
