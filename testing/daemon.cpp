@@ -127,29 +127,23 @@ std::vector<std::string> EventListener::Names() const {
 
 namespace {
 
-std::vector<std::string> CommandLine(const std::vector<std::string> &arguments) {
+std::vector<std::string> CommandLine() {
   std::vector<std::string> words;
   std::istringstream emulator(RYND_EMULATOR);
   for (std::string word; std::getline(emulator, word, ' ');) words.push_back(word);
   words.push_back(RYND_PROGRAM);
-  words.insert(words.end(), arguments.begin(), arguments.end());
   return words;
 }
 
 }  // namespace
 
-Daemon::Daemon(const TestRoot &root, const std::vector<std::string> &arguments, const std::string &below,
-               int standardError, const std::function<void()> &inChild)
-    : Process(CommandLine(arguments),
-              [out = root / "/stdout", err = root / "/stderr", path = root / below, standardError, &inChild] {
-                RedirectTo(STDOUT_FILENO, out);
-                if (standardError < 0) {
-                  RedirectTo(STDERR_FILENO, err);
-                } else {
-                  dup2(standardError, STDERR_FILENO);
-                }
-                setenv("CORVANE_ROOT", path.c_str(), 1);
-                if (inChild) inChild();
+Daemon::Daemon(const TestRoot &root, const std::function<void()> &inChild)
+    : Process(CommandLine(),
+              [&root, &inChild] {
+                RedirectTo(STDOUT_FILENO, root / "/stdout");
+                RedirectTo(STDERR_FILENO, root / "/stderr");
+                setenv("CORVANE_ROOT", root.Path().c_str(), 1);
+                inChild();
               }),
       root_(root) {}
 

@@ -80,11 +80,10 @@ struct HangingAgent {
 /// One running daemon below its own root.
 class Daemon : public Process {
  public:
-  /// Start the daemon below the folder `below` of `root` with `arguments`; standard output and error go to
-  /// `root`/stdout and `root`/stderr, the latter to the descriptor `standardError` where that is given. `inChild` is
+  /// Start the daemon below `root`; standard output and error go to `root`/stdout and `root`/stderr. `inChild` is
   /// called last, in the process that it becomes.
-  Daemon(const TestRoot &root, const std::vector<std::string> &arguments = {}, const std::string &below = "",
-         int standardError = -1, const std::function<void()> &inChild = nullptr);
+  explicit Daemon(
+      const TestRoot &root, const std::function<void()> &inChild = [] {});
   /// Expect that at rest everything is accounted for, signal SIGTERM and wait.
   int Stop(double seconds = 30);
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string>
 
 #include "base/uniqueFd.h"
 
@@ -28,6 +29,13 @@ struct Unread {
     }
     read.Reset(ends[0]);
     write.Reset(ends[1]);
+  }
+  /// Write until it takes no more.
+  void Fill() const {
+    fcntl(write.Get(), F_SETFL, O_NONBLOCK);
+    const std::string text(4096, '.');
+    while (::write(write.Get(), text.data(), text.size()) > 0) continue;
+    fcntl(write.Get(), F_SETFL, 0);
   }
   base::UniqueFd write, read;
 };

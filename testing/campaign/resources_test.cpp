@@ -40,7 +40,7 @@ void LiveWithout(const std::function<void()> &inChild, Rounds *rounds) {
   const LogListener manager(root / "/notify");
   chmod((root / "/notify").c_str(), 0666);
   setenv("NOTIFY_SOCKET", (root / "/notify").c_str(), 1);
-  Daemon daemon(root, {}, "", -1, inChild);
+  Daemon daemon(root, inChild);
   unsetenv("NOTIFY_SOCKET");
   bool ready = false;
   const bool spoke = WaitUntil(

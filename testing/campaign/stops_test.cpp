@@ -1,5 +1,4 @@
 // Stops at random instants, whatever everybody round the daemon does: none later than two seconds.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -15,6 +14,7 @@
 #include "testing/campaign/campaign.h"
 #include "testing/daemon.h"
 #include "testing/flood.h"
+#include "testing/unread.h"
 
 namespace testing_support {
 namespace {
@@ -40,31 +40,22 @@ std::vector<std::vector<std::byte>> Mixture() {
           MakeRecord("ryn.kernel.nobody.wants", {std::string(30'000, 'z')})};
 }
 
-/// A pipe that is full and that nobody reads.
-base::UniqueFd StalledPipe(base::UniqueFd *readEnd) {
-  int ends[2];
-  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  readEnd->Reset(ends[0]);
-  fcntl(ends[1], F_SETFL, O_NONBLOCK);
-  const std::string filler(4096, '.');
-  while (write(ends[1], filler.data(), filler.size()) > 0) continue;
-  fcntl(ends[1], F_SETFL, 0);
-  return base::UniqueFd(ends[1]);
-}
-
 /// One daemon with everybody round it.
 struct Scene {
   explicit Scene(Rounds *rounds)
       : logMode(rounds->Draw(3)),
         agent(root, rounds->Draw(4)),
-        standardError(rounds->Draw(2) == 0 ? StalledPipe(&stalledEnd) : base::UniqueFd()),
+        errorStalls(rounds->Draw(2) == 0),
         contexts(std::array<unsigned, 4>{1, 2, 8, 29}[rounds->Draw(4)]),
-        traceClients(rounds->Draw(3) * 20),
+        traceClients(rounds->Draw(3) * 100),
         floodsConnections(rounds->Draw(2) == 0) {
     hosted::MakeFolders(root / "/dev", 0755);
     if (logMode == 0) log = std::make_unique<LogListener>(root / "/dev/log");
     if (logMode == 1) hosted::ServeUnixSocket(root / "/dev/log", SOCK_DGRAM, 0666, &hangingLog);
-    daemon = std::make_unique<Daemon>(root, std::vector<std::string>{}, "", standardError.Get());
+    if (errorStalls) stalled.Fill();
+    daemon = std::make_unique<Daemon>(root, [this] {
+      if (errorStalls) dup2(stalled.write.Get(), STDERR_FILENO);
+    });
   }
   bool WaitForStart() const {
     base::UniqueFd client;
@@ -75,7 +66,8 @@ struct Scene {
   std::unique_ptr<LogListener> log;
   base::UniqueFd hangingLog;
   Agent agent;
-  base::UniqueFd stalledEnd, standardError;
+  const Unread stalled{Unread::Kind::kPipe};
+  const bool errorStalls;  ///< standard error is full, and nobody reads it
   const unsigned contexts;
   const uint64_t traceClients;
   const bool floodsConnections;
@@ -98,7 +90,7 @@ std::vector<std::unique_ptr<Flood>> StartFloods(const Scene &scene) {
 }
 
 TEST(Stops, AtRandomInstantsWhateverAnybodyDoes) {
-  for (Rounds rounds(IsSlowBuild() ? 10 : 60); rounds.Next();) {
+  for (Rounds rounds(IsSlowBuild() ? 20 : 150); rounds.Next();) {
     SCOPED_TRACE(rounds.Name());
     Scene scene(&rounds);
     ASSERT_TRUE(scene.WaitForStart());
@@ -106,12 +98,29 @@ TEST(Stops, AtRandomInstantsWhateverAnybodyDoes) {
     for (uint64_t i = 0; i < scene.traceClients; ++i) clients.push_back(ConnectTrace(scene.root));
     const auto floods = StartFloods(scene);
     std::this_thread::sleep_for(std::chrono::microseconds(rounds.Draw(150'000)));
+    clients.resize(clients.size() / (1 + rounds.Draw(2)));  // half of them vanish, in the middle of lines
     const auto start = std::chrono::steady_clock::now();
     scene.daemon->Signal(rounds.Draw(2) == 0 ? SIGTERM : SIGINT);
     ASSERT_EQ(scene.daemon->WaitForExit(20), 0);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     EXPECT_LT(taken.count(), IsSlowBuild() ? 8 : 2);
     EXPECT_TRUE(scene.log == nullptr || scene.log->Lines().WaitFor("Exiting. rc:0"));
+  }
+}
+
+/// A signal that comes before the handlers ends the process as any other would; from then on the end is clean.
+TEST(Stops, AtAnyMomentOfTheStart) {
+  for (Rounds rounds(IsSlowBuild() ? 30 : 200); rounds.Next();) {
+    SCOPED_TRACE(rounds.Name());
+    const TestRoot root;
+    const LogListener log(root / "/dev/log");
+    Daemon daemon(root);
+    std::this_thread::sleep_for(std::chrono::microseconds(rounds.Draw(IsSlowBuild() ? 32'000 : 8'000)));
+    daemon.Signal(SIGTERM);
+    const int status = daemon.WaitForExit(20);
+    EXPECT_TRUE(status == 128 + SIGTERM ? log.Lines().CountOf("Start polling loop.") == 0
+                                        : status == 0 && log.Lines().WaitFor("Exiting. rc:0"))
+        << status;
   }
 }
 

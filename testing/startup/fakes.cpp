@@ -4,11 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cerrno>
 
 #include "core/agents/streamLock.h"
 #include "core/basics/signals.h"
-#include "platform/hsi.h"
 #include "platform/ryn.h"
 
 namespace startup_test {
@@ -20,10 +19,6 @@ using startup_test::world;
 struct RynLibContext {
   uint32_t id;
   int fd;
-};
-
-struct HSI_ParamList {
-  std::string text;
 };
 
 int RynLib_AsyncContextOpen(uint32_t id, RynLibHandle *handle) {
@@ -67,39 +62,6 @@ int RynLib_Close(RynLibHandle handle) {
   const int status = handle->id == world.failingClose ? 5 : 0;
   delete handle;
   return status;
-}
-
-int HSI_CheckSig(char *kernelDate, size_t size, const char **ownDate) {
-  strncpy(kernelDate, "Jan  1 2030 00:00:00", size);
-  *ownDate = "Feb  2 2031 01:01:01";
-  return world.signatureStatus;
-}
-HSI_ParamList *HSI_ParamListCreate() {
-  if (world.noLists) return nullptr;
-  ++world.lists;
-  return new HSI_ParamList;
-}
-HYK_ReturnStatus HSI_ParamListAddString(HSI_ParamList *list, const char *text) {
-  list->text += std::string(text) + " ";
-  return 0;
-}
-HYK_ReturnStatus HSI_ParamListAddInt(HSI_ParamList *list, int64_t value) {
-  list->text += std::to_string(value) + " ";
-  return 0;
-}
-void HSI_ParamListDestroy(HSI_ParamList *list) {
-  if (list != nullptr) --world.lists;
-  delete list;
-}
-HYK_ReturnStatus HSI_Get(const char *, const HSI_ParamList *, void *, size_t) {
-  return 0;
-}
-HYK_ReturnStatus HSI_Set(const char *path, const HSI_ParamList *instance, const HSI_ParamList *values) {
-  world.written.push_back(std::string(path) + ": " + instance->text + "= " + values->text);
-  return world.setStatus;
-}
-int HYK_ReturnStatusToErrno(HYK_ReturnStatus status) {
-  return status == kHykNoMemory ? ENOMEM : static_cast<int>(status & 0xff);
 }
 
 namespace rynd {

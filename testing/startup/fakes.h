@@ -1,11 +1,10 @@
-// What the start-up tests replace: the observation contexts, sysinfo, the signals and the stream lock.
+// What the start-up tests replace: the observation contexts, the signals and the stream lock.
 #pragma once
 
 #include <poll.h>
 
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <vector>
 
 namespace startup_test {
@@ -13,9 +12,6 @@ namespace startup_test {
 /// How the replaced objects behave, and what was asked of them. Reset by every test.
 struct World {
   int signalStatus = 0;                                  ///< of InstallSignalHandlers
-  int signatureStatus = 0;                               ///< of HSI_CheckSig
-  uint32_t setStatus = 0;                                ///< of HSI_Set
-  bool noLists = false;                                  ///< HSI_ParamListCreate gives null
   uint32_t failingContext = UINT32_MAX;                  ///< the id whose open fails with status 93
   int lockStatus = 0;                                    ///< of StreamLock::Init
   int readStatus = 0;                                    ///< of RynLib_ReadFromFd
@@ -24,12 +20,10 @@ struct World {
   std::function<int(pollfd *set, nfds_t count)> onPoll;  ///< each wait of the poll loop; may call Stop()
   bool stopped = false;
 
-  std::vector<uint32_t> opened;      ///< ids, in order
-  std::vector<uint32_t> closed;      ///< ids, in order
-  std::vector<std::string> written;  ///< "node: parameters = values", one for each HSI_Set
+  std::vector<uint32_t> opened;  ///< ids, in order
+  std::vector<uint32_t> closed;  ///< ids, in order
   int resets = 0, reads = 0;
   size_t buffer = 0;  ///< the largest buffer that a read was given
-  size_t lists = 0;   ///< parameter lists that exist
 };
 
 extern World world;
