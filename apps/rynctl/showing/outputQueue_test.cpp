@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <csignal>
+#include <latch>
 #include <list>
-#include <mutex>
 #include <sstream>
 
 #include "testing/testRoot.h"
@@ -15,49 +15,25 @@
 namespace rynctl {
 namespace {
 
-/// Takes text once it is open, all of it or none.
-class Gate : public std::streambuf {
- public:
-  explicit Gate(bool works) : works_(works) {}
-  void Open() {
-    const std::lock_guard lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-  std::string Text() {
-    const std::lock_guard lock(mutex_);
-    return text_;
-  }
-
- protected:
+/// A console whose output takes text once it is open.
+struct GatedConsole : std::stringbuf {
   std::streamsize xsputn(const char *text, std::streamsize length) override {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return open_; });
-    if (works_) text_.append(text, static_cast<size_t>(length));
-    return works_ ? length : 0;
+    open.wait();
+    std::stringbuf::xsputn(text, length);
+    taken += static_cast<size_t>(length);
+    return length;
   }
-
- private:
-  const bool works_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool open_ = false;
-  std::string text_;
-};
-
-/// A console on a gate.
-struct GatedConsole {
-  explicit GatedConsole(bool works) : gate(works) {}
-  Gate gate;
-  std::ostream out{&gate};
+  std::latch open{1};
+  std::atomic<size_t> taken = 0;
+  std::ostream out{this};
   std::ostringstream err;
   Console console{out, err};
 };
 
 /// A new one, never destroyed: a thread may be left behind in it.
-GatedConsole &NewConsole(bool works = true) {
+GatedConsole &NewConsole() {
   static auto *const consoles = new std::list<GatedConsole>;
-  return consoles->emplace_back(works);
+  return consoles->emplace_back();
 }
 
 std::string Missing(uint64_t count) {
@@ -74,7 +50,7 @@ TEST(OutputQueue, HoldsWhatItMayAndSaysWhereTheRestIsMissing) {
   EXPECT_GE(expected.size(), OutputQueue::kMostBytes);
   EXPECT_FALSE(queue.HasRoom());
   for (int i = 0; i < 4; ++i) EXPECT_FALSE(queue.Print("a short one\n"));
-  gated.gate.Open();
+  gated.open.count_down();
   while (!queue.HasRoom()) {
     pollfd changed{queue.ChangedFd(), POLLIN, 0};
     ASSERT_EQ(poll(&changed, 1, 30'000), 1);
@@ -82,7 +58,7 @@ TEST(OutputQueue, HoldsWhatItMayAndSaysWhereTheRestIsMissing) {
   }
   EXPECT_TRUE(queue.Print("the last\n"));
   EXPECT_EQ(queue.Finish(signals), kDone);
-  EXPECT_TRUE(gated.gate.Text() == expected + "5 missing\nthe last\n");
+  EXPECT_TRUE(gated.str() == expected + "5 missing\nthe last\n");
   EXPECT_EQ(gated.err.str(), "");
 }
 
@@ -98,20 +74,22 @@ TEST(OutputQueue, IsGivenUpWhenAStopIsWanted) {
     EXPECT_TRUE(gated.console.abandoned);
     EXPECT_EQ(gated.err.str(), "rynctl: 2 lines were not printed: the output takes nothing\n");
   }
-  gated.gate.Open();
-  EXPECT_TRUE(testing_support::WaitUntil([&] { return gated.gate.Text() == "one\ntwo\n"; }));
+  gated.open.count_down();
+  EXPECT_TRUE(testing_support::WaitUntil([&] { return gated.taken == 8; }));
+  EXPECT_EQ(gated.str(), "one\ntwo\n");
 }
 
 TEST(OutputQueue, EndsWithAnOutputThatFails) {
-  GatedConsole &gated = NewConsole(false);
+  std::ostringstream out;
+  out.setstate(std::ios::badbit);
+  Console console{out, out};
   const StopSignals signals;
-  OutputQueue queue(&gated.console, Missing);
+  OutputQueue queue(&console, Missing);
   queue.Print("one\n");
-  gated.gate.Open();
   EXPECT_TRUE(testing_support::WaitUntil([&] { return queue.HasFailed(); }));
   EXPECT_FALSE(queue.Print("two\n"));
   EXPECT_EQ(queue.Finish(signals), kFailed);
-  EXPECT_FALSE(gated.console.abandoned);
+  EXPECT_FALSE(console.abandoned);
 }
 
 }  // namespace
