@@ -8,6 +8,7 @@
 #include "flight/reader.h"
 #include "flight/writer.h"
 #include "hosted/records/rawRecord.h"
+#include "rynctl/showing/testEvent.h"
 #include "testing/testRoot.h"
 
 namespace flight {
@@ -16,28 +17,6 @@ namespace {
 using hosted::ArgumentKind;
 
 const char kPath[] = "/redacted.rec";
-
-/// An event record whose arguments are texts.
-std::vector<std::byte> MakeEvent(const std::vector<std::string> &texts) {
-  const std::string name("amb.problem.storage.apd.start", 30);  // with its NUL
-  std::string bytes(68, '\0');
-  const std::string uuid = "564d9f3c-1c1e-4b7a-9d37-0a1b2c3d4e5f";
-  const auto put = [&bytes](size_t at, uint64_t value, size_t width) { std::memcpy(bytes.data() + at, &value, width); };
-  bytes.replace(16, uuid.size(), uuid);
-  put(60, texts.size(), 4);
-  put(64, name.size(), 4);
-  bytes += name;
-  const size_t area = bytes.size();
-  bytes.resize(area + 16 * texts.size());
-  for (size_t i = 0; i < texts.size(); ++i) {
-    put(area + 16 * i, 3, 4);
-    put(area + 16 * i + 4, texts[i].size() + 1, 4);
-    put(area + 16 * i + 8, bytes.size() - area, 8);
-    bytes += texts[i] + std::string(1, '\0');
-  }
-  const auto all = std::as_bytes(std::span(bytes));
-  return {all.begin(), all.end()};
-}
 
 std::vector<std::byte> MakeObservation(const std::vector<std::string> &texts) {
   hosted::RawRecord record{7, 8, "ryn.storage.apd.start", "Device %s, secret42 is part of the message", {}};
@@ -50,13 +29,12 @@ TEST(Redact, ReplacesNamesTheSameEverywhereAndNothingElse) {
   const std::string path = testing_support::ProcessRoot().Path() + kPath;
   const auto record = MakeObservation({"naa.600508b1001c4d", "/hyfs/volumes/5f1a-Payroll22/", "vmhba32:C0:T0:L7",
                                        "Payroll22mgmtdfleetdPayroll22/fleetd.mgmtdPayroll22fleet"});
-  const auto event = MakeEvent({"naa.600508b1001c4d", "Unknown", "Payroll22"});
+  const auto event = rynctl::EventBytes(rynctl::kApdStart, {"naa.600508b1001c4d", "Unknown", "Payroll22"});
   std::ofstream file(path, std::ios::binary);
   Writer writer(&file);
   const auto put = [&writer](decltype(Entry::what) what) { writer.Append({1, 2, 0, "APDCorrelator", what}); };
   put(Start{false, 1, 2, 3, "0.2.0", "Jan", "/home/secret42", "boot-secret42"});
-  put(HostAnswer{HostKind::kText, false, false, 0, "sysinfo/system/systemUuid",
-                 "564d9f3c-1c1e-4b7a-9d37-0a1b2c3d4e5f"});
+  put(HostAnswer{HostKind::kText, false, false, 0, "sysinfo/system/systemUuid", rynctl::kTestUuid});
   put(HostAnswer{HostKind::kText, true, false, 0, "sysinfo/config/intOpts/Net/LinkFlappingThreshold", "1003"});
   put(Observation{0, 0, 0, record});
   put(Taken{RecordHash(record.data(), record.size()), record.size()});
@@ -72,7 +50,7 @@ TEST(Redact, ReplacesNamesTheSameEverywhereAndNothingElse) {
 
   std::ostringstream out;
   ASSERT_EQ(Redact(path, &out), "");
-  for (const char *secret : {"600508b1001c4d", "Payroll22", "vmhba32", "5f1a", "server", "217", "564d9f3c", "home"}) {
+  for (const char *secret : {"600508b1001c4d", "Payroll22", "vmhba32", "5f1a", "server", "217", "ccddeeff", "home"}) {
     EXPECT_EQ(out.str().find(secret), std::string::npos) << secret;
   }
   std::ofstream(path, std::ios::binary) << out.str();

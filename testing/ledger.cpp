@@ -23,13 +23,12 @@ uint64_t Sum(const json &list, const char *member) {
   });
 }
 
-/// "" when both are equal, else a line that names them.
+}  // namespace
+
 std::string Difference(const std::string &what, uint64_t left, uint64_t right) {
   if (left == right) return "";
   return what + ": " + std::to_string(left) + " against " + std::to_string(right) + "\n";
 }
-
-}  // namespace
 
 json ReadStatistics(const TestRoot &root) {
   const base::UniqueFd client = ConnectTrace(root);

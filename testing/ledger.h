@@ -1,12 +1,16 @@
 // The daemon's statistics, and whether they add up.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "testing/testRoot.h"
 
 namespace testing_support {
+
+/// "" when both are equal, else a line that names them.
+std::string Difference(const std::string &what, uint64_t left, uint64_t right);
 
 /// What the daemon below `root` answers to "stats"; null when it does not answer.
 nlohmann::json ReadStatistics(const TestRoot &root);

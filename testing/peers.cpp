@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 
@@ -10,6 +11,7 @@
 #include "hosted/paths.h"
 #include "librynsubmit/rynsubmit.h"
 #include "testing/daemon.h"
+#include "testing/ledger.h"
 
 namespace testing_support {
 namespace {
@@ -131,17 +133,27 @@ void SendGarbage(const TestRoot &root, unsigned seed, const std::atomic<bool> &s
   }
 }
 
-void ServeEvents(const TestRoot &root, Arrivals *arrivals, PeerCounts *counts, const std::atomic<bool> &stop) {
-  std::mt19937 random(1);
+void ServeEvents(const TestRoot &root, unsigned seed, milliseconds most, Arrivals *arrivals, PeerCounts *counts,
+                 const std::atomic<bool> &stop) {
+  std::mt19937 random(seed);
+  const int ms = static_cast<int>(most.count());
   hosted::MakeFolders(root / "/var/run/corvane", 0755);
   while (!stop) {
     ++counts->agentStarts;
-    {
+    if (random() % 3 != 0) {
       const EventListener agent(root / hosted::kEventSocket,
                                 [&](const std::string &record) { arrivals->Take(record); });
-      SleepFor(Between(&random, 1'000, 60'000), stop);
+      SleepFor(Between(&random, 0, ms), stop);
+    } else {
+      base::UniqueFd socket;
+      hosted::ServeUnixSocket(root / hosted::kEventSocket, SOCK_STREAM, 0660, &socket);
+      SleepFor(Between(&random, 0, ms / 4), stop);  // stopped: who comes waits
+      unlink((root / hosted::kEventSocket).c_str());
+      shutdown(socket.Get(), SHUT_RDWR);
+      // What the kernel has taken for it dies with it.
+      for (base::UniqueFd one; one.Reset(accept(socket.Get(), nullptr, nullptr)), one;) ++counts->killed;
     }
-    SleepFor(Between(&random, 0, 3'000), stop);
+    SleepFor(Between(&random, 0, ms / 4), stop);
   }
 }
 
@@ -216,6 +228,23 @@ void FollowTrace(const TestRoot &root, unsigned seed, PeerCounts *counts, const 
       }
     }
   }
+}
+
+std::string PeerGap(const nlohmann::json &statistics, const Arrivals &arrivals, const PeerCounts &counts,
+                    uint64_t excused) {
+  std::string gap = LedgerGap(statistics);
+  if (!gap.empty()) return gap;
+  gap += Difference("observations read", ReadFromKernel(statistics), counts.observations);
+  for (const auto &context : statistics.at("contexts")) {
+    if (context.at("name") == "user") gap += Difference("submitted ones read", context.at("records"), counts.submitted);
+  }
+  const auto &events = statistics.at("events");
+  gap += Difference("events sent", events.at("sent"), arrivals.Events() + counts.killed);
+  uint64_t missing = 0, said = events.at("waiting").get<uint64_t>() + counts.killed;
+  for (const char *name : kNumberedEvents) missing += arrivals.Missing(name, counts.numbered).size();
+  for (const auto &dropped : events.at("dropped")) said += dropped.get<uint64_t>();
+  if (missing > said && missing - said > excused) gap += std::to_string(missing - said) + " numbers are missing\n";
+  return gap;
 }
 
 }  // namespace testing_support

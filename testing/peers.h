@@ -3,8 +3,10 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <string>
 #include <thread>
@@ -21,6 +23,7 @@ struct PeerCounts {
   std::atomic<uint64_t> numbered = 0;      ///< of those, of each numbered event
   std::atomic<uint64_t> submitted = 0;     ///< by user programs, and taken
   std::atomic<uint64_t> traceLost = 0;     ///< lines that the feed has said to be lost
+  std::atomic<uint64_t> killed = 0;        ///< events that a management agent took to its grave
   std::atomic<uint64_t> agentStarts = 0, logStarts = 0, traceStarts = 0, userStarts = 0;
   void Blame(const std::string &problem);
   std::vector<std::string> Problems() const;
@@ -55,11 +58,17 @@ void SendObservations(const TestRoot &root, unsigned perSecond, PeerCounts *coun
 void SubmitObservations(unsigned seed, PeerCounts *counts, const std::atomic<bool> &stop);
 /// A user program that sends what is no record and hangs up.
 void SendGarbage(const TestRoot &root, unsigned seed, const std::atomic<bool> &stop);
-/// The management agent, away for up to 3 s now and then.
-void ServeEvents(const TestRoot &root, Arrivals *arrivals, PeerCounts *counts, const std::atomic<bool> &stop);
+/// The management agent: there for up to `most`, for up to a quarter of it away, or stopped and then killed.
+void ServeEvents(const TestRoot &root, unsigned seed, std::chrono::milliseconds most, Arrivals *arrivals,
+                 PeerCounts *counts, const std::atomic<bool> &stop);
 /// The system log: served, not read, absent.
 void ServeLog(const TestRoot &root, PeerCounts *counts, const std::atomic<bool> &stop);
 /// A trace client; it sees that each number that it misses is said to be lost, and does not always read.
 void FollowTrace(const TestRoot &root, unsigned seed, PeerCounts *counts, const std::atomic<bool> &stop);
+
+/// What the daemon's statistics do not account for of all that was sent and has arrived, numbered events beyond
+/// `excused` among it; "" for nothing.
+std::string PeerGap(const nlohmann::json &statistics, const Arrivals &arrivals, const PeerCounts &counts,
+                    uint64_t excused = 0);
 
 }  // namespace testing_support

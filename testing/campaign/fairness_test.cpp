@@ -1,15 +1,14 @@
 // Programs that flood the daemon on all its connections hold up no alarm of the kernel.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
-#include <memory>
+#include <list>
 #include <thread>
 
-#include "hosted/paths.h"
 #include "testing/campaign/campaign.h"
 #include "testing/daemon.h"
+#include "testing/flood.h"
 #include "testing/peers.h"
 
 namespace testing_support {
@@ -17,21 +16,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
-
-/// One program: sends as fast as it can, records of all sizes, also such as nobody wants.
-void Flood(const TestRoot &root, unsigned seed, const std::atomic<bool> &stop) {
-  const base::UniqueFd user = ConnectUser(root);
-  const std::vector<std::vector<std::byte>> records = {
-      MakeRecord("ryn.user.anything"), MakeRecord("ryn.user.large", {std::string(60'000, 'x')}),
-      MakeRecord("ryn.user.reboot", {"a", "b"}), std::vector<std::byte>(50)};
-  for (size_t i = seed; !stop; ++i) {
-    const auto &record = records[i % records.size()];
-    // With its queue full it comes again at once, as a program does that waits for room.
-    if (send(user.Get(), record.data(), record.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
-      std::this_thread::sleep_for(std::chrono::microseconds(50));
-    }
-  }
-}
 
 /// How late the host lets a thread run that does nothing but wait: what no daemon can make up for.
 class Lateness {
@@ -53,10 +37,14 @@ TEST(Fairness, FloodsHoldUpNoAlarm) {
   for (Rounds rounds(1); rounds.Next();) {
     SCOPED_TRACE(rounds.Name());
     RunningDaemon running;
-    std::vector<std::unique_ptr<PeerThread>> floods;
-    for (unsigned i = 0; i < 8; ++i) {
-      floods.push_back(std::make_unique<PeerThread>([&, i](const auto &stop) { Flood(running.root, i, stop); }));
-    }
+    // As fast as they can, records of all sizes, also such as nobody wants.
+    const std::vector records = {MakeRecord("ryn.user.anything"),
+                                 MakeRecord("ryn.user.large", {std::string(60'000, 'x')}),
+                                 MakeRecord("ryn.user.reboot", {"a", "b"}), std::vector<std::byte>(50)};
+    std::list<Flood> floods;
+    for (int i = 0; i < 8; ++i)
+      floods.emplace_back(
+          1, [&](unsigned) { return ConnectUser(running.root); }, records);
     Lateness lateness;
     const base::UniqueFd kernel = ConnectKernel(running.root, static_cast<unsigned>(rounds.Draw(29)));
     for (size_t alarm = 1; alarm <= 100; ++alarm) {

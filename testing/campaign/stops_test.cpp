@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <list>
 #include <memory>
 #include <thread>
 
@@ -75,17 +76,14 @@ struct Scene {
 };
 
 /// Senders on this many contexts, in threads of their own, and on eight connections.
-std::vector<std::unique_ptr<Flood>> StartFloods(const Scene &scene) {
-  std::vector<std::unique_ptr<Flood>> floods;
-  std::vector<base::UniqueFd> kernel;
-  for (unsigned id = 0; id < scene.contexts; ++id) kernel.push_back(ConnectKernel(scene.root, id));
-  floods.push_back(std::make_unique<Flood>(std::move(kernel), Mixture()));
+std::list<Flood> StartFloods(const Scene &scene) {
+  std::list<Flood> floods;
+  floods.emplace_back(
+      scene.contexts, [&](unsigned id) { return ConnectKernel(scene.root, id); }, Mixture());
   if (!scene.floodsConnections) return floods;
-  std::vector<base::UniqueFd> users;
-  for (int i = 0; i < 8; ++i) users.push_back(ConnectUser(scene.root));
-  floods.push_back(std::make_unique<Flood>(
-      std::move(users),
-      std::vector{MakeRecord("ryn.user.anything"), std::vector<std::byte>(40), MakeRecord("not.ours")}));
+  floods.emplace_back(
+      8, [&](unsigned) { return ConnectUser(scene.root); },
+      std::vector{MakeRecord("ryn.user.anything"), std::vector<std::byte>(40), MakeRecord("not.ours")});
   return floods;
 }
 
