@@ -2,12 +2,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <sstream>
 
 #include "hosted/contexts/unixSocket.h"
 #include "rynctl/showing/testEvent.h"
@@ -75,23 +72,19 @@ TEST(Tool, EndsByASignalWhileItWaitsForADaemon) {
   EXPECT_NE(tool.End(SIGTERM), -1);
 }
 
-/// The shell's exit status of `command` below `root`; what it printed goes to `root`/out.
-int ShellIn(const TestRoot &root, const std::string &command) {
-  const std::string line = "cd " + root.Path() + " && export CORVANE_ROOT=" + root.Path() +
-                           " PATH=" RYND_BUILD "/bin:$PATH && timeout 60 sh -c '" + command + "' >" + (root / "/out") +
-                           " 2>&1";
-  return WEXITSTATUS(system(line.c_str()));
+/// Run a shell's `command` below `root`.
+Output ShellIn(const TestRoot &root, const std::string &command) {
+  return RunShell("cd " + root.Path() + " && export CORVANE_ROOT=$PWD PATH=" RYND_BUILD "/bin:$PATH && timeout 60 " +
+                  command + " 2>&1");
 }
 
 TEST(Tool, ExamplesDoSomething) {
   const RunningDaemon host;
-  ASSERT_EQ(ShellIn(host.root, "rynctl help submit"), 0);
-  std::istringstream help(ReadFile(host.root / "/out"));
-  std::string examples, line;
-  while (std::getline(help, line) && line != "Examples:") continue;
-  while (std::getline(help, line)) examples += line + "\n";
-  WriteFile(host.root / "/examples", examples);
-  EXPECT_EQ(ShellIn(host.root, "sh -e ./examples"), 0) << ReadFile(host.root / "/out");
+  const std::string help = ShellIn(host.root, "rynctl help submit").text, heading = "\nExamples:\n";
+  ASSERT_NE(help.find(heading), std::string::npos) << help;
+  WriteFile(host.root / "/examples", help.substr(help.find(heading) + heading.size()));
+  const Output output = ShellIn(host.root, "sh -e ./examples");
+  EXPECT_EQ(output.status, 0) << output.text;
   for (const char *event :
        {"amb.problem.storage.apd.start", "amb.audit.ambcli.host.reboot.reason", "amb.clear.storage.apd.exit"}) {
     EXPECT_TRUE(host.events.Records().WaitFor(event)) << event;
@@ -100,16 +93,15 @@ TEST(Tool, ExamplesDoSomething) {
 
 TEST(Tool, TheReadmesBlockCanBePasted) {
   const TestRoot root;
-  std::istringstream readme(ReadFile(RYND_SOURCE "/README.md"));
-  std::string block, line;
-  while (std::getline(readme, line) && line != "## Running it") continue;
-  while (std::getline(readme, line) && line != "```") continue;
-  while (std::getline(readme, line) && line != "```") block += line + "\n";
-  WriteFile(root / "/block", "set -m\n" + block + "wait %2; echo ended with $?\nkill %1\nwait\nrm -r $CORVANE_ROOT\n");
+  const std::string readme = ReadFile(RYND_SOURCE "/README.md"), fence = "\n```\n";
+  const size_t start = readme.find(fence, readme.find("\n## Running it\n")) + fence.size();
+  const std::string block = readme.substr(start, readme.find(fence, start) - start);
+  WriteFile(root / "/block",
+            "set -m\n" + block + "\nwait %2; echo ended with $?\nkill %1\nwait\nrm -r $CORVANE_ROOT\n");
   std::filesystem::create_directories(root / "/build/release");
   std::filesystem::create_symlink(RYND_BUILD "/bin", root / "/build/release/bin");
-  ASSERT_EQ(ShellIn(root, "bash ./block"), 0);
-  const std::string shown = ReadFile(root / "/out");
+  const auto [status, shown] = ShellIn(root, "bash ./block");
+  ASSERT_EQ(status, 0) << shown;
   for (const char *part :
        {"storage.apd.start: Device or", "the daemon ended the trace", "2 open: 1 critical, 1 error.", "ended with 0"}) {
     EXPECT_NE(shown.find(part), std::string::npos) << part << ":\n" << shown;
