@@ -133,54 +133,25 @@ TEST_F(Listen, TakesWhatWasSentBeforeItEnds) {
   EXPECT_EQ(lines[0].substr(0, 8), "2023-11-");
 }
 
-/// One line a record: its length and why it was cut off.
-class Receiver : public Listen {
- protected:
-  void SetUp() override {
-    Listen::SetUp();
-    ASSERT_EQ(hosted::MakeFolders(testing_support::ProcessRoot() / "/var/run/corvane", 0755), 0);
-    ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM | SOCK_NONBLOCK, 0660, &listen_), 0);
-  }
-
-  eventrecord::EventReceiver Make(std::chrono::milliseconds silence, size_t wanted) {
-    return {listen_.Get(), silence, [this, wanted](std::span<const std::byte> record, const std::string &cut) {
-              records_.push_back(std::to_string(record.size()) + " " + cut);
-              return records_.size() < wanted;
-            }};
-  }
-
-  base::UniqueFd listen_;
-  Strings records_;
-};
-
-TEST_F(Receiver, CutsOffTheSilentAndTheEndless) {
-  eventrecord::EventReceiver receiver = Make(std::chrono::milliseconds(50), 2);
-  const base::UniqueFd silent = Connect(path_, Bytes(10));
-  std::thread endless([this] {
-    base::UniqueFd fd = Connect(path_, Bytes(10));
-    const Bytes chunk(64 * 1024);
-    while (send(fd.Get(), chunk.data(), chunk.size(), MSG_NOSIGNAL) > 0) continue;  // until it is cut off
-  });
-  int status = 0;
-  while (status == 0) status = receiver.Serve(nullptr);
-  endless.join();
-  EXPECT_EQ(status, ECANCELED);
-  std::sort(records_.begin(), records_.end());
-  EXPECT_EQ(records_, (Strings{"10 connection hangs", "1048576 longer than 1 MiB"}));
-}
-
-TEST_F(Receiver, LosesNobodyAboveItsLimit) {
-  constexpr size_t kSenders = 276;
-  eventrecord::EventReceiver receiver = Make(std::chrono::milliseconds(50), kSenders);
+TEST_F(Listen, CutsOffTheSilentAndLosesNobodyAboveItsLimit) {
+  ASSERT_EQ(hosted::MakeFolders(testing_support::ProcessRoot() / "/var/run/corvane", 0755), 0);
+  base::UniqueFd listening;
+  ASSERT_EQ(hosted::ServeUnixSocket(path_, SOCK_STREAM | SOCK_NONBLOCK, 0660, &listening), 0);
+  constexpr size_t kSenders = 276;  // twenty more than are served at once
+  Strings records;
+  const auto take = [&](std::span<const std::byte> record, const std::string &cut) {
+    records.push_back(std::to_string(record.size()) + " " + cut.substr(0, cut.find(',')));
+    return records.size() < kSenders;
+  };
+  eventrecord::EventReceiver receiver(listening.Get(), std::chrono::milliseconds(50), take);
   std::vector<base::UniqueFd> hanging;
   int status = 0;
-  for (size_t i = 0; i < kSenders && status == 0; ++i) {
-    hanging.push_back(Connect(path_, Bytes(10)));
+  while (status == 0) {
+    if (hanging.size() < kSenders) hanging.push_back(Connect(path_, Bytes(10)));
     status = receiver.Serve(nullptr);
   }
-  while (status == 0) status = receiver.Serve(nullptr);
   EXPECT_EQ(status, ECANCELED);
-  EXPECT_EQ(records_.size(), kSenders);
+  EXPECT_EQ(records, Strings(kSenders, "10 connection hangs"));
 }
 
 }  // namespace
