@@ -229,21 +229,6 @@ TEST(Agent, TakesAnOlderStoreAndLeavesANewerOne) {
   EXPECT_NE(access(EventSocketOf(root).c_str(), F_OK), 0) << "its socket must not hold the daemon up";
 }
 
-TEST(Agent, AClockThatIsSetBackLosesNothing) {
-  const TestRoot root;
-  AgentProcess agent(root, {"--retention-days", "36500"});
-  const uint64_t now = rynctl::kTestTime;
-  const uint64_t times[] = {now, now + 10, now - 86'400'000'000, now - 5, now + 20};
-  for (uint64_t i = 0; i < 5; ++i) ASSERT_TRUE(SendEvent(root, EventBytes(kApdStart, {"naa.1"}, i + 1, times[i])));
-  ASSERT_TRUE(AwaitStored(root, 5));
-  EXPECT_EQ(agent.End(SIGTERM), 0);
-  std::vector<uint64_t> sequences;
-  const int64_t since = static_cast<int64_t>(now) - 10;
-  for (const auto &event : mgmtd::Reader(StoreOf(root)).Events({.sinceUs = since})) sequences.push_back(event.sequence);
-  EXPECT_EQ(sequences, (std::vector<uint64_t>{1, 2, 4, 5})) << "by their own times, in the order of reception";
-  EXPECT_EQ(mgmtd::Reader(StoreOf(root)).Problems({})[0].times, 5);
-}
-
 TEST(Agent, SaysWhyItDoesNotStart) {
   const TestRoot root;
   AgentProcess first(root);

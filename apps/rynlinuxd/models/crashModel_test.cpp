@@ -2,48 +2,39 @@
 #include "models/crashModel.h"
 
 #include <gtest/gtest.h>
-#include <linux/cn_proc.h>
 #include <linux/connector.h>
 #include <linux/netlink.h>
 
 #include <cstring>
 
 #include "models/recorder.h"
+#include "models/testSupport.h"
 
 namespace rynlinuxd {
 namespace {
 
-std::vector<std::byte> EventBytes(uint32_t what, int32_t thread, int32_t process, uint32_t code) {
-  nlmsghdr header{};
-  cn_msg message{};
-  proc_event event;
-  std::memset(static_cast<void *>(&event), 0, sizeof event);
-  std::memcpy(static_cast<void *>(&event), &what, sizeof what);
-  event.event_data.exit.process_pid = thread;
-  event.event_data.exit.process_tgid = process;
-  event.event_data.exit.exit_code = code;
-  message.id = {CN_IDX_PROC, CN_VAL_PROC};
-  constexpr size_t kFixed = sizeof header + sizeof message;
-  header.nlmsg_len = kFixed + sizeof event;
-  std::vector<std::byte> bytes(header.nlmsg_len);
-  std::memcpy(bytes.data(), &header, sizeof header);
-  std::memcpy(bytes.data() + sizeof header, &message, sizeof message);
-  std::memcpy(bytes.data() + kFixed, static_cast<const void *>(&event), sizeof event);
-  return bytes;
-}
+/// Thread 12 of process 10 has ended, as the kernel says it.
+constexpr char kExited[] =
+    "4c0000000300000005000000000000000100000001000000050000000000000028000000000000800100000015cd5b07000000000c000000"
+    "0a0000008b000000110000000900000009000000";
 
 TEST(ProcessEvents, OnlyWholeOnesOfTheTwoKindsAreRead) {
-  const auto dump = ParseProcessEvent(EventBytes(0x40000000, 12, 10, 0));
-  ASSERT_TRUE(dump && !dump->isExit);
-  EXPECT_TRUE(dump->thread == 12 && dump->process == 10);
-  const auto bytes = EventBytes(0x80000000, 12, 10, 0x8b);
+  const Bytes bytes = FromHex(kExited);
   const auto exit = ParseProcessEvent(bytes);
   ASSERT_TRUE(exit && exit->isExit);
-  EXPECT_EQ(exit->exitCode, 0x8bu);
-  for (const uint32_t other : {0u, 1u, 2u, 0x20000000u}) EXPECT_FALSE(ParseProcessEvent(EventBytes(other, 1, 1, 1)));
-  for (size_t size = 0; size < 60; ++size) EXPECT_FALSE(ParseProcessEvent({bytes.data(), size}));
-  auto foreign = bytes;
-  foreign[16] = std::byte{9};
+  EXPECT_TRUE(exit->thread == 12 && exit->process == 10 && exit->exitCode == 0x8b);
+  const auto parseAs = [&](uint32_t what) {
+    Bytes changed = bytes;
+    std::memcpy(changed.data() + sizeof(nlmsghdr) + sizeof(cn_msg), &what, sizeof what);
+    return ParseProcessEvent(changed);
+  };
+  const auto dump = parseAs(0x40000000);
+  ASSERT_TRUE(dump && !dump->isExit);
+  EXPECT_TRUE(dump->thread == 12 && dump->process == 10);
+  for (const uint32_t other : {0u, 1u, 2u, 0x20000000u}) EXPECT_FALSE(parseAs(other));
+  for (size_t size = 0; size < 60; ++size) EXPECT_FALSE(ParseProcessEvent(std::span(bytes).first(size)));
+  Bytes foreign = bytes;
+  foreign[sizeof(nlmsghdr)] = std::byte{9};
   EXPECT_FALSE(ParseProcessEvent(foreign));
 }
 
@@ -80,6 +71,8 @@ TEST(Crashes, EachIsToldAsWhatItIs) {
   rooted.folder = "/";
   CrashFacts elsewhere = Facts(1, "core");
   elsewhere.folder = "";
+  constexpr char kNoCore[] =
+      "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no core\n";
   const CrashCase cases[] = {
       {"in a folder that was not read", elsewhere, 0x8b, "uw.core.dumped my prog 1 core in its working directory\n"},
       {"relative", Facts(1, "core"), 0x8b, "uw.core.dumped my prog 1 /srv/a b/core\n"},
@@ -97,15 +90,9 @@ TEST(Crashes, EachIsToldAsWhatItIs) {
        "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 6 (Aborted) and left no core: its limit "
        "for "
        "one is 0 bytes\n"},
-      {"limit not read", Facts(std::nullopt, "core"), 0x0b,
-       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
-       "core\n"},
-      {"not to be looked into", hidden, 0x0b,
-       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
-       "core\n"},
-      {"cores switched off", Facts(1, ""), 0x0b,
-       "external.warning my prog man:rynlinuxd(8) my prog crashed by signal 11 (Segmentation fault) and left no "
-       "core\n"},
+      {"limit not read", Facts(std::nullopt, "core"), 0x0b, kNoCore},
+      {"not to be looked into", hidden, 0x0b, kNoCore},
+      {"cores switched off", Facts(1, ""), 0x0b, kNoCore},
       {"a file whose name was not read", unread, 0x8b, "uw.core.dumped process 77 1 /c/%e.%u.%g.77\n"},
       {"gone too soon", nameless, 0x8b, "uw.core.dumped process 77 1 /srv/a b/core\n"},
   };
