@@ -58,29 +58,32 @@ struct Server {
   Writer writer{{testing_support::ProcessRoot() / "/events.db"}, &feed};
   std::unique_ptr<HttpServer> http;
   std::vector<SinkStatus> sinks;
+  std::string refusal;  ///< why it does not serve, or ""
 
   explicit Server(const std::string &address = "127.0.0.1:0", const std::string &tokenFile = "") {
     http = std::make_unique<HttpServer>(
         HttpOptions{address, tokenFile},
         Sources{testing_support::ProcessRoot() / "/events.db", &feed, &writer, [this] { return sinks; }});
+    refusal = http->Start();
   }
   ~Server() { feed.Stop(); }
 
-  std::string Start() { return http->Start(); }
   std::string Url() const {
+    EXPECT_EQ(refusal, "");
     std::string url = http->Url();
     if (url.ends_with('/')) url.pop_back();
     return url;
   }
-  base::UniqueFd Send(const std::string &target, const std::string &more = "") const {
+  base::UniqueFd Send(const std::string &target, const std::string &more = "",
+                      const std::string &method = "GET") const {
     base::UniqueFd fd = Connect(Url());
     const std::string host = more.find("Host:") == std::string::npos ? "Host: localhost\r\n" : "";
-    const std::string text = "GET " + target + " HTTP/1.1\r\n" + host + more + "\r\n";
+    const std::string text = method + " " + target + " HTTP/1.1\r\n" + host + more + "\r\n";
     EXPECT_EQ(send(fd.Get(), text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
     return fd;
   }
-  std::string Ask(const std::string &target, const std::string &more = "") const {
-    return ReadUntil(Send(target, more).Get(), "");
+  std::string Ask(const std::string &target, const std::string &more = "", const std::string &method = "GET") const {
+    return ReadUntil(Send(target, more, method).Get(), "");
   }
   json AskJson(const std::string &target) const {
     const std::string answer = Ask(target);
@@ -97,8 +100,6 @@ TEST(HttpServer, TellsEachOnlyWhatItMaySee) {
   testing_support::WriteFile(tokenFile, std::string(kToken) + "\n");
   chmod(tokenFile.c_str(), 0600);
   Server open, closed("127.0.0.1:0", tokenFile);
-  ASSERT_EQ(open.Start(), "");
-  ASSERT_EQ(closed.Start(), "");
   const std::string token = "Authorization: Bearer " + std::string(kToken);
   const std::string bearer = token + "\r\n", longer = token + "0\r\n";
   const struct {
@@ -139,11 +140,8 @@ TEST(HttpServer, TellsEachOnlyWhatItMaySee) {
       EXPECT_EQ(answer.find("Access-Control"), std::string::npos) << target;
     }
   }
-  for (const std::string method : {"POST", "DELETE", "PUT", "OPTIONS"}) {
-    const base::UniqueFd fd = Connect(open.Url());
-    const std::string request = method + " /api/problems HTTP/1.1\r\nHost: localhost\r\nContent-Length: 3\r\n\r\nabc";
-    ASSERT_EQ(send(fd.Get(), request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
-    EXPECT_EQ(Status(ReadUntil(fd.Get(), "")), "HTTP/1.1 405") << method;
+  for (const char *method : {"POST", "DELETE", "PUT", "OPTIONS"}) {
+    EXPECT_EQ(Status(open.Ask("/api/problems", "Content-Length: 3\r\n\r\nabc", method)), "HTTP/1.1 405") << method;
   }
 }
 
@@ -174,15 +172,14 @@ TEST(HttpServer, RefusesToServeUnsafely) {
       {"127.0.0.1:0", "/dev/zero", "no plain file"},
   };
   for (const Case &test : cases) {
-    Server server(test.address, test.tokenFile);
-    EXPECT_NE(server.Start().find(test.says), std::string::npos) << test.address << " " << test.tokenFile;
+    const Server server(test.address, test.tokenFile);
+    EXPECT_NE(server.refusal.find(test.says), std::string::npos) << test.address << " " << test.tokenFile;
   }
   // A socket file: replaced when nobody serves it, left alone when somebody does, gone in the end.
   const std::string path = root + "/http.sock";
   {
-    Server first(path), second(path);
-    ASSERT_EQ(first.Start(), "");
-    EXPECT_NE(second.Start().find("in use"), std::string::npos);
+    const Server first(path), second(path);
+    EXPECT_NE(second.refusal.find("in use"), std::string::npos);
     EXPECT_EQ(Status(first.Ask("/health", "Host: proxy.example\r\n")), "HTTP/1.1 200");
     struct stat status {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
@@ -199,7 +196,6 @@ TEST(HttpServer, ShowsTheFirstOfManyProblemsAndCountsAll) {
                                    i % 100 == 0 ? catalog::Severity::kCritical : catalog::Severity::kWarning));
   }
   server.feed.Publish({}, problems);
-  ASSERT_EQ(server.Start(), "");
   const json all = server.AskJson("/api/problems?limit=200");
   EXPECT_EQ(all["open"], 10'000);
   EXPECT_EQ(all["counts"]["critical"], 100);
@@ -214,7 +210,6 @@ TEST(HttpServer, ShowsTheFirstOfManyProblemsAndCountsAll) {
 
 TEST(HttpServer, StreamsWhatComesAndWhatWasMissed) {
   Server server;
-  ASSERT_EQ(server.Start(), "");
   server.feed.Publish({MakeEvent(1, "before")}, {});
   const base::UniqueFd live = server.Send("/api/stream");
   std::string text = ReadUntil(live.Get(), "event: hello");
@@ -246,7 +241,6 @@ TEST(HttpServer, StreamsWhatComesAndWhatWasMissed) {
 TEST(HttpServer, HealthSaysWhatIsWrong) {
   Server server;
   server.sinks = {{"journal", 0, 5, 0, 0, "", 0}, {"alertmanager http://am:9093", 7, 0, 0, 3, "cannot be reached", 1}};
-  ASSERT_EQ(server.Start(), "");
   const std::string answer = server.Ask("/health");
   EXPECT_EQ(Status(answer), "HTTP/1.1 503");
   EXPECT_NE(answer.find("alertmanager http://am:9093: cannot be reached"), std::string::npos);
@@ -262,7 +256,6 @@ TEST(HttpServer, HungDaemonHangsNobody) {
   base::UniqueFd daemon;
   ASSERT_EQ(hosted::ServeUnixSocket(path, SOCK_STREAM, 0600, &daemon), 0);
   Server server;
-  ASSERT_EQ(server.Start(), "");
   std::vector<base::UniqueFd> scrapes;
   for (int i = 0; i < 20; ++i) scrapes.push_back(server.Send("/metrics"));
   EXPECT_EQ(Status(server.Ask("/health")), "HTTP/1.1 200");
@@ -283,7 +276,6 @@ TEST(HttpServer, ClientsThatMeanNoGoodCostTheOthersNothing) {
   std::vector<Problem> problems;
   for (int i = 1; i <= 5000; ++i) problems.push_back(MakeProblem(i, i, std::string(100, 'x') + std::to_string(i)));
   server.feed.Publish({}, problems);
-  ASSERT_EQ(server.Start(), "");
   const base::UniqueFd stream = server.Send("/api/stream");
   ASSERT_NE(ReadUntil(stream.Get(), "event: hello"), "");
   std::vector<base::UniqueFd> held;
@@ -309,7 +301,6 @@ TEST(HttpServer, ClientsThatMeanNoGoodCostTheOthersNothing) {
 
 TEST(HttpServer, RequestsWithoutEndAreCutOff) {
   Server server;
-  ASSERT_EQ(server.Start(), "");
   const base::UniqueFd endless = Connect(server.Url());
   std::string text = "GET / HTTP/1.1\r\nX: ";
   text.append(40'000, 'x');
