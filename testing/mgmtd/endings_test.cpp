@@ -21,7 +21,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kSenders = 4;
-constexpr char kWithList[] = "amb.problem.net.connectivity.lost";
 
 /// Sends numbered records one after the other, each again until it has been taken, and keeps the book.
 class Sender {
@@ -40,24 +39,15 @@ class Sender {
 
  private:
   void Run() {
-    const std::string name = number_ % 2 == 0 ? rynctl::kApdStart : kWithList;
     while (!stop_) {
-      const size_t next = taken_.size();
-      const std::string subject = "n-" + std::to_string(number_) + "-" + std::to_string(next % 50);
-      const auto bytes = name == kWithList
-                             ? rynctl::EventBytes(name, {"vSwitch", subject, "\"a\", \"b\""}, Sequence(), Time())
-                             : rynctl::EventBytes(name, {subject}, Sequence(), Time());
+      const std::string subject = "n-" + std::to_string(number_) + "-" + std::to_string(taken_.size() % 50);
+      const auto bytes = rynctl::EventBytes(rynctl::kApdStart, {subject}, taken_.size(),
+                                            rynctl::kTestTime + static_cast<uint64_t>(number_));
       const Clock::time_point before = Clock::now();
-      if (SendEvent(root_, bytes)) {
-        taken_.push_back({before, Clock::now()});
-      } else {
-        std::this_thread::sleep_for(std::chrono::microseconds(500));
-      }
+      if (SendEvent(root_, bytes)) taken_.push_back({before, Clock::now()});
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
-  uint64_t Sequence() const { return taken_.size(); }
-  uint64_t Time() const { return rynctl::kTestTime + static_cast<uint64_t>(number_); }
 
   const TestRoot &root_;
   const int number_;
