@@ -46,17 +46,15 @@ struct CrashCase {
 };
 
 CrashFacts Facts(std::optional<uint64_t> limit, const char *pattern, bool usesPid = false) {
-  CrashFacts facts;
-  facts.name = "my prog";
-  facts.coreLimit = limit;
-  facts.corePattern = pattern;
-  facts.usesPid = usesPid;
-  facts.folder = "/srv/a b";
-  facts.executable = "/opt/x/my prog";
-  facts.host = "host1";
-  facts.user = 1000;
-  facts.atS = 1795000000;
-  return facts;
+  return {.name = "my prog",
+          .coreLimit = limit,
+          .corePattern = pattern,
+          .usesPid = usesPid,
+          .folder = "/srv/a b",
+          .executable = "/opt/x/my prog",
+          .host = "host1",
+          .user = 1000,
+          .atS = 1795000000};
 }
 
 TEST(Crashes, EachIsToldAsWhatItIs) {

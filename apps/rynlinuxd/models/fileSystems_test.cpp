@@ -52,12 +52,7 @@ TEST(Mounts, EachDeviceOnceUnderItsRightName) {
 }
 
 Mount At(const char *point, MountKind kind, const char *type = "ext4") {
-  Mount mount;
-  mount.point = point;
-  mount.kind = kind;
-  mount.type = type;
-  mount.source = "/dev/x";
-  return mount;
+  return {.point = point, .type = type, .source = "/dev/x", .kind = kind};
 }
 
 TEST(Usage, EachLevelIsToldOnceAndLeftOnlyWellBelowIt) {

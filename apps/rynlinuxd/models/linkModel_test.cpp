@@ -44,23 +44,12 @@ TEST(LinkMessage, EveryFactIsReadAndNothingBeyondTheBytes) {
 }
 
 LinkFacts Nic(int32_t index, bool up, bool carrier, uint32_t losses = 0, int32_t bridge = 0) {
-  LinkFacts facts;
-  facts.index = index;
-  facts.name = "eth" + std::to_string(index);
-  facts.address = "52:54:00:00:00:0" + std::to_string(index);
-  facts.parent = "0000:00:03.0";
-  facts.isUp = up;
-  facts.hasCarrier = carrier;
-  facts.losses = losses;
-  facts.bridge = bridge;
-  return facts;
+  const std::string number = std::to_string(index);
+  return {index, false, "eth" + number, "52:54:00:00:00:0" + number, "0000:00:03.0", up, carrier, losses, bridge};
 }
 
 LinkFacts Bridge() {
-  LinkFacts facts;
-  facts.index = 9;
-  facts.name = "br0";
-  return facts;
+  return {.index = 9, .name = "br0"};
 }
 
 struct Links : testing::Test {

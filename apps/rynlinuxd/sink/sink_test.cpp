@@ -15,11 +15,7 @@ namespace rynlinuxd {
 namespace {
 
 Report State(const std::string &key, const std::string &state, bool isOpen) {
-  Report report{"ryn.test." + state, "", {Text(key)}};
-  report.key = key;
-  report.state = state;
-  report.isOpen = isOpen;
-  return report;
+  return {"ryn.test." + state, "", {Text(key)}, key, state, isOpen};
 }
 
 /// A daemon's end of context 0, whose queue holds few records.
