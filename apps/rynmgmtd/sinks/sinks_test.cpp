@@ -308,10 +308,11 @@ TEST(AlertmanagerSink, RepeatsWhatIsOpenAndGoesRoundWhatIsRefused) {
   EXPECT_LE(manager.Count("p1 firing"), 1);
 }
 
-TEST(AlertmanagerSink, AlertsHaveSoundTimesWhateverClocksSaid) {
+TEST(AlertmanagerSink, AlertsSayHowBadItIsAndHaveSoundTimesWhateverClocksSaid) {
   const int64_t now = 1'800'000'000'000'000;
   Problem future = MakeProblem(1, 1, "x");
   EXPECT_EQ(AlertOf(future, "host", now)["startsAt"], "2023-11-14T22:13:20.000001Z");
+  EXPECT_EQ(AlertOf(future, "host", now)["labels"]["severity"], "error");
   future.firstUs = now + 500'000'000;
   const auto open = AlertOf(future, "host", now);
   EXPECT_LT(open["startsAt"], open["endsAt"]);
