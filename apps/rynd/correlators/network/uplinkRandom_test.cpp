@@ -13,14 +13,7 @@
 namespace rynd {
 namespace {
 
-#ifdef __SANITIZE_ADDRESS__
-#define RYND_IS_SLOW 1
-#elif defined(__has_feature)
-#define RYND_IS_SLOW (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
-#else
-#define RYND_IS_SLOW 0
-#endif
-constexpr int kTransitions = RYND_IS_SLOW ? 100'000 : 1'000'000;
+constexpr int kTransitions = RYND_SLOW_BUILD ? 100'000 : 1'000'000;
 constexpr size_t kUplinks = 100;
 constexpr size_t kPorts = 8;
 
