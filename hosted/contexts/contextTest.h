@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <cstddef>
 #include <string>
@@ -56,6 +57,19 @@ class ContextTest : public testing::Test {
   RynLibHandle handle_ = nullptr;
   int fd_ = -1;
   Bytes record_;
+};
+
+/// Kernel context 7, and a sender to it.
+class KernelContextTest : public ContextTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(RynLib_AsyncContextOpen(7, &handle_), 0);
+    ASSERT_EQ(RynLib_HandleToFd(handle_, &fd_), 0);
+    ASSERT_EQ(ConnectUnixSocket(KernelSocketPath(7), SOCK_DGRAM, &sender_), 0);
+    constexpr int kRoom = 400'000;
+    setsockopt(sender_.Get(), SOL_SOCKET, SO_SNDBUF, &kRoom, sizeof kRoom);
+  }
+  base::UniqueFd sender_;
 };
 
 }  // namespace hosted

