@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace testing_support {
 
@@ -67,6 +65,13 @@ void RedirectTo(int fd, const std::string &path) {
   close(file);
 }
 
+long StatusValue(const std::string &task, const std::string &key) {
+  for (const std::string &line : Lines(ReadFile(task + "/status"))) {
+    if (line.starts_with(key + ":")) return std::stol(line.substr(key.size() + 1));
+  }
+  return 0;
+}
+
 ProcessState ReadProcessState(pid_t pid) {
   ProcessState state;
   const std::filesystem::path folder = "/proc/" + std::to_string(pid);
@@ -75,14 +80,8 @@ ProcessState ReadProcessState(pid_t pid) {
        entry.increment(error)) {
     ++state.descriptors;
   }
-  std::ifstream lines(folder / "status");
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::string key;
-    words >> key;
-    if (key == "VmRSS:") words >> state.residentKib;
-    if (key == "Threads:") words >> state.threads;
-  }
+  state.residentKib = StatusValue(folder, "VmRSS");
+  state.threads = StatusValue(folder, "Threads");
   return state;
 }
 

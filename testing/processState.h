@@ -46,6 +46,8 @@ struct ProcessState {
   long residentKib = 0;
 };
 
+/// The number behind `key` in the status of a process or a thread, whose folder below /proc is `task`; 0 without one.
+long StatusValue(const std::string &task, const std::string &key);
 /// What process `pid` holds now; zeroes when it is gone.
 ProcessState ReadProcessState(pid_t pid);
 

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -28,35 +27,12 @@ const std::atomic<int64_t> *Offset() {
   return offset;
 }
 
-timespec Wall() {
-  timespec now{};
-  syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
-  if (Offset() == nullptr) return now;
-  const int64_t ns = int64_t{now.tv_sec} * kNsPerSecond + now.tv_nsec + Offset()->load();
-  return {ns / kNsPerSecond, ns % kNsPerSecond};
-}
-
 }  // namespace
 
-extern "C" {
-
-int clock_gettime(clockid_t clock, timespec *now) {
-  if (clock != CLOCK_REALTIME && clock != CLOCK_REALTIME_COARSE) {
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
-  }
-  *now = Wall();
+extern "C" int clock_gettime(clockid_t clock, timespec *now) {
+  const int status = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+  if (status != 0 || (clock != CLOCK_REALTIME && clock != CLOCK_REALTIME_COARSE) || Offset() == nullptr) return status;
+  const int64_t ns = int64_t{now->tv_sec} * kNsPerSecond + now->tv_nsec + *Offset();
+  *now = {ns / kNsPerSecond, ns % kNsPerSecond};
   return 0;
-}
-
-time_t time(time_t *now) {
-  const time_t seconds = Wall().tv_sec;
-  if (now != nullptr) *now = seconds;
-  return seconds;
-}
-
-int gettimeofday(timeval *now, void * /*zone*/) {
-  const timespec wall = Wall();
-  *now = {wall.tv_sec, wall.tv_nsec / 1000};
-  return 0;
-}
 }

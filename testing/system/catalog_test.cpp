@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "catalog/catalog.h"
@@ -93,10 +92,8 @@ Names KeptTexts(const Names &now) {
     for (const std::string &line : now) text += line + "\n";
     WriteFile(path, text);
   }
-  Names kept;
-  std::istringstream lines(ReadFile(path));
-  for (std::string line; std::getline(lines, line);) kept.insert(line);
-  return kept;
+  const Words lines = Lines(ReadFile(path));
+  return {lines.begin(), lines.end()};
 }
 
 TEST(CatalogExamples, LeadToWhatIsSaidOfThem) {

@@ -2,34 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sstream>
 
 #include "testing/daemon.h"
 
 namespace testing_support {
 namespace {
 
-/// The number behind `key` in a process's or a thread's status file.
-long StatusValue(const std::filesystem::path &task, const std::string &key) {
-  std::istringstream lines(ReadFile(task / "status"));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with(key + ":")) return std::stol(line.substr(key.size() + 1));
-  }
-  return -1;
-}
-
 /// Context switches of all threads. A thread that is asleep can make no system call without one.
 long ContextSwitches(pid_t pid) {
   long switches = 0;
   for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-    switches += StatusValue(task.path(), "voluntary_ctxt_switches");
-    switches += StatusValue(task.path(), "nonvoluntary_ctxt_switches");
+    switches += StatusValue(task.path().string(), "voluntary_ctxt_switches");
+    switches += StatusValue(task.path().string(), "nonvoluntary_ctxt_switches");
   }
   return switches;
-}
-
-long ResidentKib(pid_t pid) {
-  return StatusValue("/proc/" + std::to_string(pid), "VmRSS");
 }
 
 TEST(Footprint, AnIdleDaemonDoesNothing) {
@@ -50,17 +36,17 @@ TEST(Footprint, MemoryIsSmallAndFlat) {
   RunningDaemon running;
   const pid_t pid = running.daemon.Pid();
   constexpr long kLimitKib = 8 * 1024;
-  EXPECT_LT(ResidentKib(pid), kLimitKib);
+  EXPECT_LT(ReadProcessState(pid).residentKib, kLimitKib);
   const auto kernel = ConnectKernel(running.root);
   const auto handled = MakeRecord("ryn.storage.apd.timeout", {"naa.1"});  // without its integer: posts nothing
   const auto send = [&](int count) {
     for (int i = 0; i < count; ++i) ASSERT_TRUE(SendRecord(kernel, handled));
   };
   send(100'000);
-  const long early = ResidentKib(pid);
+  const long early = ReadProcessState(pid).residentKib;
   send(900'000);
-  EXPECT_LE(ResidentKib(pid), early + 256);
-  EXPECT_LT(ResidentKib(pid), kLimitKib);
+  EXPECT_LE(ReadProcessState(pid).residentKib, early + 256);
+  EXPECT_LT(ReadProcessState(pid).residentKib, kLimitKib);
 }
 
 }  // namespace

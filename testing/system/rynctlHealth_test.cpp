@@ -10,8 +10,8 @@
 #include "hosted/paths.h"
 #include "rynctl/showing/traceRecord.h"
 #include "testing/daemon.h"
+#include "testing/flight/recordedDaemon.h"
 #include "testing/ledger.h"
-#include "testing/processState.h"
 
 namespace testing_support {
 namespace {
@@ -54,16 +54,12 @@ TEST(RynctlHealth, EveryFaultIsNamedWithWhatToDo) {
   std::filesystem::remove_all(tree);
   // Wanted only now: it begins with the next start.
   EXPECT_NE(Rynctl(running.root, "check").text.find("off; it begins when "), std::string::npos) << text.text;
-  WriteFile(tree + "/sysinfo/config/intOpts/Flight/Megabytes", "8\n");
+  TurnOnRecorder(running.root);
   EXPECT_EQ(Complaints(running.root), Strings{"flight recorder warn"});
   {
-    const TestRoot recorded;
-    WriteFile(recorded / "/var/lib/corvane/host/sysinfo/config/intOpts/Flight/Megabytes", "8\n");
-    const LogListener log(recorded / "/dev/log");
-    Daemon daemon(recorded);
-    ASSERT_TRUE(log.Lines().WaitFor("Start polling loop."));
+    const RunningDaemon recorded([](const TestRoot &root) { TurnOnRecorder(root, 8); });
     EXPECT_TRUE(WaitUntil([&] {
-      const std::string told = Rynctl(recorded, "check").text;
+      const std::string told = Rynctl(recorded.root, "check").text;
       return told.find("on, a ring of 8 MiB, 2 MiB held, the oldest entry of ") != std::string::npos;
     }));
   }
