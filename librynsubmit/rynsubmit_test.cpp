@@ -190,9 +190,7 @@ TEST_F(RynSubmit, LosesNothingToADaemonThatStartsAnew) {
       if (poll(set.data(), set.size(), 100) <= 0) continue;
       for (size_t i = 1; i < set.size(); ++i) {
         if ((set[i].revents & POLLIN) == 0) continue;
-        std::swap(caller_, callers[i - 1]);
-        const hosted::RawRecord record = Receive();
-        std::swap(caller_, callers[i - 1]);
+        const hosted::RawRecord record = testing_support::ReceiveRecord(callers[i - 1].Get());
         if (record.arguments.size() == 2) seen.emplace(record.arguments[0].bits, record.arguments[1].bits);
       }
       if (set[0].revents != 0) callers.emplace_back(accept(context_.Get(), nullptr, nullptr));

@@ -1,7 +1,5 @@
 #include "testing/arrivals.h"
 
-#include <algorithm>
-
 #include "eventRecord/eventDecoder.h"
 
 namespace testing_support {
@@ -19,12 +17,11 @@ void Arrivals::Take(const std::string &record) {
   const uint64_t number = std::stoull(std::string(event.arguments[0].text.substr(2)));
   Series &series = series_[event.name];
   if (number < series.next) {
-    const auto skipped = std::find(series.skipped.begin(), series.skipped.end(), number);
-    Blame(event.name + (skipped == series.skipped.end() ? ": twice " : ": late ") + std::to_string(number));
-    if (skipped != series.skipped.end()) series.skipped.erase(skipped);
+    const bool isLate = series.skipped.erase(number) > 0;
+    Blame(event.name + (isLate ? ": late " : ": twice ") + std::to_string(number));
     return;
   }
-  for (; series.next < number; ++series.next) series.skipped.push_back(series.next);
+  for (; series.next < number; ++series.next) series.skipped.insert(series.next);
   series.next = number + 1;
 }
 
@@ -33,17 +30,11 @@ uint64_t Arrivals::Events() const {
   return events_;
 }
 
-std::vector<uint64_t> Arrivals::Missing(const std::string &name, uint64_t end) const {
+uint64_t Arrivals::Missing(const std::string &name, uint64_t end) const {
   const std::lock_guard lock(mutex_);
   const auto found = series_.find(name);
-  std::vector<uint64_t> missing;
-  uint64_t next = 0;
-  if (found != series_.end()) {
-    missing = found->second.skipped;
-    next = found->second.next;
-  }
-  for (; next < end; ++next) missing.push_back(next);
-  return missing;
+  const Series series = found == series_.end() ? Series() : found->second;
+  return series.skipped.size() + (end > series.next ? end - series.next : 0);
 }
 
 std::vector<std::string> Arrivals::Problems() const {

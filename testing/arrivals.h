@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,8 @@ class Arrivals {
   /// Take in the bytes of one connection.
   void Take(const std::string &record);
   uint64_t Events() const;  ///< all of them
-  /// The numbers below `end` of the event `name` that have not arrived.
-  std::vector<uint64_t> Missing(const std::string &name, uint64_t end) const;
+  /// How many numbers below `end` of the event `name` have not arrived.
+  uint64_t Missing(const std::string &name, uint64_t end) const;
   /// What was wrong so far, the first few.
   std::vector<std::string> Problems() const;
   /// The first argument of the observation that numbers an event.
@@ -25,8 +26,8 @@ class Arrivals {
 
  private:
   struct Series {
-    uint64_t next = 0;              ///< the number behind the last one
-    std::vector<uint64_t> skipped;  ///< numbers below it that have not come
+    uint64_t next = 0;           ///< the number behind the last one
+    std::set<uint64_t> skipped;  ///< numbers below it that have not come
   };
   void Blame(const std::string &problem);
 

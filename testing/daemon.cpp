@@ -154,10 +154,8 @@ int Daemon::Stop(double seconds) {
 }
 
 base::UniqueFd ConnectKernel(const TestRoot &root, unsigned id) {
-  char name[] = "/kernel-00";
-  name[8] = static_cast<char>('0' + id / 10);
-  name[9] = static_cast<char>('0' + id % 10);
-  return Connect(root / (std::string(hosted::kContextFolder) + name), SOCK_DGRAM);
+  const std::string folder = std::string(hosted::kContextFolder) + "/kernel-" + (id < 10 ? "0" : "");
+  return Connect(root / (folder + std::to_string(id)), SOCK_DGRAM);
 }
 
 base::UniqueFd ConnectUser(const TestRoot &root) {

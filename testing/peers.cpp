@@ -241,7 +241,7 @@ std::string PeerGap(const nlohmann::json &statistics, const Arrivals &arrivals, 
   const auto &events = statistics.at("events");
   gap += Difference("events sent", events.at("sent"), arrivals.Events() + counts.killed);
   uint64_t missing = 0, said = events.at("waiting").get<uint64_t>() + counts.killed;
-  for (const char *name : kNumberedEvents) missing += arrivals.Missing(name, counts.numbered).size();
+  for (const char *name : kNumberedEvents) missing += arrivals.Missing(name, counts.numbered);
   for (const auto &dropped : events.at("dropped")) said += dropped.get<uint64_t>();
   if (missing > said && missing - said > excused) gap += std::to_string(missing - said) + " numbers are missing\n";
   return gap;

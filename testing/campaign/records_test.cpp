@@ -132,7 +132,7 @@ std::string Gap(const TestRoot &root, const Arrivals &arrivals, uint64_t sent, u
     if (agent.at("alive") != true) gap += agent.at("name").get<std::string>() + " has ended; ";
     if (agent.at("name") != "BootDevice") continue;
     if (agent.at("handled") != good || agent.at("posted") != good) gap += agent.dump() + "; ";
-    const uint64_t missing = arrivals.Missing(kGoodEvent, good).size();
+    const uint64_t missing = arrivals.Missing(kGoodEvent, good);
     if (agent.at("dropped") != missing) gap += std::to_string(missing) + " good ones are missing; ";
   }
   return gap;

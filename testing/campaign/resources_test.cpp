@@ -39,9 +39,10 @@ void LiveWithout(const std::function<void()> &inChild, Rounds *rounds) {
   chmod(root.Path().c_str(), 0777);
   const LogListener manager(root / "/notify");
   chmod((root / "/notify").c_str(), 0666);
-  setenv("NOTIFY_SOCKET", (root / "/notify").c_str(), 1);
-  Daemon daemon(root, inChild);
-  unsetenv("NOTIFY_SOCKET");
+  Daemon daemon(root, [&] {
+    setenv("NOTIFY_SOCKET", (root / "/notify").c_str(), 1);
+    inChild();
+  });
   bool ready = false;
   const bool spoke = WaitUntil(
       [&] {

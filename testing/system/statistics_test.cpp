@@ -126,17 +126,11 @@ TEST(Statistics, AnswerWhileThePollLoopWaitsForAnAgentThatHangs) {
 
 TEST(Service, IsToldOfAWholeStartAndOfTheStop) {
   const TestRoot root;
-  const LogListener log(root / "/dev/log");
   const LogListener service(root / "/notify");
-  setenv("NOTIFY_SOCKET", (root / "/notify").c_str(), 1);
-  {
-    Daemon daemon(root);
-    EXPECT_TRUE(service.Lines().WaitFor("READY=1"));
-    EXPECT_TRUE(log.Lines().WaitFor("Start polling loop."));
-    EXPECT_EQ(daemon.Stop(), 0);
-    EXPECT_TRUE(service.Lines().WaitFor("STOPPING=1"));
-  }
-  unsetenv("NOTIFY_SOCKET");
+  Daemon daemon(root, [&] { setenv("NOTIFY_SOCKET", (root / "/notify").c_str(), 1); });
+  EXPECT_TRUE(service.Lines().WaitFor("READY=1"));
+  EXPECT_EQ(daemon.Stop(), 0);
+  EXPECT_TRUE(service.Lines().WaitFor("STOPPING=1"));
 }
 
 }  // namespace

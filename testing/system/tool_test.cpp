@@ -15,6 +15,8 @@ namespace testing_support {
 namespace {
 
 const char kTool[] = RYND_BUILD "/bin/rynctl";
+/// Outputs that nobody reads, and the signal that ends the tool there.
+constexpr std::pair<Unread::Kind, int> kOutputs[] = {{Unread::Kind::kPipe, SIGTERM}, {Unread::Kind::kTerminal, SIGINT}};
 const char kEventSocket[] = "/var/run/corvane/mgmtd-kprob.sock";
 
 /// A run of the tool that writes to `out`.
@@ -33,9 +35,9 @@ class Tool : public Process {
 
 TEST(Tool, ListenTakesEventsThoughNobodyReadsItsOutputAndEnds) {
   const std::vector<std::byte> event = rynctl::EventBytes(rynctl::kApdStart, {std::string(10'000, 'x')});
-  for (const bool terminal : {false, true}) {
+  for (const auto &[kind, signal] : kOutputs) {
     const TestRoot root;
-    const Unread output(terminal ? Unread::Kind::kTerminal : Unread::Kind::kPipe);
+    const Unread output(kind);
     Tool tool({"listen", "--root", root / ""}, output.write.Get());
     base::UniqueFd sender;
     ASSERT_TRUE(WaitUntil([&] { return hosted::ConnectUnixSocket(root / kEventSocket, SOCK_STREAM, &sender) == 0; }));
@@ -43,7 +45,7 @@ TEST(Tool, ListenTakesEventsThoughNobodyReadsItsOutputAndEnds) {
       ASSERT_EQ(hosted::ConnectUnixSocket(root / kEventSocket, SOCK_STREAM, &sender), 0);
       ASSERT_EQ(send(sender.Get(), event.data(), event.size(), MSG_NOSIGNAL), static_cast<ssize_t>(event.size()));
     }
-    EXPECT_EQ(tool.End(terminal ? SIGINT : SIGTERM), 1) << "lines were not printed";
+    EXPECT_EQ(tool.End(signal), 1) << "lines were not printed";
     EXPECT_FALSE(std::filesystem::exists(root / kEventSocket));
   }
 }
@@ -51,13 +53,13 @@ TEST(Tool, ListenTakesEventsThoughNobodyReadsItsOutputAndEnds) {
 TEST(Tool, TraceEndsThoughNobodyReadsItsOutput) {
   RunningDaemon host;
   const base::UniqueFd kernel = ConnectKernel(host.root);
-  for (const bool terminal : {false, true}) {
-    const Unread output(terminal ? Unread::Kind::kTerminal : Unread::Kind::kPipe);
+  for (const auto &[kind, signal] : kOutputs) {
+    const Unread output(kind);
     Tool tool({"trace", "--root", host.root / ""}, output.write.Get());
     const std::vector<std::byte> record = MakeRecord("ryn.bootdevice.x", {}, {}, std::string(10'000, 'x'));
     // Until the daemon has nowhere left to put them.
     for (int i = 0; i < 3000; ++i) ASSERT_TRUE(SendRecord(kernel, record));
-    EXPECT_EQ(tool.End(terminal ? SIGINT : SIGTERM), 1);
+    EXPECT_EQ(tool.End(signal), 1);
   }
   EXPECT_EQ(host.daemon.Stop(), 0);
 }
