@@ -75,14 +75,6 @@ size_t Collector::CountOf(const std::string &part) const {
   return count;
 }
 
-int Collector::IndexOf(const std::string &part) const {
-  const std::lock_guard lock(mutex_);
-  for (size_t i = 0; i < texts_.size(); ++i) {
-    if (texts_[i].find(part) != std::string::npos) return static_cast<int>(i);
-  }
-  return -1;
-}
-
 LogListener::LogListener(const std::string &path)
     : socket_(Serve(path, SOCK_DGRAM)), thread_([this] {
         std::vector<char> record(300000);

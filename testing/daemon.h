@@ -31,8 +31,6 @@ class Collector {
   bool WaitFor(const std::string &part, size_t count = 1, double seconds = 30) const;
   /// Texts that hold `part`.
   size_t CountOf(const std::string &part) const;
-  /// The index of the first text that holds `part`, or -1.
-  int IndexOf(const std::string &part) const;
 
  private:
   mutable std::mutex mutex_;

@@ -68,16 +68,6 @@ std::vector<std::byte> NthObservation(uint64_t n, const std::string &message, Pe
 
 }  // namespace
 
-void PeerCounts::Blame(const std::string &problem) {
-  const std::lock_guard lock(mutex_);
-  if (problems_.size() < 20) problems_.push_back(problem);
-}
-
-std::vector<std::string> PeerCounts::Problems() const {
-  const std::lock_guard lock(mutex_);
-  return problems_;
-}
-
 void SendObservations(const TestRoot &root, unsigned perSecond, PeerCounts *counts, const std::atomic<bool> &stop) {
   std::vector<base::UniqueFd> contexts;
   for (unsigned id = 0; id < kContexts; ++id) contexts.push_back(ConnectKernel(root, id));
@@ -89,7 +79,7 @@ void SendObservations(const TestRoot &root, unsigned perSecond, PeerCounts *coun
     if (n % 10'007 == 0) contexts[id] = ConnectKernel(root, id);
     const std::string message = "peer-" + std::to_string(id) + "-" + std::to_string(sent[id]++) + "-";
     if (!SendRecord(contexts[id], NthObservation(n, message, counts))) {
-      counts->Blame("observation " + std::to_string(n) + " could not be sent: " + std::to_string(errno));
+      counts->problems.Add("observation " + std::to_string(n) + " could not be sent: " + std::to_string(errno));
     }
     ++counts->observations;
     next += std::chrono::nanoseconds(1'000'000'000 / perSecond);
@@ -114,7 +104,7 @@ void SubmitObservations(unsigned seed, PeerCounts *counts, const std::atomic<boo
       if (error == 0) ++counts->submitted;
       SleepFor(milliseconds(10), stop);
     }
-    if (error != 0) counts->Blame("a program's submit failed: " + std::to_string(error));
+    if (error != 0) counts->problems.Add("a program's submit failed: " + std::to_string(error));
     rynsubmit_close(connection);
     SleepFor(Between(&random, 0, 500), stop);
   }
@@ -164,7 +154,8 @@ void ServeLog(const TestRoot &root, PeerCounts *counts, const std::atomic<bool> 
   while (!stop) {
     ++counts->logStarts;
     base::UniqueFd socket;
-    if (hosted::ServeUnixSocket(root / hosted::kLogSocket, SOCK_DGRAM, 0666, &socket) != 0) counts->Blame("no log");
+    if (hosted::ServeUnixSocket(root / hosted::kLogSocket, SOCK_DGRAM, 0666, &socket) != 0)
+      counts->problems.Add("no log");
     for (const auto end = Clock::now() + Between(&random, 1'000, 20'000); !stop && Clock::now() < end;) {
       pollfd set{socket.Get(), POLLIN, 0};
       if (poll(&set, 1, 100) > 0) recv(socket.Get(), record.data(), record.size(), MSG_DONTWAIT);
@@ -182,7 +173,8 @@ class Followed {
  public:
   explicit Followed(PeerCounts *counts) : counts_(counts) {}
   ~Followed() {
-    if (missed_ > lost_) counts_->Blame("a trace client missed " + std::to_string(missed_ - lost_) + " lines unsaid");
+    if (missed_ > lost_)
+      counts_->problems.Add("a trace client missed " + std::to_string(missed_ - lost_) + " lines unsaid");
     counts_->traceLost += lost_;
   }
   void Take(const std::string &line) {
@@ -219,7 +211,7 @@ void FollowTrace(const TestRoot &root, unsigned seed, PeerCounts *counts, const 
       char part[65536];
       const ssize_t count = recv(client.Get(), part, sizeof part, 0);
       if (count <= 0) {
-        counts->Blame("a trace client was hung up on");
+        counts->problems.Add("a trace client was hung up on");
         break;
       }
       text.append(part, static_cast<size_t>(count));

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <string>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "testing/arrivals.h"
+#include "testing/daemon.h"
 #include "testing/testRoot.h"
 
 namespace testing_support {
@@ -25,12 +25,7 @@ struct PeerCounts {
   std::atomic<uint64_t> traceLost = 0;     ///< lines that the feed has said to be lost
   std::atomic<uint64_t> killed = 0;        ///< events that a management agent took to its grave
   std::atomic<uint64_t> agentStarts = 0, logStarts = 0, traceStarts = 0, userStarts = 0;
-  void Blame(const std::string &problem);
-  std::vector<std::string> Problems() const;
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> problems_;
+  Collector problems;  ///< what was wrong
 };
 
 /// The events whose numbers the senders' observations give.

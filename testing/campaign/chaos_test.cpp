@@ -103,7 +103,7 @@ TEST(Chaos, ClosesTheBook) {
     EXPECT_EQ(scene.daemon.WaitForExit(20), panicked ? 128 + SIGABRT : 0) << ReadFile(scene.root / "/stderr");
     if (panicked) continue;
     for (const std::string &problem : scene.arrivals.Problems()) ADD_FAILURE() << problem;
-    for (const std::string &problem : scene.counts.Problems()) ADD_FAILURE() << problem;
+    for (const std::string &problem : scene.counts.problems.All()) ADD_FAILURE() << problem;
   }
 }
 

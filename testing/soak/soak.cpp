@@ -62,7 +62,7 @@ class Soak {
         counts_.agentStarts.load(), counts_.logStarts.load(), counts_.traceStarts.load(), counts_.userStarts.load(),
         state.descriptors, state.threads, state.residentKib, gap_.empty() ? "" : "; ", gap_.c_str());
     fflush(stdout);
-    if (!gap_.empty()) counts_.Blame("minute " + std::to_string(minutes_) + ": " + gap_);
+    if (!gap_.empty()) counts_.problems.Add("minute " + std::to_string(minutes_) + ": " + gap_);
     return state.threads > 0;
   }
   /// The summary. True when all is well.
@@ -71,12 +71,13 @@ class Soak {
     // The last retry brings what waits.
     const EventListener agent(root_ / hosted::kEventSocket, [this](const std::string &one) { arrivals_.Take(one); });
     WaitUntil([this] { return (gap_ = Gap(true)).empty(); }, 90);
-    if (!gap_.empty()) counts_.Blame("at the end: " + gap_);
+    if (!gap_.empty()) counts_.problems.Add("at the end: " + gap_);
     daemon_.Signal(SIGTERM);
-    if (const int status = daemon_.WaitForExit(10); status != 0) counts_.Blame("exit status " + std::to_string(status));
+    if (const int status = daemon_.WaitForExit(10); status != 0)
+      counts_.problems.Add("exit status " + std::to_string(status));
     always_.clear();
     if (!states_.empty()) JudgeGrowth();
-    std::vector<std::string> problems = counts_.Problems();
+    std::vector<std::string> problems = counts_.problems.All();
     for (const std::string &problem : arrivals_.Problems()) problems.push_back(problem);
     printf(
         "%u minutes: %lu observations, %lu numbered events of each of %zu kinds, unannounced loss and all else: %s\n",
@@ -108,11 +109,11 @@ class Soak {
     for (size_t i = warm; i < states_.size(); ++i) {
       after = std::max(after, states_[i].residentKib);
       if (states_[i].descriptors != states_[warm].descriptors || states_[i].threads != states_[warm].threads) {
-        counts_.Blame("minute " + std::to_string(i + 1) + ": descriptors or threads are not what they were");
+        counts_.problems.Add("minute " + std::to_string(i + 1) + ": descriptors or threads are not what they were");
       }
     }
     printf("memory: %ld KiB at most in the first %zu minutes, %ld behind them\n", before, warm + 1, after);
-    if (after > before + kGrowthKib) counts_.Blame("memory grows");
+    if (after > before + kGrowthKib) counts_.problems.Add("memory grows");
   }
 
   TestRoot root_;
