@@ -78,14 +78,9 @@ class FlightTest : public testing::Test {
     std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
     return Read(file_);
   }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
 
-  const std::string folder_ = [] {
-    std::string path = testing_support::ProcessRoot().Path() + "/flightXXXXXX";
-    EXPECT_NE(mkdtemp(path.data()), nullptr);
-    return path;
-  }();
-  const std::string file_ = folder_ + "/flight-0000000001.rec";
+  const testing_support::TestRoot folder_;
+  const std::string file_ = folder_ / "/flight-0000000001.rec";
 };
 
 /// How many of `wanted` are missing in `got`, in this order; more than all when something else stands there.
@@ -189,10 +184,10 @@ TEST_F(FlightTest, SaysWhyAFileIsUnusable) {
   EXPECT_EQ(ReadBytes(sample.bytes).error,
             file_ + ": a flight recording of format version 2; this program reads version 1");
   EXPECT_EQ(ReadBytes(std::string(10'000, 'x')).error, file_ + ": not a flight recording");
-  EXPECT_EQ(Read(folder_ + "/none").error, folder_ + "/none: No such file or directory");
+  EXPECT_EQ(Read(folder_ / "/none").error, folder_ / "/none: No such file or directory");
   EXPECT_EQ(Read("/dev/null").error, "/dev/null: not a file");
-  std::filesystem::create_directory(folder_ + "/empty");
-  EXPECT_EQ(Read(folder_ + "/empty").error, folder_ + "/empty: no flight recording in this folder");
+  std::filesystem::create_directory(folder_ / "/empty");
+  EXPECT_EQ(Read(folder_ / "/empty").error, folder_ / "/empty: no flight recording in this folder");
 }
 
 TEST_F(FlightTest, ReadsARingInItsOrderPastWhatIsUnusable) {
@@ -201,11 +196,11 @@ TEST_F(FlightTest, ReadsARingInItsOrderPastWhatIsUnusable) {
     const Sample sample(serial, serial);
     std::string name = "/flight-00000000";
     name += (serial < 10 ? "0" : "") + std::to_string(serial) + ".rec";
-    WriteFile(folder_ + name, serial == 13 ? "nothing" : sample.bytes);
+    WriteFile(folder_ / name, serial == 13 ? "nothing" : sample.bytes);
     if (serial < 13) wanted.insert(wanted.end(), sample.entries.begin(), sample.entries.end());
   }
-  for (const char *other : {"/flight-1.rec", "/flight-00000000xx.rec", "/.lock"}) WriteFile(folder_ + other, "other");
-  const Reading reading = Read(folder_);
+  for (const char *other : {"/flight-1.rec", "/flight-00000000xx.rec", "/.lock"}) WriteFile(folder_ / other, "other");
+  const Reading reading = Read(folder_.Path());
   EXPECT_TRUE(reading.entries == wanted);
   EXPECT_EQ(reading.findings, 2u);
   EXPECT_EQ(reading.firstFinding, "1 files before it are missing");
