@@ -179,7 +179,7 @@ std::string ReadToEnd(int fd) {
   return bytes;
 }
 
-RunningDaemon::RunningDaemon(void (*prepare)(const TestRoot &root)) : daemon((prepare(root), root)) {
+RunningDaemon::RunningDaemon(const std::function<void(const TestRoot &root)> &prepare) : daemon((prepare(root), root)) {
   if (!log.Lines().WaitFor("rynd setup completed. Start polling loop.")) Fail("the daemon is not ready");
 }
 

@@ -112,7 +112,7 @@ struct RunningDaemon {
   EventListener events{root / "/var/run/corvane/mgmtd-kprob.sock"};
   Daemon daemon;
   /// `prepare` is called before it starts.
-  explicit RunningDaemon(void (*prepare)(const TestRoot &root) = [](const TestRoot &) {});
+  explicit RunningDaemon(const std::function<void(const TestRoot &root)> &prepare = [](const TestRoot &) {});
 };
 
 }  // namespace testing_support

@@ -50,28 +50,23 @@ TEST(Recorded, ReplaysEqualWhateverWasSentAndWhoRaced) {
   const char *wanted = getenv("RYND_RECORDED_SEEDS");
   const unsigned seeds = wanted == nullptr ? 2 : static_cast<unsigned>(strtoul(wanted, nullptr, 10));
   for (unsigned seed = 1; seed <= seeds; ++seed) {
-    TestRoot root;
-    TurnOnRecorder(root);
-    std::filesystem::create_directories(root / "/hyfs/volumes");
-    for (const HostChange &change : RandomHost(seed).Begin()) Apply(root, change, 0);
-    {
-      LogListener log(root / "/dev/log");
-      EventListener events(root / "/var/run/corvane/mgmtd-kprob.sock");
-      Daemon daemon(root);
-      ASSERT_TRUE(log.Lines().WaitFor("rynd setup completed"));
-      std::vector<std::thread> senders;
-      for (unsigned place = 0; place < kSenders; ++place) {
-        senders.emplace_back([&, place] { Send(root, seed, place); });
-      }
-      for (std::thread &sender : senders) sender.join();
-      std::this_thread::sleep_for(std::chrono::seconds(4));  // for what settles
-      ASSERT_EQ(daemon.Stop(), 0);
-      EXPECT_GT(events.Records().Count(), 500u) << seed;
+    RunningDaemon running([seed](const TestRoot &root) {
+      TurnOnRecorder(root);
+      std::filesystem::create_directories(root / "/hyfs/volumes");
+      for (const HostChange &change : RandomHost(seed).Begin()) Apply(root, change, 0);
+    });
+    std::vector<std::thread> senders;
+    for (unsigned place = 0; place < kSenders; ++place) {
+      senders.emplace_back([&, place] { Send(running.root, seed, place); });
     }
+    for (std::thread &sender : senders) sender.join();
+    std::this_thread::sleep_for(std::chrono::seconds(4));  // for what settles
+    ASSERT_EQ(running.daemon.Stop(), 0);
+    EXPECT_GT(running.events.Records().Count(), 500u) << seed;
     SCOPED_TRACE("seed " + std::to_string(seed));
-    ExpectReplaysEqual(root, RYNCTL_PROGRAM);
+    ExpectReplaysEqual(running.root, RYNCTL_PROGRAM);
     if (HasFailure()) {
-      std::filesystem::copy(FlightFolder(root), testing::TempDir() + "recorded-" + std::to_string(seed),
+      std::filesystem::copy(FlightFolder(running.root), testing::TempDir() + "recorded-" + std::to_string(seed),
                             std::filesystem::copy_options::overwrite_existing);
     }
   }
