@@ -88,7 +88,7 @@ std::list<Flood> StartFloods(const Scene &scene) {
 }
 
 TEST(Stops, AtRandomInstantsWhateverAnybodyDoes) {
-  for (Rounds rounds(IsSlowBuild() ? 20 : 150); rounds.Next();) {
+  for (Rounds rounds(IsSlowBuild() ? 60 : 150); rounds.Next();) {
     SCOPED_TRACE(rounds.Name());
     Scene scene(&rounds);
     ASSERT_TRUE(scene.WaitForStart());
