@@ -40,6 +40,14 @@ base::UniqueFd Serve(const char *path, int type) {
   return fd;
 }
 
+ssize_t ReceiveFrom(const base::UniqueFd &socket, char *record, size_t size) {
+  ssize_t length = -1;
+  do {
+    length = recv(socket.Get(), record, size, 0);
+  } while (length < 0 && errno == EINTR);
+  return length;
+}
+
 }  // namespace
 
 int64_t Now() {
@@ -82,14 +90,14 @@ void LogSocket::SetTimeout(int milliseconds) {
 std::string LogSocket::Receive(int milliseconds) {
   SetTimeout(milliseconds);
   char record[65536];
-  const ssize_t length = recv(socket_.Get(), record, sizeof record, 0);
+  const ssize_t length = ReceiveFrom(socket_, record, sizeof record);
   return length > 0 ? std::string(record, static_cast<size_t>(length)) : "";
 }
 
 bool LogSocket::Skip(int milliseconds) {
   SetTimeout(milliseconds);
   char start[16];
-  return recv(socket_.Get(), start, sizeof start, 0) > 0;
+  return ReceiveFrom(socket_, start, sizeof start) > 0;
 }
 
 void LogSocket::WaitFor(const std::string &part) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -42,7 +43,7 @@ bool FileReader::Fill(uint64_t offset) {
   at_ = 0;
   const size_t size = buffer_.size() * kWord;
   while (filled_ < size && !isAtEnd_) {
-    const ssize_t got = pread(fd_.Get(), bytes + filled_, size - filled_, static_cast<off_t>(bufferOffset_ + filled_));
+    const ssize_t got = Read(bytes + filled_, size - filled_, bufferOffset_ + filled_);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
       Find(bufferOffset_ + filled_, 0, std::string("cannot be read on: ") + std::strerror(errno));
@@ -53,6 +54,25 @@ bool FileReader::Fill(uint64_t offset) {
     filled_ += static_cast<size_t>(got);
   }
   return true;
+}
+
+ssize_t FileReader::Read(char *to, size_t size, uint64_t offset) const {
+  constexpr size_t kPage = 4096;
+  // A page leaves memory when it is on the disk, so memory is looked at first.
+  const off_t data = unsaved_ ? lseek(unsaved_.Get(), static_cast<off_t>(offset), SEEK_DATA) : -1;
+  if (data == static_cast<off_t>(offset)) {
+    std::array<char, kPage> page;
+    const size_t at = offset % kPage;
+    const ssize_t got = pread(unsaved_.Get(), page.data(), kPage, static_cast<off_t>(offset - at));
+    size = std::min(size, kPage - at);
+    if (got == kPage && std::ranges::any_of(page, [](char byte) { return byte != 0; })) {
+      std::copy_n(page.data() + at, size, to);
+      return static_cast<ssize_t>(size);
+    }
+  } else if (data >= 0) {
+    size = std::min(size, static_cast<size_t>(data) - offset);
+  }
+  return pread(fd_.Get(), to, size, static_cast<off_t>(offset));
 }
 
 bool FileReader::IsEntry(EntryHeader *header) {
@@ -161,6 +181,18 @@ std::string FileReader::CheckHeader(bool isWhole) {
   return path_ + ": its header is damaged, or of another format, and no entry behind it is whole";
 }
 
+void FileReader::OpenUnsaved(uint64_t size) {
+  const size_t name = path_.rfind('/') + 1;  // npos + 1 is 0
+  const std::string path = path_.substr(0, name) + kUnsavedLink + "/" + path_.substr(name);
+  base::UniqueFd copy(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+  struct stat status {};
+  FileHeader header;
+  if (!copy || fstat(copy.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (static_cast<uint64_t>(status.st_size) != size) return;
+  if (pread(copy.Get(), &header, sizeof header, 0) != sizeof header) return;
+  if (std::memcmp(&header, &header_, sizeof header) == 0) unsaved_ = std::move(copy);
+}
+
 std::string FileReader::Open(const std::string &path) {
   path_ = path;
   // A pipe in place of a file must not hold up the reader.
@@ -174,6 +206,7 @@ std::string FileReader::Open(const std::string &path) {
       kWord);
   const ssize_t got = pread(fd_.Get(), &header_, sizeof header_, 0);
   if (got < 0) return path + ": " + std::strerror(errno);
+  OpenUnsaved(static_cast<uint64_t>(status.st_size));
   return CheckHeader(static_cast<size_t>(got) == sizeof header_);
 }
 

@@ -1,6 +1,8 @@
 // Reads the entries of one file, past whatever is damaged in it. One thread; constant memory.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -41,6 +43,9 @@ class FileReader {
   const std::byte *Here() const { return reinterpret_cast<const std::byte *>(buffer_.data()) + at_; }
   /// Read from `offset` on. False, with the reason found, when reading fails.
   bool Fill(uint64_t offset);
+  /// Read as pread does, what is not on the disk yet from its copy in memory.
+  ssize_t Read(char *to, size_t size, uint64_t offset) const;
+  void OpenUnsaved(uint64_t size);
   /// Whether a whole entry stands here.
   bool IsEntry(EntryHeader *header);
   bool HasEntryWithSeed(uint64_t seed);
@@ -52,7 +57,7 @@ class FileReader {
   std::string CheckHeader(bool isWhole);
 
   std::string path_;
-  base::UniqueFd fd_;
+  base::UniqueFd fd_, unsaved_;
   FileHeader header_{};
   uint64_t seed_ = 0;
   std::vector<uint64_t> buffer_;  ///< words, so that entries are aligned

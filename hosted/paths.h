@@ -13,6 +13,7 @@ constexpr char kTraceSocket[] = "/var/run/corvane/rynd-trace.sock";
 constexpr char kEventSocket[] = "/var/run/corvane/mgmtd-kprob.sock";
 constexpr char kHostTree[] = "/var/lib/corvane/host";
 constexpr char kFlightFolder[] = "/var/lib/corvane/flight";
+constexpr char kUnsavedFolder[] = "/var/run/corvane/flight";  // of the recording, what is in memory only
 constexpr char kActionsLog[] = "/var/lib/corvane/actions.log";
 constexpr char kLogSocket[] = "/dev/log";
 constexpr char kJournalSocket[] = "/run/systemd/journal/socket";

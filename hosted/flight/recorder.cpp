@@ -28,13 +28,14 @@ namespace {
 using flight::Kind;
 using flight::Piece;
 
-constexpr size_t kStep = size_t{64} << 10;  ///< bytes after which the recorder's thread looks after the pages
-constexpr size_t kAhead = 2 * kStep;        ///< bytes that are ready to be written
-constexpr uint16_t kMostThreads = 256;      ///< that are told apart
+constexpr size_t kStep = size_t{128} << 10;  ///< bytes after which the recorder's thread brings them to the disk
+constexpr size_t kAhead = 2 * kStep;         ///< bytes that are ready to be written
+constexpr uint16_t kMostThreads = 256;       ///< that are told apart
 constexpr size_t kNameSize = 64;
 constexpr size_t kLongestPath = 4096;
 constexpr char kLost[] = "its file can't be accessed any more: a disk has failed, or the file was cut";
 constexpr auto kLongestEnd = std::chrono::milliseconds(200);
+constexpr auto kLonger = std::chrono::milliseconds(200);  ///< what fewer bytes wait for more
 
 /// Appending takes a fraction of a microsecond, so whoever finds the lock taken had better look again at once.
 class ShortMutex {
@@ -70,7 +71,7 @@ struct Recorder {
   Count entriesCount, bytesCount, lostCount;  ///< of all runs
 
   RingFile next;  ///< made by the recorder's thread; none: not ready
-  RingFile full;  ///< to be unmapped by the recorder's thread
+  RingFile full;  ///< of which the recorder's thread has to bring the rest to the disk
   uint64_t startWallUs = 0, startMonotonicNs = 0;
   uint16_t threads = 0;                                         ///< numbers that were given
   std::array<std::array<char, kNameSize>, kMostThreads> names;  ///< of the threads, by number
@@ -80,6 +81,7 @@ struct Recorder {
   std::counting_semaphore<> wake{0};
   std::binary_semaphore ended{1};  ///< given while the recorder's thread does not run
   std::atomic<bool> isEnding = false;
+  bool hasFailed = false;  ///< of the recorder's thread
 };
 
 std::atomic<uint64_t> megabytesNow = 0;  // of the ring
@@ -219,6 +221,7 @@ std::string NoPages(int error) {
 /// Stop recording because of `why`. The recorder's thread.
 void GiveUp(Recorder *recorder, const std::string &why) {
   recorder::isOn = false;
+  recorder->hasFailed = true;
   {
     const std::lock_guard lock(recorder->mutex);
     recorder->isOpen = false;
@@ -226,7 +229,7 @@ void GiveUp(Recorder *recorder, const std::string &why) {
   Log("The flight recording ends: %s", why.c_str());
 }
 
-/// The recorder's thread: looks after pages and files as often as it is woken.
+/// The recorder's thread: brings entries to the disk, and looks after pages and files.
 class Keeper {
  public:
   explicit Keeper(Recorder *recorder) : recorder_(recorder) {}
@@ -241,39 +244,76 @@ class Keeper {
       next = recorder_->next;
       full = std::exchange(recorder_->full, {});
     }
-    Unmap(&full);
-    if (MappingIsLost()) {
-      GiveUp(recorder_, kLost);
-      return false;
-    }
-    if (!KeepPages(current) || (next.base == nullptr && !MakeNext(&next))) return false;
+    if (!SaveAll(current, &full) || !KeepPages(current) || (next.base == nullptr && !MakeNext(&next))) return false;
     // Not earlier: they are memory.
     if (current.size - current.at < 2 * kAhead) Prepare(next, next.at, next.at + kAhead);
     return true;
   }
 
- private:
-  /// Have pages ready in front of the writer, and none behind it.
-  bool KeepPages(const RingFile &current) {
-    const bool isNew = serial_ != current.serial;
-    if (isNew) {
-      ready_ = current.at;
-      released_ = 0;
+  /// Wait until there is something to do.
+  void Wait() {
+    bool isAllSaved = false, isUrgent = false;
+    const auto look = [&] {
+      const std::lock_guard lock(recorder_->mutex);
+      const RingFile &current = recorder_->current;
+      isUrgent = recorder_->full.base != nullptr || current.at - saved_ >= kStep;
+      isAllSaved = !isUrgent && current.at == saved_;
+      recorder_->wakeAt = isAllSaved ? 0 : saved_ + kStep;
+    };
+    look();
+    if (isAllSaved) {
+      recorder_->wake.acquire();
+      look();
     }
-    serial_ = current.serial;
+    if (!isUrgent && !recorder_->isEnding) (void)recorder_->wake.try_acquire_for(kLonger);
+  }
+
+  /// Bring to the disk what is left. Nothing is appended any more.
+  void Finish() {
+    if (!SaveAll(recorder_->current, &recorder_->full)) return;
+    recorder_->files.Finish(&recorder_->current);
+    recorder_->files.Finish(&recorder_->next);
+  }
+
+ private:
+  /// Bring to the disk what is not there yet, of a file that is full first.
+  bool SaveAll(const RingFile &current, RingFile *full) {
+    if (full->base != nullptr) {
+      if (!SaveFile(*full, full->at)) return false;
+      recorder_->files.Finish(full);
+    }
+    return current.base == nullptr || SaveFile(current, current.at);
+  }
+
+  bool SaveFile(const RingFile &file, size_t to) {
+    if (std::exchange(serial_, file.serial) != file.serial) saved_ = ready_ = file.begin;
+    const int error = MappingIsLost() ? 0 : Save(file, saved_, to);
+    // What a lost mapping holds is not what was written there.
+    if (MappingIsLost()) {
+      GiveUp(recorder_, kLost);
+    } else if (error != 0) {
+      GiveUp(recorder_, recorder_->options.folder + ": " + std::strerror(error));
+    } else {
+      saved_ = to;
+      return true;
+    }
+    return false;
+  }
+
+  /// Have pages ready in front of the writer.
+  bool KeepPages(const RingFile &current) {
+    const bool isNew = ready_ == current.begin;
     if (!Prepare(current, std::max(ready_, current.at), current.at + kAhead)) {
       GiveUp(recorder_, NoPages(errno));
       return false;
     }
     ready_ = current.at + kAhead;
-    Release(current, released_, current.at);
-    released_ = current.at;
     if (isNew) recorder_->options.lookAtSettings();
     return true;
   }
 
   bool MakeNext(RingFile *next) {
-    if (const std::string failure = recorder_->files.Make(next, true); !failure.empty()) {
+    if (const std::string failure = recorder_->files.Make(next); !failure.empty()) {
       GiveUp(recorder_, failure);
       return false;
     }
@@ -284,8 +324,8 @@ class Keeper {
 
   Recorder *recorder_;
   uint64_t serial_ = 0;  ///< of the file that the two below are about
+  size_t saved_ = 0;     ///< bytes in front of it are on the disk
   size_t ready_ = 0;     ///< bytes in front of it are ready
-  size_t released_ = 0;  ///< bytes below it were given back
 };
 
 void *RunKeeper(void *) {
@@ -294,7 +334,8 @@ void *RunKeeper(void *) {
   Hyk_SetThreadName("FlightRecorder");
   Keeper keeper(&recorder);
   try {
-    while (!recorder.isEnding && keeper.Round()) recorder.wake.acquire();
+    while (keeper.Round()) keeper.Wait();
+    if (!recorder.hasFailed) keeper.Finish();
   } catch (const std::exception &failure) {
     GiveUp(&recorder, failure.what());
   }
@@ -305,6 +346,7 @@ void *RunKeeper(void *) {
 /// Start the recorder's thread. 0 or an errno value.
 int StartKeeper(Recorder *recorder) {
   recorder->isEnding = false;
+  recorder->hasFailed = false;
   while (recorder->wake.try_acquire()) continue;
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -331,13 +373,13 @@ std::string StartRecorder(const FlightOptions &options) {
   Forget(&recorder);
   ForgetLostMappings();
   recorder.options = options;
-  std::string failure = recorder.files.Open(options.folder, options.megabytes);
+  std::string failure = recorder.files.Open(options.folder, options.unsaved, options.megabytes);
   if (failure.empty()) recorder.files.Continue(&recorder.current, &recorder.next);
   if (recorder.current.size - recorder.current.at < kStep) {  // full, or none
-    Unmap(&recorder.current);
+    recorder.files.Finish(&recorder.current);
     recorder.current = std::exchange(recorder.next, {});
   }
-  if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current, false);
+  if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current);
   if (failure.empty() && !Prepare(recorder.current, recorder.current.at, recorder.current.at + kAhead)) {
     failure = options.folder + ": " + NoPages(errno);
   }
@@ -361,13 +403,14 @@ std::string StartRecorder(const FlightOptions &options) {
   }
   longestContent = recorder.current.size / 2;
   megabytesNow = options.megabytes;
+  recorder::isOn = true;  // the thread begins with the settings
   if (const int error = StartKeeper(&recorder); error != 0) {
+    recorder::isOn = false;
     recorder.isOpen = false;
     Forget(&recorder);
     recorder.ended.release();
     return std::string("no thread for it: ") + std::strerror(error);
   }
-  recorder::isOn = true;
   return "";
 }
 

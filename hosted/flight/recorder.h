@@ -1,5 +1,6 @@
-// The flight recorder: appends entries to a mapped file. Any thread; an entry costs a short lock and a copy, and no
-// system call. Nothing waits for a disk but the recorder's own thread.
+// The flight recorder: appends entries to a copy of its file in memory. Any thread; an entry costs a short lock and a
+// copy, and five times a second a wake-up of the recorder's own thread, which brings them to the disk. Nothing else
+// waits for a disk.
 #pragma once
 
 #include <atomic>
@@ -15,7 +16,7 @@ namespace hosted {
 
 /// What a recording needs to begin.
 struct FlightOptions {
-  std::string folder;                        ///< of the ring; made when missing
+  std::string folder, unsaved;               ///< of the ring, and of what is not on the disk yet; made when missing
   uint64_t megabytes = 0;                    ///< of the ring, at least 1
   std::string version, build, root, bootId;  ///< for who reads it
   void (*lookAtSettings)() = nullptr;        ///< records the host's settings; called by the recorder's thread

@@ -6,18 +6,17 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <utility>
 
 #include "flight/format.h"
 #include "hosted/flight/mappingGuard.h"
@@ -49,18 +48,11 @@ uint64_t SerialOf(const std::string &name) {
   return std::from_chars(name.data() + front, end, serial).ptr == end ? serial : 0;
 }
 
-/// Write zeros to a file whose bytes are reserved. The file system then keeps it in memory in larger pieces than the
-/// pages that it would bring in one by one. Where it fails nothing is lost but time.
-void Fill(int fd, size_t size) {
-  static std::array<std::byte, kPage> zeros{};  // only read
-  std::array<iovec, 32> parts;
-  parts.fill({zeros.data(), zeros.size()});
-  for (size_t at = 0; at < size;) {
-    const auto count = static_cast<int>(std::min(parts.size(), (size - at) / kPage));
-    const ssize_t done = pwritev(fd, parts.data(), count, static_cast<off_t>(at));
-    if (done <= 0) return;
-    at += static_cast<size_t>(done);
-  }
+std::string NameOf(uint64_t serial) {
+  char name[32];
+  std::snprintf(name, sizeof name, "%s%010llu%s", flight::kFilePrefix, static_cast<unsigned long long>(serial),
+                flight::kFileSuffix);
+  return name;
 }
 
 /// The ring's files: their sizes by their serial numbers. 0 or an errno value.
@@ -88,25 +80,37 @@ uint64_t RandomSeed() {
   return flight::Checksum(&now, sizeof now, static_cast<uint64_t>(getpid()));
 }
 
-/// Where the entries of a mapped file end; 0 when something else than a kill has damaged it. Whatever a kill has left
-/// of one more entry is wiped out.
-size_t FindEnd(const RingFile &file) {
+/// Where the entries of a file end, all of which `bytes` map; 0 when something else than a kill has damaged it.
+/// Whatever a kill has left of one more entry is wiped out.
+size_t FindEnd(std::byte *bytes, size_t size, uint64_t seed) {
   size_t at = sizeof(flight::FileHeader);
   flight::EntryHeader header;
-  while (at + sizeof header <= file.size) {
-    std::memcpy(&header, file.base + at, sizeof header);
+  while (at + sizeof header <= size) {
+    std::memcpy(&header, bytes + at, sizeof header);
     if (flight::FirstWord(header) == 0) break;
-    const bool fits = header.length >= sizeof header && flight::Padded(header.length) <= file.size - at;
-    if (!fits || flight::EntryChecksum(header, file.base + at + sizeof header, file.seed) != header.checksum) return 0;
+    const bool fits = header.length >= sizeof header && flight::Padded(header.length) <= size - at;
+    if (!fits || flight::EntryChecksum(header, bytes + at + sizeof header, seed) != header.checksum) return 0;
     at += flight::Padded(header.length);
   }
-  const size_t rest = std::min(file.size - at, flight::kMaxEntrySize);
+  const size_t rest = std::min(size - at, flight::kMaxEntrySize);
   for (size_t i = 0; i < rest; i += 8) {
     uint64_t word;
-    std::memcpy(&word, file.base + at + i, sizeof word);
-    if (word != 0) std::memset(file.base + at + i, 0, sizeof word);
+    std::memcpy(&word, bytes + at + i, sizeof word);
+    if (word != 0) std::memset(bytes + at + i, 0, sizeof word);
   }
   return at;
+}
+
+/// FindEnd in a file on the disk.
+size_t FindEndOf(const base::UniqueFd &disk, size_t size, uint64_t seed) {
+  void *base = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, disk.Get(), 0);
+  if (base == MAP_FAILED) return 0;
+  auto *bytes = static_cast<std::byte *>(base);
+  GuardMapping(bytes, size);
+  const size_t end = FindEnd(bytes, size, seed);
+  UnguardMapping(bytes);
+  munmap(base, size);
+  return MappingIsLost() ? 0 : end;
 }
 
 }  // namespace
@@ -116,6 +120,7 @@ void Unmap(RingFile *file) {
     UnguardMapping(file->base);
     munmap(file->base, file->size);
   }
+  if (file->disk >= 0) close(file->disk);
   *file = {};
 }
 
@@ -126,20 +131,22 @@ bool Prepare(const RingFile &file, size_t from, size_t to) {
   return errno == EINVAL || errno == ENOSYS;  // an older kernel: then the pages come one by one
 }
 
-void Release(const RingFile &file, size_t from, size_t to) {
-  to &= ~(kPage - 1);
-  from &= ~(kPage - 1);
-  if (from < to) madvise(file.base + from, to - from, MADV_DONTNEED);
+int Save(const RingFile &file, size_t from, size_t to) {
+  for (size_t at = from; at < to;) {
+    const ssize_t done = pwrite(file.disk, file.base + at, to - at, static_cast<off_t>(at));
+    if (done < 0 && errno == EINTR) continue;
+    if (done <= 0) return done < 0 ? errno : EIO;
+    at += static_cast<size_t>(done);
+  }
+  GiveBack(file.base, from, to);
+  return 0;
 }
 
 std::string RingFiles::PathOf(uint64_t serial) const {
-  char name[32];
-  std::snprintf(name, sizeof name, "%s%010llu%s", flight::kFilePrefix, static_cast<unsigned long long>(serial),
-                flight::kFileSuffix);
-  return folder_ + "/" + name;
+  return folder_ + "/" + NameOf(serial);
 }
 
-std::string RingFiles::Open(const std::string &folder, uint64_t megabytes) {
+std::string RingFiles::Open(const std::string &folder, const std::string &unsaved, uint64_t megabytes) {
   folder_ = folder;
   most_ = megabytes * kMiB;
   fileSize_ = std::clamp<size_t>(most_ / kFilesOfRing, kLeastFile, kMostFile);
@@ -149,40 +156,45 @@ std::string RingFiles::Open(const std::string &folder, uint64_t megabytes) {
   if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
     return errno == EWOULDBLOCK ? folder + ": another process records there" : Failure(folder, errno);
   }
+  if (std::string failure = unsaved_.Open(unsaved, folder); !failure.empty()) return failure;
   std::map<uint64_t, uint64_t> files;
   if (const int error = ListFiles(folder, &files); error != 0) return Failure(folder, error);
   lastSerial_ = files.empty() ? 0 : files.rbegin()->first;
   return "";
 }
 
-/// Reserve all of a file, which is `fileSize_` long, and map it.
-std::string RingFiles::Map(const base::UniqueFd &fd, const std::string &path, RingFile *file) const {
-  // Reserved, so that a full disk is an error here and no signal at a later access.
-  if (fallocate(fd.Get(), 0, 0, static_cast<off_t>(fileSize_)) != 0) return Failure(path, errno);
-  void *base = mmap(nullptr, fileSize_, PROT_READ | PROT_WRITE, MAP_SHARED, fd.Get(), 0);
-  if (base == MAP_FAILED) return Failure(path, errno);
-  madvise(base, fileSize_, MADV_DONTDUMP);
-  file->base = static_cast<std::byte *>(base);
+/// Make the copy in memory of a file, which is `fileSize_` long. "" or what is wrong.
+std::string RingFiles::MakeCopy(base::UniqueFd disk, RingFile *file) const {
+  file->base = unsaved_.Make(NameOf(file->serial), fileSize_);
+  if (file->base == nullptr) return Failure("no memory", errno);
   file->size = fileSize_;
-  GuardMapping(file->base, file->size);
+  file->disk = disk.Release();
+  file->begin = file->at;
+  // The header, and what stands on the disk of the page that is written next.
+  for (const size_t page : {size_t{0}, file->at & ~(kPage - 1)}) {
+    const size_t length = std::min(file->at - page, kPage);
+    if (!Prepare(*file, page, page + kPage)) return Failure("no memory", errno);
+    if (pread(file->disk, file->base + page, length, static_cast<off_t>(page)) < 0)
+      return Failure(PathOf(file->serial), errno);
+  }
   return "";
 }
 
+/// Find a file of an earlier run. False when it can't be gone on with.
 bool RingFiles::Reopen(uint64_t serial, RingFile *file) const {
   const std::string path = PathOf(serial);
-  const base::UniqueFd fd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  base::UniqueFd fd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (!fd || fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
   if (static_cast<uint64_t>(status.st_size) != fileSize_) return false;
-  file->serial = serial;
-  if (!Map(fd, path, file).empty() || file->base == nullptr) return false;
   flight::FileHeader header;
-  std::memcpy(&header, file->base, sizeof header);
+  if (pread(fd.Get(), &header, sizeof header, 0) != sizeof header) return false;
   const flight::FileHeader wanted = flight::MakeFileHeader(serial, header.seed);
+  if (std::memcmp(&header, &wanted, sizeof header) != 0) return false;
+  file->serial = serial;
   file->seed = header.seed;
-  file->at = std::memcmp(&header, &wanted, sizeof header) == 0 ? FindEnd(*file) : 0;
-  Release(*file, 0, file->size);
-  if (file->at != 0) return true;
+  file->at = FindEndOf(fd, fileSize_, header.seed);
+  if (file->at != 0 && MakeCopy(std::move(fd), file).empty()) return true;
   Unmap(file);
   return false;
 }
@@ -211,28 +223,26 @@ std::string RingFiles::Prune() {
   return "";
 }
 
-/// Give a file that stands at `path` its header, and then its name. "" or what is wrong.
-std::string RingFiles::Finish(const std::string &path, RingFile *file) const {
-  if (!Prepare(*file, 0, sizeof(flight::FileHeader))) return Failure(path, errno);
-  file->seed = RandomSeed();
-  file->at = sizeof(flight::FileHeader);
+/// Make a file at `path`, all of it reserved, and give it its header and then its name. "" or what is wrong.
+std::string RingFiles::MakeOnDisk(const std::string &path, RingFile *file) const {
+  base::UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640));
+  // Reserved, so that there is room for each entry.
+  if (!fd || fallocate(fd.Get(), 0, 0, static_cast<off_t>(fileSize_)) != 0) return Failure(path, errno);
   const flight::FileHeader header = flight::MakeFileHeader(file->serial, file->seed);
-  std::memcpy(file->base, &header, sizeof header);
-  Release(*file, 0, file->size);  // until it is its turn
+  if (pwrite(fd.Get(), &header, sizeof header, 0) != sizeof header) return Failure(path, errno);
+  if (std::string failure = MakeCopy(std::move(fd), file); !failure.empty()) return failure;
   return std::rename(path.c_str(), PathOf(file->serial).c_str()) == 0 ? "" : Failure(path, errno);
 }
 
-std::string RingFiles::Make(RingFile *file, bool isFilled) {
+std::string RingFiles::Make(RingFile *file) {
   if (std::string failure = Prune(); !failure.empty()) return failure;
   // It gets its name when it has its header, so that no kill leaves a file that is none.
   const std::string path = folder_ + "/.new";
   if (unlink(path.c_str()) != 0 && errno != ENOENT) return Failure(path, errno);
-  const base::UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640));
-  if (!fd) return Failure(path, errno);
   file->serial = lastSerial_ + 1;
-  std::string failure = Map(fd, path, file);
-  if (failure.empty() && isFilled) Fill(fd.Get(), file->size);
-  if (failure.empty()) failure = Finish(path, file);
+  file->seed = RandomSeed();
+  file->at = sizeof(flight::FileHeader);
+  std::string failure = MakeOnDisk(path, file);
   if (failure.empty()) {
     lastSerial_ = file->serial;
   } else {
@@ -240,6 +250,11 @@ std::string RingFiles::Make(RingFile *file, bool isFilled) {
     Unmap(file);
   }
   return failure;
+}
+
+void RingFiles::Finish(RingFile *file) const {
+  if (file->base != nullptr) unsaved_.Remove(NameOf(file->serial));
+  Unmap(file);
 }
 
 }  // namespace hosted

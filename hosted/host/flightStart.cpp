@@ -55,8 +55,9 @@ void Start(const char *version) {
   char kernelDate[kHsiBuildDateSize] = "";
   const char *build = "";
   HSI_CheckSig(kernelDate, sizeof kernelDate, &build);
-  const std::string failure = StartRecorder(
-      {RootPath(kFlightFolder), static_cast<uint64_t>(megabytes), version, build, Hyk_Root(), BootId(), LookAtOptions});
+  const std::string failure =
+      StartRecorder({RootPath(kFlightFolder), RootPath(kUnsavedFolder), static_cast<uint64_t>(megabytes), version,
+                     build, Hyk_Root(), BootId(), LookAtOptions});
   if (!failure.empty()) Log("Nothing is recorded: %s", failure.c_str());
 }
 

@@ -1,9 +1,14 @@
 // The flight recorder in the running daemon: what it keeps, kills at random instants, rings that are full, disks that
-// are.
+// are, that fail, or that do not answer.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -114,7 +119,9 @@ Content ContentOf(const TestRoot &root) {
 
 uint64_t RingBytes(const TestRoot &root) {
   uint64_t bytes = 0;
-  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root))) bytes += file.file_size();
+  std::vector<std::string> files;
+  EXPECT_EQ(flight::ListRing(FlightFolder(root), &files), 0);
+  for (const std::string &file : files) bytes += std::filesystem::file_size(file);
   return bytes;
 }
 
@@ -134,20 +141,32 @@ void Send(const base::UniqueFd &fd, unsigned seed, const std::atomic<bool> &stop
   }
 }
 
+/// Eight contexts that send as fast as they can, as long as it lives.
+class Senders {
+ public:
+  explicit Senders(const TestRoot &root) {
+    for (unsigned context = 0; context < 8; ++context) {
+      senders_.emplace_back([this, context, fd = ConnectKernel(root, context)] { Send(fd, context, stop_); });
+    }
+  }
+  ~Senders() {
+    stop_ = true;
+    for (std::thread &sender : senders_) sender.join();
+  }
+
+ private:
+  std::atomic<bool> stop_ = false;
+  std::vector<std::thread> senders_;
+};
+
 /// Starts a daemon below `root`, has many contexts send, and kills it a random while later.
 void RunAndKill(const TestRoot &root, const LogListener &log, size_t run, std::mt19937 *random) {
   Daemon daemon(root);
   ASSERT_TRUE(log.Lines().WaitFor(kReady, run));
-  std::atomic<bool> stop = false;
-  std::vector<std::thread> senders;
-  for (unsigned context = 0; context < 8; ++context) {
-    senders.emplace_back([&stop, context, fd = ConnectKernel(root, context)] { Send(fd, context, stop); });
-  }
+  const Senders senders(root);
   std::this_thread::sleep_for(std::chrono::microseconds((*random)() % 120'000));
   daemon.Signal(SIGKILL);
   EXPECT_EQ(daemon.WaitForExit(), 128 + SIGKILL);
-  stop = true;
-  for (std::thread &sender : senders) sender.join();
 }
 
 size_t Kills() {
@@ -170,6 +189,7 @@ TEST(Recorder, AKillAtAnyInstantLeavesWholeEntries) {
       ASSERT_TRUE(content.wrong.empty()) << "run " << run << ": " << content.wrong[0];
       if (RingBytes(root) < uint64_t{150} << 20 && megabytes > 2) {  // nothing was overwritten yet
         ASSERT_EQ(content.starts, run);
+        ASSERT_GE(content.events, events.Records().Count()) << "what was not on the disk yet";
       }
       ASSERT_LE(RingBytes(root), megabytes << 20);
     }
@@ -204,13 +224,21 @@ TEST(Recorder, KeepsWhatAnAgentSawAndSaid) {
 TEST(Recorder, WhatPreventsItIsSaidAndHarmsNobody) {
   struct Case {
     const char *setting, *line;
+    bool isOpenToAll = false;
   };
-  for (const auto &[setting, line] : {Case{"64\n", "Nothing is recorded: "}, Case{"65537\n", "from 0 to 65536"},
-                                      Case{"many\n", "Cannot read "}, Case{"0\n", kReady}}) {
+  for (const auto &[setting, line, isOpenToAll] :
+       {Case{"64\n", "Nothing is recorded: "}, Case{"65537\n", "from 0 to 65536"}, Case{"many\n", "Cannot read "},
+        Case{"0\n", kReady}, Case{"64\n", "/var/run/corvane/flight: others can write there", true}}) {
     const TestRoot root;
     const LogListener log(root / "/dev/log");
     WriteFile(root / "/var/lib/corvane/host/sysinfo/config/intOpts/Flight/Megabytes", setting);
-    WriteFile(FlightFolder(root), "no folder");
+    if (isOpenToAll) {
+      const std::string folder = root / "/var/run/corvane/flight";
+      std::filesystem::create_directories(folder);
+      std::filesystem::permissions(folder, std::filesystem::perms::all);
+    } else {
+      WriteFile(FlightFolder(root), "no folder");
+    }
     Daemon daemon(root);
     ASSERT_TRUE(log.Lines().WaitFor(kReady));
     EXPECT_EQ(log.Lines().CountOf(line), 1u) << setting;
@@ -224,14 +252,14 @@ void FillDisk(const TestRoot &, const Daemon &daemon) {
   ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_FSIZE, &none, nullptr), 0);
 }
 
-/// Accesses to what is mapped fail, as on a disk that has failed.
+/// Accesses to what is mapped fail.
 void CutFiles(const TestRoot &root, const Daemon &) {
-  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root))) {
+  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root) + "/unsaved")) {
     std::filesystem::resize_file(file, 0);
   }
 }
 
-TEST(Recorder, ADiskThatIsFullOrFailsTurnsItOff) {
+TEST(Recorder, AFullDiskAndLostMemoryTurnItOff) {
   for (const auto harm : {FillDisk, CutFiles}) {
     const TestRoot root;
     const LogListener log(root / "/dev/log");
@@ -239,16 +267,12 @@ TEST(Recorder, ADiskThatIsFullOrFailsTurnsItOff) {
     TurnOnRecorder(root, 2);
     Daemon daemon(root, [] { signal(SIGXFSZ, SIG_IGN); });
     ASSERT_TRUE(log.Lines().WaitFor(kReady));
-    std::atomic<bool> stop = false;
-    std::vector<std::thread> senders;
-    for (unsigned context = 0; context < 8; ++context) {
-      senders.emplace_back([&stop, context, fd = ConnectKernel(root, context)] { Send(fd, context, stop); });
+    {
+      const Senders senders(root);
+      harm(root, daemon);
+      EXPECT_TRUE(log.Lines().WaitFor("The flight recording ends: "));
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    harm(root, daemon);
-    EXPECT_TRUE(log.Lines().WaitFor("The flight recording ends: "));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    stop = true;
-    for (std::thread &sender : senders) sender.join();
     ASSERT_TRUE(SendRecord(ConnectKernel(root, 9), MakeRecord("ryn.clock.last")));
     EXPECT_TRUE(log.Lines().WaitFor("ryn.clock.last"));
     EXPECT_EQ(daemon.Stop(), 0);
@@ -258,6 +282,67 @@ TEST(Recorder, ADiskThatIsFullOrFailsTurnsItOff) {
     EXPECT_TRUE(content.wrong.empty()) << content.wrong[0];
     EXPECT_GT(content.observations, 0u);
   }
+}
+
+/// A disk of its own at `path`, as a file below `root`, which can be frozen; only root can have one.
+class FreezableDisk {
+ public:
+  FreezableDisk(const TestRoot &root, const std::string &path) : path_(path) {
+    const std::string image = root / "/disk";
+    std::filesystem::create_directories(path);
+    isMounted_ = std::system(("truncate -s 64M " + image + " && mkfs.ext4 -q " + image + " && mount -o loop " + image +
+                              " " + path)
+                                 .c_str()) == 0;
+    folder_.Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY));
+  }
+  ~FreezableDisk() {
+    folder_.Reset();
+    if (isMounted_) umount2(path_.c_str(), MNT_DETACH);
+  }
+  bool IsMounted() const { return isMounted_; }
+  bool Freeze(bool isFrozen) const { return ioctl(folder_.Get(), isFrozen ? FIFREEZE : FITHAW, 0) == 0; }
+
+ private:
+  const std::string path_;
+  bool isMounted_ = false;
+  base::UniqueFd folder_;
+};
+
+TEST(Recorder, ADiskThatDoesNotAnswerHoldsUpNobody) {
+  const TestRoot root;
+  const FreezableDisk disk(root, FlightFolder(root));
+  if (!disk.IsMounted()) GTEST_SKIP() << "only root can have a disk";
+  const LogListener log(root / "/dev/log");
+  TurnOnRecorder(root, 2);
+  Daemon daemon(root);
+  ASSERT_TRUE(log.Lines().WaitFor(kReady));
+  {
+    const Senders senders(root);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ASSERT_TRUE(disk.Freeze(true));
+  }
+  std::atomic<bool> isFrozen = true;
+  std::thread thaw([&] {
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    isFrozen = !disk.Freeze(false);
+  });
+  {
+    const Senders senders(root);  // far more than memory holds
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  }
+  EXPECT_TRUE(SendRecord(ConnectKernel(root, 9), MakeRecord("ryn.clock.frozen")));
+  EXPECT_TRUE(log.Lines().WaitFor("ryn.clock.frozen"));
+  EXPECT_TRUE(isFrozen) << "something has waited for the disk";
+  thaw.join();
+  ASSERT_FALSE(isFrozen);
+  ASSERT_TRUE(WaitUntil([&] {
+    EXPECT_TRUE(SendRecord(ConnectKernel(root, 9), MakeRecord("ryn.clock.thawed")));
+    return ContentOf(root).lost > 0;
+  }));
+  EXPECT_EQ(daemon.Stop(), 0);
+  const Content content = ContentOf(root);
+  EXPECT_TRUE(content.wrong.empty()) << content.wrong[0];
+  EXPECT_GT(content.observations, 0u);
 }
 
 }  // namespace
