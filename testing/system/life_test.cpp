@@ -64,11 +64,22 @@ TEST(Life, AStopLeavesNoSocketBehindButOthersOwn) {
   }
 }
 
-TEST(Life, ABlockedStandardErrorHoldsUpNoPanic) {
-  if (RYND_EMULATED) GTEST_SKIP() << "the emulator writes there too when its program aborts, and waits";
-  const TestRoot root;
+TEST(Life, ABlockedStandardErrorHoldsUpNeitherEventsNorAPanic) {
   const Unread blocked(Unread::Kind::kPipe);
   blocked.Fill();
+  {
+    const TestRoot served;
+    const EventListener events(served / "/var/run/corvane/mgmtd-kprob.sock");
+    Daemon daemon(served, [&] { dup2(blocked.write.Get(), STDERR_FILENO); });
+    ASSERT_TRUE(WaitUntil([&] { return std::filesystem::exists(served / "/var/run/corvane/rynd-trace.sock"); }));
+    for (unsigned i = 0; i < 40; ++i) {
+      ASSERT_TRUE(SendRecord(ConnectKernel(served, i % 29), MakeRecord("ryn.storage.apd.start", {std::to_string(i)})));
+    }
+    EXPECT_TRUE(events.Records().WaitFor("amb.problem.storage.apd.start", 40));
+    EXPECT_EQ(daemon.Stop(), 0);
+  }
+  if (RYND_EMULATED) GTEST_SKIP() << "the emulator writes there too when its program aborts, and waits";
+  const TestRoot root;
   WriteFile(root / "/var/lib/corvane/host/sysinfo/system/buildSignature", "another\n");
   Daemon daemon(root, [&] { dup2(blocked.write.Get(), STDERR_FILENO); });
   EXPECT_EQ(daemon.WaitForExit(), 128 + SIGABRT);
