@@ -8,6 +8,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "flight/parse.h"
@@ -19,6 +22,16 @@ constexpr size_t kBufferSize = 2 * kMaxEntrySize;
 constexpr size_t kWord = 8;
 /// A file that is made so that hashing what is no entry takes for ever is given up.
 constexpr uint64_t kMostEffort = uint64_t{1} << 30;
+
+/// Where the copy in memory of a file stands that is in its ring; "" for any other.
+std::string UnsavedPath(const std::string &path) {
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::absolute(path, error).lexically_normal();
+  std::string folder = whole.parent_path();
+  constexpr std::string_view kRing = kRingFolder;
+  if (error || !folder.ends_with(kRing)) return "";
+  return folder.replace(folder.size() - kRing.size(), kRing.size(), kUnsavedFolder) + "/" + whole.filename().string();
+}
 
 }  // namespace
 
@@ -182,8 +195,8 @@ std::string FileReader::CheckHeader(bool isWhole) {
 }
 
 void FileReader::OpenUnsaved(uint64_t size) {
-  const size_t name = path_.rfind('/') + 1;  // npos + 1 is 0
-  const std::string path = path_.substr(0, name) + kUnsavedLink + "/" + path_.substr(name);
+  const std::string path = UnsavedPath(path_);
+  if (path.empty()) return;
   base::UniqueFd copy(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
   struct stat status {};
   FileHeader header;

@@ -17,8 +17,9 @@ constexpr std::array<char, 8> kMagic = {'r', 'y', 'n', 'f', 'l', 't', '\r', '\n'
 constexpr char kFilePrefix[] = "flight-";  ///< a ring's file: flight-NNNNNNNNNN.rec, its serial number in ten digits
 constexpr char kFileSuffix[] = ".rec";
 constexpr size_t kSerialDigits = 10;
-/// In a ring's folder: a link to the folder of what is not on the disk yet, copies of files with holes.
-constexpr char kUnsavedLink[] = "unsaved";
+/// Below the root: the ring, and what is not on its disk yet, copies of its files with holes.
+constexpr char kRingFolder[] = "/var/lib/corvane/flight";
+constexpr char kUnsavedFolder[] = "/var/run/corvane/flight";
 
 /// The front of each file.
 struct FileHeader {

@@ -9,10 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 #include "flight/format.h"
@@ -26,17 +24,6 @@ constexpr size_t kPage = 4096;
 
 std::string Failure(const std::string &what, int error) {
   return what + ": " + std::strerror(error);
-}
-
-/// Have `link` point at `path`, whatever it pointed at. 0 or an errno value.
-int Link(const std::string &path, const std::string &link) {
-  const std::unique_ptr<char, void (*)(void *)> target(realpath(path.c_str(), nullptr), std::free);
-  if (target == nullptr) return errno;
-  std::array<char, 4096> found;
-  const ssize_t length = readlink(link.c_str(), found.data(), found.size());
-  if (length >= 0 && std::string_view(found.data(), static_cast<size_t>(length)) == target.get()) return 0;
-  if (unlink(link.c_str()) != 0 && errno != ENOENT) return errno;
-  return symlink(target.get(), link.c_str()) == 0 ? 0 : errno;
 }
 
 /// The names in a folder. 0 or an errno value.
@@ -78,8 +65,6 @@ std::string Unsaved::Open(const std::string &path, const std::string &ring) {
   struct stat status {};
   if (!folder_ || fstat(folder_.Get(), &status) != 0) return Failure(path, errno);
   if (status.st_uid != geteuid() || (status.st_mode & 022) != 0) return path + ": others can write there";
-  const std::string link = ring + "/" + flight::kUnsavedLink;
-  if (const int error = Link(path, link); error != 0) return Failure(link, error);
   std::vector<std::string> names;
   if (const int error = List(folder_.Get(), &names); error != 0) return Failure(path, error);
   for (const std::string &name : names) {

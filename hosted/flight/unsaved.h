@@ -1,7 +1,7 @@
 // What of a recording is not on its disk yet. A disk may fail, be frozen for a backup, or not answer for minutes, and
 // an access to a mapped file waits for it. So entries are written to a copy of the file in memory: a mapped file of the
 // same name and layout in a folder beside the sockets. What was brought to the disk leaves it. It outlives the process,
-// and readers find it by the link "unsaved" in the ring's folder. One thread at a time.
+// and readers look there. One thread at a time.
 #pragma once
 
 #include <cstddef>

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "flight/format.h"
 #include "hosted/flight/recorder.h"
 #include "hosted/host/hostTree.h"
 #include "hosted/log/log.h"
@@ -56,8 +57,8 @@ void Start(const char *version) {
   const char *build = "";
   HSI_CheckSig(kernelDate, sizeof kernelDate, &build);
   const std::string failure =
-      StartRecorder({RootPath(kFlightFolder), RootPath(kUnsavedFolder), static_cast<uint64_t>(megabytes), version,
-                     build, Hyk_Root(), BootId(), LookAtOptions});
+      StartRecorder({RootPath(flight::kRingFolder), RootPath(flight::kUnsavedFolder), static_cast<uint64_t>(megabytes),
+                     version, build, Hyk_Root(), BootId(), LookAtOptions});
   if (!failure.empty()) Log("Nothing is recorded: %s", failure.c_str());
 }
 

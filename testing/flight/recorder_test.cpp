@@ -119,9 +119,7 @@ Content ContentOf(const TestRoot &root) {
 
 uint64_t RingBytes(const TestRoot &root) {
   uint64_t bytes = 0;
-  std::vector<std::string> files;
-  EXPECT_EQ(flight::ListRing(FlightFolder(root), &files), 0);
-  for (const std::string &file : files) bytes += std::filesystem::file_size(file);
+  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root))) bytes += file.file_size();
   return bytes;
 }
 
@@ -254,7 +252,7 @@ void FillDisk(const TestRoot &, const Daemon &daemon) {
 
 /// Accesses to what is mapped fail.
 void CutFiles(const TestRoot &root, const Daemon &) {
-  for (const auto &file : std::filesystem::directory_iterator(FlightFolder(root) + "/unsaved")) {
+  for (const auto &file : std::filesystem::directory_iterator(root / "/var/run/corvane/flight")) {
     std::filesystem::resize_file(file, 0);
   }
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <system_error>
 
+#include "flight/format.h"
 #include "flight/reader.h"
 #include "hosted/paths.h"
 #include "rynctl/health/healthChecks.h"
@@ -23,7 +24,7 @@ std::string SettingPath() {
 
 /// ", N MiB held, the oldest DURATION old", as far as this user may look.
 std::string Held(uint64_t nowUs) {
-  const std::string folder = hosted::RootPath(hosted::kFlightFolder);
+  const std::string folder = hosted::RootPath(flight::kRingFolder);
   std::vector<std::string> files;
   if (flight::ListRing(folder, &files) != 0) return "";
   uint64_t bytes = 0;

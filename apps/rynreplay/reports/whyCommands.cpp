@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "catalog/find.h"
+#include "flight/format.h"
 #include "flight/reader.h"
 #include "hosted/paths.h"
 #include "replay/recording/player.h"
@@ -16,8 +17,6 @@
 
 namespace replay {
 namespace {
-
-constexpr char kFlightFolder[] = "/var/lib/corvane/flight";
 
 /// The whole name of the event that `name` means. "", after saying so, when there is none.
 std::string EventNamed(const std::string &name, rynctl::Console *console) {
@@ -96,7 +95,7 @@ int WhyCommand(const rynctl::Words &words, rynctl::Console &console) {
     if (!atUs) return line.UsageError("--at: '" + at + "' is no time", console);
     wanted.atUs = static_cast<uint64_t>(*atUs);
   }
-  if (path.empty()) path = hosted::RootPath(kFlightFolder);
+  if (path.empty()) path = hosted::RootPath(flight::kRingFolder);
   HeldRuns runs;
   if (!LookThrough(path, wanted, &runs, &console)) return kUnusable;
   return PlayRun(RunsOf(path), runs.run, &console, [&](StepSource *source, size_t) {
@@ -127,7 +126,7 @@ int WhyNotCommand(const rynctl::Words &words, rynctl::Console &console) {
 
   const std::string whole = EventNamed(name, &console);
   if (whole.empty()) return kUnusable;
-  if (path.empty()) path = hosted::RootPath(kFlightFolder);
+  if (path.empty()) path = hosted::RootPath(flight::kRingFolder);
   HeldRuns runs;
   if (!LookThrough(path, {}, &runs, &console)) return kUnusable;
   return PlayRuns(path, &console, [&](StepSource *source, size_t run) {
