@@ -12,7 +12,6 @@
 namespace flight {
 namespace {
 
-using testing_support::ReadFile;
 using testing_support::WriteFile;
 
 /// One entry alone, as bytes that can be compared.

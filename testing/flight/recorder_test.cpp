@@ -27,7 +27,7 @@ const char kReady[] = "rynd setup completed. Start polling loop.";
 /// What stands in a recording, and whether it can be.
 struct Content {
   size_t starts = 0, stops = 0, observations = 0, taken = 0, events = 0;
-  uint64_t lost = 0, findings = 0;
+  uint64_t lost = 0;
   std::vector<std::string> wrong;
   std::map<std::string, std::string> threads;  ///< the kinds of each thread's entries, a letter each
   std::map<std::string, std::string> settings;
@@ -35,17 +35,10 @@ struct Content {
   void Blame(const std::string &problem) {
     if (wrong.size() < 5) wrong.push_back(problem);
   }
-};
-
-/// Follows the entries of a recording.
-class Check {
- public:
-  explicit Check(Content *content) : content_(*content) {}
-
-  void operator()(const flight::Entry &entry) {
-    if (entry.monotonicNs < lastNs_) content_.Blame("the time goes back");
+  void Follow(const flight::Entry &entry) {
+    if (entry.monotonicNs < lastNs_) Blame("the time goes back");
     lastNs_ = entry.monotonicNs;
-    content_.threads[std::string(entry.thread)] += "SotTdchexls"[entry.what.index()];
+    threads[std::string(entry.thread)] += "SotTdchexls"[entry.what.index()];
     thread_ = entry.threadNumber;
     std::visit([this](const auto &what) { See(what); }, entry.what);
   }
@@ -53,48 +46,46 @@ class Check {
  private:
   void See(const flight::Start &start) {
     if (start.isContinued) return;
-    ++content_.starts;
+    ++starts;
     isWhole_ = true;
     next_.clear();
     busy_.clear();
     hashes_.clear();
   }
   void See(const flight::Observation &seen) {
-    ++content_.observations;
-    if (const char *wrong = hosted::CheckRecord(seen.record.data(), seen.record.size()); wrong != nullptr) {
-      content_.Blame(wrong);
-      return;
+    ++observations;
+    if (const char *what = hosted::CheckRecord(seen.record.data(), seen.record.size()); what != nullptr) {
+      return Blame(what);
     }
     hashes_.insert(flight::RecordHash(seen.record.data(), seen.record.size()));
     // Each sender numbers its records, so that a gap is an observation that was not recorded.
     const uint64_t number = hosted::DecodeRecord(seen.record.data(), seen.record.size()).sequence;
     if (const auto [known, isFirst] = next_.emplace(seen.context, number + 1); !isFirst) {
-      if (known->second != number && isWhole_) content_.Blame("an observation is missing");
+      if (known->second != number && isWhole_) Blame("an observation is missing");
       known->second = number + 1;
     }
   }
-  void See(const flight::Taken &taken) {
-    ++content_.taken;
-    if (!hashes_.contains(taken.hash) && isWhole_) content_.Blame("an unknown observation was taken");
-    if (!busy_.insert(thread_).second && isWhole_) content_.Blame("a thread takes two at once");
+  void See(const flight::Taken &entry) {
+    ++taken;
+    if (!hashes_.contains(entry.hash) && isWhole_) Blame("an unknown observation was taken");
+    if (!busy_.insert(thread_).second && isWhole_) Blame("a thread takes two at once");
   }
   void See(const flight::Done &) { busy_.erase(thread_); }
   void See(const flight::Event &event) {
-    ++content_.events;
-    if (event.record.size() < 72) content_.Blame("an event is no record");
+    ++events;
+    if (event.record.size() < 72) Blame("an event is no record");
   }
   void See(const flight::HostAnswer &host) {
-    if (host.isSetting) content_.settings[std::string(host.path)] = host.content;
+    if (host.isSetting) settings[std::string(host.path)] = host.content;
   }
-  void See(const flight::Lost &lost) {
-    content_.lost += lost.count;
+  void See(const flight::Lost &entry) {
+    lost += entry.count;
     isWhole_ = false;
   }
-  void See(const flight::Stop &) { ++content_.stops; }
+  void See(const flight::Stop &) { ++stops; }
   template <typename Other>
   void See(const Other &) {}
 
-  Content &content_;
   bool isWhole_ = false;  ///< nothing of this run was lost or overwritten
   uint64_t lastNs_ = 0;
   uint16_t thread_ = 0;
@@ -107,11 +98,12 @@ Content ContentOf(const TestRoot &root) {
   Content content;
   std::string error;
   const std::unique_ptr<flight::Reader> reader = flight::Reader::Open(FlightFolder(root), &error);
-  if (reader == nullptr) content.Blame(error);
-  Check check(&content);
-  for (flight::Entry entry; reader != nullptr && reader->Next(&entry);) check(entry);
-  content.findings = reader == nullptr ? 1 : reader->FindingCount();
-  for (const flight::Finding &finding : reader == nullptr ? std::vector<flight::Finding>() : reader->Findings()) {
+  if (reader == nullptr) {
+    content.Blame(error);
+    return content;
+  }
+  for (flight::Entry entry; reader->Next(&entry);) content.Follow(entry);
+  for (const flight::Finding &finding : reader->Findings()) {
     content.Blame(finding.file + " " + std::to_string(finding.offset) + ": " + finding.what);
   }
   return content;
@@ -167,12 +159,9 @@ void RunAndKill(const TestRoot &root, const LogListener &log, size_t run, std::m
   EXPECT_EQ(daemon.WaitForExit(), 128 + SIGKILL);
 }
 
-size_t Kills() {
-  const char *wanted = std::getenv("RYND_KILLS");
-  return wanted != nullptr ? std::stoul(wanted) : IsSlowBuild() ? 4 : 12;
-}
-
 TEST(Recorder, AKillAtAnyInstantLeavesWholeEntries) {
+  const char *wanted = std::getenv("RYND_KILLS");
+  const size_t kills = wanted != nullptr ? std::stoul(wanted) : IsSlowBuild() ? 4 : 12;
   for (const unsigned megabytes : {256u, 2u}) {  // a ring that holds all, and one that turns over all the time
     const TestRoot root;
     const LogListener log(root / "/dev/log");
@@ -181,7 +170,7 @@ TEST(Recorder, AKillAtAnyInstantLeavesWholeEntries) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    for (size_t run = 1; run <= Kills(); ++run) {
+    for (size_t run = 1; run <= kills; ++run) {
       RunAndKill(root, log, run, &random);
       const Content content = ContentOf(root);
       ASSERT_TRUE(content.wrong.empty()) << "run " << run << ": " << content.wrong[0];
@@ -196,7 +185,7 @@ TEST(Recorder, AKillAtAnyInstantLeavesWholeEntries) {
     EXPECT_GT(content.taken, 100u);
     // And one that ends as it should, behind all of them.
     Daemon last(root);
-    ASSERT_TRUE(log.Lines().WaitFor(kReady, Kills() + 1));
+    ASSERT_TRUE(log.Lines().WaitFor(kReady, kills + 1));
     EXPECT_EQ(last.Stop(), 0);
     EXPECT_EQ(ContentOf(root).stops, 1u);
   }
@@ -220,17 +209,19 @@ TEST(Recorder, KeepsWhatAnAgentSawAndSaid) {
 }
 
 TEST(Recorder, WhatPreventsItIsSaidAndHarmsNobody) {
-  struct Case {
-    const char *setting, *line;
-    bool isOpenToAll = false;
+  const std::string open = "/var/run/corvane/flight: others can write there";
+  const std::pair<const char *, std::string> cases[] = {
+      {"64\n", "Nothing is recorded: "},
+      {"65537\n", "from 0 to 65536"},
+      {"many\n", "Cannot read "},
+      {"0\n", kReady},
+      {"64\n", open},
   };
-  for (const auto &[setting, line, isOpenToAll] :
-       {Case{"64\n", "Nothing is recorded: "}, Case{"65537\n", "from 0 to 65536"}, Case{"many\n", "Cannot read "},
-        Case{"0\n", kReady}, Case{"64\n", "/var/run/corvane/flight: others can write there", true}}) {
+  for (const auto &[setting, line] : cases) {
     const TestRoot root;
     const LogListener log(root / "/dev/log");
     WriteFile(root / "/var/lib/corvane/host/sysinfo/config/intOpts/Flight/Megabytes", setting);
-    if (isOpenToAll) {
+    if (line == open) {
       const std::string folder = root / "/var/run/corvane/flight";
       std::filesystem::create_directories(folder);
       std::filesystem::permissions(folder, std::filesystem::perms::all);
@@ -283,33 +274,30 @@ TEST(Recorder, AFullDiskAndLostMemoryTurnItOff) {
 }
 
 /// A disk of its own at `path`, as a file below `root`, which can be frozen; only root can have one.
-class FreezableDisk {
- public:
-  FreezableDisk(const TestRoot &root, const std::string &path) : path_(path) {
+struct FreezableDisk {
+  FreezableDisk(const TestRoot &root, const std::string &where) : path(where) {
     const std::string image = root / "/disk";
     std::filesystem::create_directories(path);
-    isMounted_ = std::system(("truncate -s 64M " + image + " && mkfs.ext4 -q " + image + " && mount -o loop " + image +
-                              " " + path)
-                                 .c_str()) == 0;
-    folder_.Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY));
+    isMounted = std::system(("truncate -s 64M " + image + " && mkfs.ext4 -q " + image + " && mount -o loop " + image +
+                             " " + path)
+                                .c_str()) == 0;
+    folder.Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY));
   }
   ~FreezableDisk() {
-    folder_.Reset();
-    if (isMounted_) umount2(path_.c_str(), MNT_DETACH);
+    folder.Reset();
+    if (isMounted) umount2(path.c_str(), MNT_DETACH);
   }
-  bool IsMounted() const { return isMounted_; }
-  bool Freeze(bool isFrozen) const { return ioctl(folder_.Get(), isFrozen ? FIFREEZE : FITHAW, 0) == 0; }
+  bool Freeze(bool isFrozen) const { return ioctl(folder.Get(), isFrozen ? FIFREEZE : FITHAW, 0) == 0; }
 
- private:
-  const std::string path_;
-  bool isMounted_ = false;
-  base::UniqueFd folder_;
+  const std::string path;
+  bool isMounted = false;
+  base::UniqueFd folder;
 };
 
 TEST(Recorder, ADiskThatDoesNotAnswerHoldsUpNobody) {
   const TestRoot root;
   const FreezableDisk disk(root, FlightFolder(root));
-  if (!disk.IsMounted()) GTEST_SKIP() << "only root can have a disk";
+  if (!disk.isMounted) GTEST_SKIP() << "only root can have a disk";
   const LogListener log(root / "/dev/log");
   TurnOnRecorder(root, 2);
   Daemon daemon(root);

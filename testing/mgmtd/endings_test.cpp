@@ -7,12 +7,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <random>
 #include <thread>
 
 #include "mgmtd/store/reader.h"
 #include "rynctl/showing/testEvent.h"
 #include "testing/daemon.h"
+#include "testing/ledger.h"
 #include "testing/mgmtd/agentProcess.h"
 
 namespace testing_support {
@@ -138,6 +140,29 @@ TEST(AgentEndings, StoppedItLosesNothing) {
   }
   std::printf("%zu records, %zu stops\n", all, endings.ends.size());
   EXPECT_GT(all, endings.ends.size() * 4);
+}
+
+TEST(AgentEndings, WhatTheDaemonSentIsWhatIsStored) {
+  const TestRoot root;
+  auto agent = std::make_unique<AgentProcess>(root);
+  Daemon daemon(root);
+  ASSERT_TRUE(WaitUntil([&] { return IsWhole(root); }));
+  const base::UniqueFd kernel = ConnectKernel(root);
+  std::mt19937 random(3);
+  for (int i = 0; i < 400; ++i) {
+    ASSERT_TRUE(SendRecord(kernel, MakeRecord("ryn.storage.apd.start", {"naa." + std::to_string(i)})));
+    if (i % 100 != 50) continue;
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));
+    ASSERT_EQ(agent->End(SIGTERM), 0);
+    agent = std::make_unique<AgentProcess>(root);
+  }
+  ExpectLedgerCloses(root);
+  const auto events = ReadStatistics(root).at("events");
+  const uint64_t sent = events.at("sent");
+  EXPECT_EQ(sent + events.at("waiting").get<uint64_t>(), 400U) << events;
+  ASSERT_EQ(agent->End(SIGTERM), 0);
+  EXPECT_EQ(mgmtd::Reader(StoreOf(root)).Events({}).size(), sent);
+  daemon.Stop();
 }
 
 }  // namespace

@@ -13,11 +13,15 @@ import urllib.request
 SKIPPED = 77
 
 
+def skip(reason):
+    print(f'skipped: {reason}')
+    sys.exit(SKIPPED)
+
+
 def need(*programs):
     for program in programs:
         if shutil.which(program) is None:
-            print(f'skipped: {program} is not installed: tools/install-deps agents')
-            sys.exit(SKIPPED)
+            skip(f'{program} is not installed: tools/install-deps agents')
 
 
 def eventually(holds, what, seconds=30):

@@ -1,15 +1,18 @@
-// A million random steps over weeks of simulated time: what must hold whatever a host reports. RYND_RANDOM_STEPS:
-// another number of steps; RYND_SEED: the first seed.
+// A million random steps over weeks of simulated time: what must hold whatever a host reports. A seed that fails is
+// saved as a recording, which `rynctl replay` runs again. RYND_RANDOM_STEPS: another number of steps; RYND_SEED: the
+// first seed.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <set>
 
 #include "catalog/catalog.h"
 #include "core/basics/statistics.h"
 #include "eventRecord/eventDecoder.h"
+#include "flight/writer.h"
 #include "replay/world/world.h"
 #include "testing/replay/ownProcess.h"
 #include "testing/replay/randomHost.h"
@@ -20,9 +23,57 @@ namespace {
 using testing_support::HostChange;
 using testing_support::RandomHost;
 
+constexpr int64_t kStartNs = 1'000 * rynd::kNsPerSecond;
+constexpr uint64_t kStartUs = 1'700'000'000'000'000;
+
 uint64_t FromEnvironment(const char *name, uint64_t otherwise) {
   const char *text = getenv(name);
   return text == nullptr ? otherwise : strtoull(text, nullptr, 10);
+}
+
+/// What happens, without who sees it: the same for a test and for the recording of its seed.
+struct Happenings {
+  explicit Happenings(uint64_t seed) : host(seed, seed % 2 == 0 ? 20 : 40'000) {}
+  /// Let the next thing happen: `change` or `observe` is called with it.
+  template <typename Change, typename Observe>
+  void Next(const Change &change, const Observe &observe) {
+    if (host.Draw(1'000) == 0) return change(host.NextChange());
+    // Seconds of all sizes, and bursts.
+    if (host.Draw(20) == 0) nowNs += static_cast<int64_t>(host.Draw(60'000'000)) * 1'000;
+    if (host.Draw(20'000) == 0) nowNs += 3'600 * rynd::kNsPerSecond;
+    observe(host.NextRecord(WallUs()), nowNs);
+  }
+  uint64_t WallUs() const { return kStartUs + static_cast<uint64_t>(nowNs - kStartNs) / 1'000; }
+
+  RandomHost host;
+  int64_t nowNs = kStartNs;
+};
+
+/// Write what happens under `seed`, up to its failing step, as a recording.
+std::string Save(uint64_t seed, uint64_t steps) {
+  std::string path = testing::TempDir() + "random-" + std::to_string(seed) + ".rec";
+  std::ofstream file(path, std::ios::binary);
+  flight::Writer writer(&file);
+  Happenings happenings(seed);
+  flight::Entry entry;
+  const auto put = [&](const auto &what) {
+    entry.monotonicNs = static_cast<uint64_t>(happenings.nowNs);
+    entry.wallUs = happenings.WallUs();
+    entry.what = what;
+    writer.Append(entry);
+  };
+  const auto change = [&](const HostChange &made) {
+    put(flight::HostAnswer{flight::HostKind::kText, true, false, made.text ? 0 : ENOENT, made.path,
+                           made.text ? std::string_view(*made.text) : std::string_view()});
+  };
+  put(flight::Start{});
+  for (const HostChange &made : happenings.host.Begin()) change(made);
+  for (uint64_t i = 0; i < steps; ++i) {
+    happenings.Next(change, [&](const std::string &record, int64_t) {
+      put(flight::Observation{0, 0, 0, {reinterpret_cast<const std::byte *>(record.data()), record.size()}});
+    });
+  }
+  return path;
 }
 
 /// What must hold for every event.
@@ -75,37 +126,30 @@ void CheckLedger(uint64_t observed) {
 void RunSeed(uint64_t seed, uint64_t steps) {
   World &world = TheWorld();
   Judge judge;
-  RandomHost host(seed, seed % 2 == 0 ? 20 : 40'000);
+  uint64_t observed = 0;
+  Happenings happenings(seed);
   const auto change = [&](const HostChange &made) {
     made.text ? world.host.Put(made.path, *made.text) : world.host.Remove(made.path);
   };
-  int64_t nowNs = 1'000 * rynd::kNsPerSecond;
-  world.clock.Set(nowNs, 1'700'000'000'000'000);
+  world.clock.Set(kStartNs, kStartUs);
   world.HearSteps(
       [](void *judging, const Step &, std::vector<Post> posts) {
         for (const Post &post : posts) static_cast<Judge *>(judging)->Heard(post);
       },
       &judge);
-  for (const HostChange &made : host.Begin()) change(made);
+  for (const HostChange &made : happenings.host.Begin()) change(made);
   world.Start();
-  uint64_t observed = 0;
   size_t memoryAtHalf = 0;
   for (uint64_t i = 0; i < steps; ++i) {
-    if (host.Draw(1'000) == 0) {
-      change(host.NextChange());
-    } else {
-      // Seconds of all sizes, and bursts.
-      if (host.Draw(20) == 0) nowNs += static_cast<int64_t>(host.Draw(60'000'000)) * 1'000;
-      if (host.Draw(20'000) == 0) nowNs += 3'600 * rynd::kNsPerSecond;
-      observed += world.Observe(host.NextRecord(world.clock.WallUs()), nowNs);
-    }
+    happenings.Next(change,
+                    [&](const std::string &record, int64_t nowNs) { observed += world.Observe(record, nowNs); });
     if (i % 1'000 == 0) CheckLedger(observed);
     if (i == steps / 2) memoryAtHalf = mallinfo2().uordblks;
-    if (testing::Test::HasFatalFailure()) FAIL() << "seed " << seed << ", step " << i;
+    if (testing::Test::HasFatalFailure()) FAIL() << "seed " << seed << ", step " << i << ": " << Save(seed, i + 1);
   }
   CheckLedger(observed);
   // By the half, every table that names fill is full.
-  EXPECT_LT(mallinfo2().uordblks, memoryAtHalf + (size_t{8} << 20)) << "seed " << seed;
+  EXPECT_LT(mallinfo2().uordblks, memoryAtHalf + (size_t{8} << 20)) << "seed " << seed << ": " << Save(seed, steps);
   EXPECT_GT(judge.events, steps / 100);
   EXPECT_GE(judge.restores, seed % 2 == 0 ? 10u : 0u) << seed;
 }
