@@ -28,9 +28,10 @@ namespace {
 using flight::Kind;
 using flight::Piece;
 
-constexpr size_t kStep = size_t{128} << 10;  ///< bytes after which the recorder's thread brings them to the disk
-constexpr size_t kAhead = 2 * kStep;         ///< bytes that are ready to be written
-constexpr uint16_t kMostThreads = 256;       ///< that are told apart
+constexpr size_t kStep = size_t{256} << 10;      ///< bytes after which the recorder's thread brings them to the disk
+constexpr size_t kAhead = kStep;                 ///< bytes that are ready to be written
+constexpr size_t kLeastRoom = size_t{64} << 10;  ///< in a file that a run goes on with
+constexpr uint16_t kMostThreads = 256;           ///< that are told apart
 constexpr size_t kNameSize = 64;
 constexpr size_t kLongestPath = 4096;
 constexpr char kLost[] = "its file can't be accessed any more: a disk has failed, or the file was cut";
@@ -375,7 +376,7 @@ std::string StartRecorder(const FlightOptions &options) {
   recorder.options = options;
   std::string failure = recorder.files.Open(options.folder, options.unsaved, options.megabytes);
   if (failure.empty()) recorder.files.Continue(&recorder.current, &recorder.next);
-  if (recorder.current.size - recorder.current.at < kStep) {  // full, or none
+  if (recorder.current.size - recorder.current.at < kLeastRoom) {  // full, or none
     recorder.files.Finish(&recorder.current);
     recorder.current = std::exchange(recorder.next, {});
   }
