@@ -17,8 +17,7 @@
 #include "base/immortal.h"
 #include "flight/encode.h"
 #include "hosted/flight/mappingGuard.h"
-#include "hosted/flight/ringFiles.h"
-#include "hosted/log/log.h"
+#include "hosted/flight/recorderState.h"
 #include "platform/statistics.h"
 #include "platform/system.h"
 
@@ -27,63 +26,12 @@ namespace {
 
 using flight::Kind;
 using flight::Piece;
+using recorder::kAhead, recorder::kMostThreads, recorder::kNameSize, recorder::kStep;
+using recorder::Recorder;
 
-constexpr size_t kStep = size_t{256} << 10;      ///< bytes after which the recorder's thread brings them to the disk
-constexpr size_t kAhead = kStep;                 ///< bytes that are ready to be written
 constexpr size_t kLeastRoom = size_t{64} << 10;  ///< in a file that a run goes on with
-constexpr uint16_t kMostThreads = 256;           ///< that are told apart
-constexpr size_t kNameSize = 64;
 constexpr size_t kLongestPath = 4096;
-constexpr char kLost[] = "its file can't be accessed any more: a disk has failed, or the file was cut";
 constexpr auto kLongestEnd = std::chrono::milliseconds(200);
-constexpr auto kLonger = std::chrono::milliseconds(200);  ///< what fewer bytes wait for more
-
-/// Appending takes a fraction of a microsecond, so whoever finds the lock taken had better look again at once.
-class ShortMutex {
- public:
-  void lock() { pthread_mutex_lock(&mutex_); }
-  void unlock() { pthread_mutex_unlock(&mutex_); }
-
- private:
-  pthread_mutex_t mutex_ = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
-};
-
-/// Counted by who holds the lock, read by anybody.
-class Count {
- public:
-  void Add(uint64_t more) { count_.store(Get() + more, std::memory_order_relaxed); }
-  uint64_t Get() const { return count_.load(std::memory_order_relaxed); }
-
- private:
-  std::atomic<uint64_t> count_ = 0;
-};
-
-struct Recorder {
-  // What every entry touches stands together, since it goes to and fro between the processors.
-  ShortMutex mutex;  ///< guards what follows, up to the options; nothing nests in it
-  bool isOpen = false;
-  uint64_t run = 0;                           ///< rises with each start
-  uint64_t lostSince = 0;                     ///< entries since the last one
-  RingFile current;                           ///< appended to
-  size_t wakeAt = 0;                          ///< of it, when the recorder's thread has to look after it
-  int64_t nowNs = 0;                          ///< of the monotonic clock, for the entry in hand
-  int64_t wallReadNs = 0;                     ///< when the wall clock was read last
-  int64_t wallAheadNs = 0;                    ///< of the monotonic clock then
-  Count entriesCount, bytesCount, lostCount;  ///< of all runs
-
-  RingFile next;  ///< made by the recorder's thread; none: not ready
-  RingFile full;  ///< of which the recorder's thread has to bring the rest to the disk
-  uint64_t startWallUs = 0, startMonotonicNs = 0;
-  uint16_t threads = 0;                                         ///< numbers that were given
-  std::array<std::array<char, kNameSize>, kMostThreads> names;  ///< of the threads, by number
-
-  FlightOptions options;  ///< constant while it is open
-  RingFiles files;        ///< of the recorder's thread while that runs
-  std::counting_semaphore<> wake{0};
-  std::binary_semaphore ended{1};  ///< given while the recorder's thread does not run
-  std::atomic<bool> isEnding = false;
-  bool hasFailed = false;  ///< of the recorder's thread
-};
 
 std::atomic<uint64_t> megabytesNow = 0;  // of the ring
 std::atomic<size_t> longestContent = 0;  // of an answer of the host: half a file
@@ -214,150 +162,6 @@ void Put(Kind kind, std::initializer_list<Piece> pieces) {
   if (isDue) recorder.wake.release();
 }
 
-/// Why pages can't be had, by the errno value.
-std::string NoPages(int error) {
-  return error == EFAULT ? kLost : std::string("no room for it: ") + std::strerror(error);
-}
-
-/// Stop recording because of `why`. The recorder's thread.
-void GiveUp(Recorder *recorder, const std::string &why) {
-  recorder::isOn = false;
-  recorder->hasFailed = true;
-  {
-    const std::lock_guard lock(recorder->mutex);
-    recorder->isOpen = false;
-  }
-  Log("The flight recording ends: %s", why.c_str());
-}
-
-/// The recorder's thread: brings entries to the disk, and looks after pages and files.
-class Keeper {
- public:
-  explicit Keeper(Recorder *recorder) : recorder_(recorder) {}
-
-  /// False when recording has ended.
-  bool Round() {
-    RingFile current, next, full;
-    {
-      const std::lock_guard lock(recorder_->mutex);
-      if (!recorder_->isOpen) return false;
-      current = recorder_->current;
-      next = recorder_->next;
-      full = std::exchange(recorder_->full, {});
-    }
-    if (!SaveAll(current, &full) || !KeepPages(current) || (next.base == nullptr && !MakeNext(&next))) return false;
-    // Not earlier: they are memory.
-    if (current.size - current.at < 2 * kAhead) Prepare(next, next.at, next.at + kAhead);
-    return true;
-  }
-
-  /// Wait until there is something to do.
-  void Wait() {
-    bool isAllSaved = false, isUrgent = false;
-    const auto look = [&] {
-      const std::lock_guard lock(recorder_->mutex);
-      const RingFile &current = recorder_->current;
-      isUrgent = recorder_->full.base != nullptr || current.at - saved_ >= kStep;
-      isAllSaved = !isUrgent && current.at == saved_;
-      recorder_->wakeAt = isAllSaved ? 0 : saved_ + kStep;
-    };
-    look();
-    if (isAllSaved) {
-      recorder_->wake.acquire();
-      look();
-    }
-    if (!isUrgent && !recorder_->isEnding) (void)recorder_->wake.try_acquire_for(kLonger);
-  }
-
-  /// Bring to the disk what is left. Nothing is appended any more.
-  void Finish() {
-    if (!SaveAll(recorder_->current, &recorder_->full)) return;
-    recorder_->files.Finish(&recorder_->current);
-    recorder_->files.Finish(&recorder_->next);
-  }
-
- private:
-  /// Bring to the disk what is not there yet, of a file that is full first.
-  bool SaveAll(const RingFile &current, RingFile *full) {
-    if (full->base != nullptr) {
-      if (!SaveFile(*full, full->at)) return false;
-      recorder_->files.Finish(full);
-    }
-    return current.base == nullptr || SaveFile(current, current.at);
-  }
-
-  bool SaveFile(const RingFile &file, size_t to) {
-    if (std::exchange(serial_, file.serial) != file.serial) saved_ = ready_ = file.begin;
-    const int error = MappingIsLost() ? 0 : Save(file, saved_, to);
-    // What a lost mapping holds is not what was written there.
-    if (MappingIsLost()) {
-      GiveUp(recorder_, kLost);
-    } else if (error != 0) {
-      GiveUp(recorder_, recorder_->options.folder + ": " + std::strerror(error));
-    } else {
-      saved_ = to;
-      return true;
-    }
-    return false;
-  }
-
-  /// Have pages ready in front of the writer.
-  bool KeepPages(const RingFile &current) {
-    const bool isNew = ready_ == current.begin;
-    if (!Prepare(current, std::max(ready_, current.at), current.at + kAhead)) {
-      GiveUp(recorder_, NoPages(errno));
-      return false;
-    }
-    ready_ = current.at + kAhead;
-    if (isNew) recorder_->options.lookAtSettings();
-    return true;
-  }
-
-  bool MakeNext(RingFile *next) {
-    if (const std::string failure = recorder_->files.Make(next); !failure.empty()) {
-      GiveUp(recorder_, failure);
-      return false;
-    }
-    const std::lock_guard lock(recorder_->mutex);
-    recorder_->next = *next;
-    return true;
-  }
-
-  Recorder *recorder_;
-  uint64_t serial_ = 0;  ///< of the file that the two below are about
-  size_t saved_ = 0;     ///< bytes in front of it are on the disk
-  size_t ready_ = 0;     ///< bytes in front of it are ready
-};
-
-void *RunKeeper(void *) {
-  Recorder &recorder = TheRecorder();
-  recorder::threadState.isRecorder = true;
-  Hyk_SetThreadName("FlightRecorder");
-  Keeper keeper(&recorder);
-  try {
-    while (keeper.Round()) keeper.Wait();
-    if (!recorder.hasFailed) keeper.Finish();
-  } catch (const std::exception &failure) {
-    GiveUp(&recorder, failure.what());
-  }
-  recorder.ended.release();
-  return nullptr;
-}
-
-/// Start the recorder's thread. 0 or an errno value.
-int StartKeeper(Recorder *recorder) {
-  recorder->isEnding = false;
-  recorder->hasFailed = false;
-  while (recorder->wake.try_acquire()) continue;
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_t thread;
-  const int error = pthread_create(&thread, &attributes, RunKeeper, nullptr);
-  pthread_attr_destroy(&attributes);
-  return error;
-}
-
 /// Unmap everything. Nobody else touches it any more.
 void Forget(Recorder *recorder) {
   Unmap(&recorder->current);
@@ -382,9 +186,9 @@ std::string StartRecorder(const FlightOptions &options) {
   }
   if (failure.empty() && recorder.current.base == nullptr) failure = recorder.files.Make(&recorder.current);
   if (failure.empty() && !Prepare(recorder.current, recorder.current.at, recorder.current.at + kAhead)) {
-    failure = options.folder + ": " + NoPages(errno);
+    failure = options.folder + ": " + recorder::NoPages(errno);
   }
-  if (failure.empty() && MappingIsLost()) failure = kLost;
+  if (failure.empty() && MappingIsLost()) failure = recorder::kLost;
   if (!failure.empty()) {
     Forget(&recorder);
     recorder.ended.release();
@@ -405,7 +209,7 @@ std::string StartRecorder(const FlightOptions &options) {
   longestContent = recorder.current.size / 2;
   megabytesNow = options.megabytes;
   recorder::isOn = true;  // the thread begins with the settings
-  if (const int error = StartKeeper(&recorder); error != 0) {
+  if (const int error = recorder::StartKeeper(&recorder); error != 0) {
     recorder::isOn = false;
     recorder.isOpen = false;
     Forget(&recorder);
