@@ -1,11 +1,19 @@
 // What all tests share: a private root folder, removed when it goes, its files, and waiting.
 #pragma once
 
+#include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace testing_support {
+
+/// The number that `name` has in the environment, or `otherwise`.
+inline uint64_t EnvironmentNumber(const char *name, uint64_t otherwise) {
+  const char *text = std::getenv(name);
+  return text == nullptr || *text == '\0' ? otherwise : std::stoull(text);
+}
 
 /// Makes an empty folder with a short path in /tmp.
 class TestRoot {

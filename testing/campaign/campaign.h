@@ -6,18 +6,13 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <iostream>
 #include <random>
 #include <string>
 
-namespace testing_support {
+#include "testing/testRoot.h"
 
-/// The value of `name` in the environment, or `otherwise`.
-inline uint64_t EnvironmentNumber(const char *name, uint64_t otherwise) {
-  const char *text = std::getenv(name);
-  return text == nullptr || *text == '\0' ? otherwise : std::stoull(text);
-}
+namespace testing_support {
 
 /// The rounds of one campaign: `for (Rounds rounds(20); rounds.Next();)`.
 class Rounds {

@@ -6,11 +6,11 @@
 #include <sys/ioctl.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <random>
 
 #include "testing/linux/linuxHost.h"
+#include "testing/testRoot.h"
 
 namespace testing_support {
 namespace {
@@ -127,8 +127,7 @@ TEST(LinuxLinks, RestartsAtRandomLeaveWhatIsOpenToldAndNothingElse) {
   ENTER_NAMESPACES();
   ASSERT_TRUE(MakeLinks() && Shell("ip link set eth1 nomaster; ip link set eth2 nomaster"));
   LinuxHost host({"--sources", "links", "--nics", "eth*"});
-  const char *seed = std::getenv("RYND_SEED");
-  std::mt19937 random(seed == nullptr ? 1 : static_cast<unsigned>(std::atoi(seed)));
+  std::mt19937 random(static_cast<unsigned>(EnvironmentNumber("RYND_SEED", 1)));
   bool isDown[3] = {}, wasDown[3] = {};
   for (int round = 0; round < 12; ++round) {
     const unsigned restart = random() % 4;

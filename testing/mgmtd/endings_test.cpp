@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <random>
@@ -16,6 +15,7 @@
 #include "testing/daemon.h"
 #include "testing/ledger.h"
 #include "testing/mgmtd/agentProcess.h"
+#include "testing/testRoot.h"
 
 namespace testing_support {
 namespace {
@@ -76,11 +76,10 @@ std::map<int, std::vector<uint64_t>> Stored(const TestRoot &root) {
 /// Agents that were ended again and again while all sent.
 struct Endings {
   Endings(int signal, int wanted) {
-    const char *often = getenv("RYND_AGENT_ENDINGS");
     std::vector<std::unique_ptr<Sender>> senders;
     for (int i = 0; i < kSenders; ++i) senders.push_back(std::make_unique<Sender>(root, i));
     std::mt19937 random(signal == SIGKILL ? 1 : 2);
-    for (int left = often != nullptr ? atoi(often) : IsSlowBuild() ? 8 : 40; left > 0; --left) {
+    for (uint64_t left = EnvironmentNumber("RYND_AGENT_ENDINGS", IsSlowBuild() ? 8 : 40); left > 0; --left) {
       AgentProcess agent(root);
       std::this_thread::sleep_for(std::chrono::microseconds(random() % 150'000));
       EXPECT_EQ(agent.End(signal), wanted);

@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
 #include "testing/daemon.h"
 #include "testing/flight/replayed.h"
 #include "testing/replay/randomHost.h"
+#include "testing/testRoot.h"
 
 namespace testing_support {
 namespace {
@@ -47,9 +47,7 @@ void Send(const TestRoot &root, uint64_t seed, unsigned place) {
 }
 
 TEST(Recorded, ReplaysEqualWhateverWasSentAndWhoRaced) {
-  const char *wanted = getenv("RYND_RECORDED_SEEDS");
-  const unsigned seeds = wanted == nullptr ? 2 : static_cast<unsigned>(strtoul(wanted, nullptr, 10));
-  for (unsigned seed = 1; seed <= seeds; ++seed) {
+  for (unsigned seed = 1; seed <= EnvironmentNumber("RYND_RECORDED_SEEDS", 2); ++seed) {
     RunningDaemon running([seed](const TestRoot &root) {
       TurnOnRecorder(root);
       std::filesystem::create_directories(root / "/hyfs/volumes");

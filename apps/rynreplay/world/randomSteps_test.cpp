@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <set>
@@ -16,20 +15,17 @@
 #include "replay/world/world.h"
 #include "testing/replay/ownProcess.h"
 #include "testing/replay/randomHost.h"
+#include "testing/testRoot.h"
 
 namespace replay {
 namespace {
 
+using testing_support::EnvironmentNumber;
 using testing_support::HostChange;
 using testing_support::RandomHost;
 
 constexpr int64_t kStartNs = 1'000 * rynd::kNsPerSecond;
 constexpr uint64_t kStartUs = 1'700'000'000'000'000;
-
-uint64_t FromEnvironment(const char *name, uint64_t otherwise) {
-  const char *text = getenv(name);
-  return text == nullptr ? otherwise : strtoull(text, nullptr, 10);
-}
 
 /// What happens, without who sees it: the same for a test and for the recording of its seed.
 struct Happenings {
@@ -162,9 +158,9 @@ constexpr bool kIsSlow = RYND_EMULATED;
 constexpr uint64_t kSteps = kIsSlow ? 100'000 : 1'000'000;
 
 TEST(RandomSteps, WhatHoldsForAnyHost) {
-  const uint64_t first = FromEnvironment("RYND_SEED", 20261121);
+  const uint64_t first = EnvironmentNumber("RYND_SEED", 20261121);
   for (const uint64_t seed : {first, first + 1}) {
-    testing_support::InOwnProcess([seed] { RunSeed(seed, FromEnvironment("RYND_RANDOM_STEPS", kSteps) / 2); });
+    testing_support::InOwnProcess([seed] { RunSeed(seed, EnvironmentNumber("RYND_RANDOM_STEPS", kSteps) / 2); });
   }
 }
 

@@ -110,32 +110,7 @@ TEST(SimulatedHours, PageErrorsAreToleratedPeriodByPeriod) {
     hours.At(86'401);
     for (int i = 0; i < 3; ++i) error(&hours, 7);
     EXPECT_EQ(hours.Done(), Texts{"system/pageRetire/retireMPNs"});
-    // A longer period is looked up once a minute, and counts from then on.
-    hours.Its().host.Put("sysinfo/config/intOpts/PageRetire/PageErrorCorrPeriod", "300");
-    hours.At(86'520);
-    for (int i = 0; i < 3; ++i) {
-      hours.At(86'520 + 40 * i);
-      error(&hours, 8);
-    }
-    EXPECT_EQ(hours.Done(), Texts{"system/pageRetire/retireMPNs"});
   });
-}
-
-TEST(SimulatedHours, CoresGoOfflineForErrorsWithinADay) {
-  constexpr double kHour = 3'600;
-  const auto errorsEach = [](double apartS, int count) {
-    Hours hours(Tree{{"sysinfo/hardware/cpu/vendor", "GenuineIntel"},
-                     {"sysinfo/hardware/cpu/cpuInfo", "4 8"},
-                     {"sysinfo/sched/offline/enabled", "1"},
-                     {"sysinfo/config/intOpts/Cpu/CPUOfflineThreshold", "3"}});
-    for (int i = 0; i < count; ++i) {
-      hours.At(1 + apartS * i);
-      hours.Observe("ryn.cpu.mce.log4", {Long(0), Long(0x10), Long(0), Long(0), Long(5), Long(0), Long(0), Long(1)});
-    }
-    return hours.Done();
-  };
-  InOwnProcess([&] { EXPECT_EQ(errorsEach(12.1 * kHour, 60), Texts{}); });
-  InOwnProcess([&] { EXPECT_EQ(errorsEach(11.9 * kHour, 60), Texts{"sched/pcpus/offline"}); });
 }
 
 TEST(SimulatedHours, AlarmsRestAndCountersAreSweptOverADay) {
